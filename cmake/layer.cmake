@@ -1,0 +1,19 @@
+# quillmere_layer(NAME USES [layer...] SOURCES file... [LIBRARIES lib...])
+#
+# Makes the current folder a static library that may include its own headers and those of the layers
+# in USES, and of no other. Headers are included as "folder/header.hpp". Each layer's include root is a
+# folder of the build tree that holds one link, to that layer alone: an include of a layer that is not
+# named in USES finds no file and fails to compile.
+function(quillmere_layer name)
+  cmake_parse_arguments(LAYER "" "" "USES;SOURCES;LIBRARIES" ${ARGN})
+  set(root ${PROJECT_BINARY_DIR}/include_roots/${name})
+  file(MAKE_DIRECTORY ${root})
+  file(CREATE_LINK ${CMAKE_CURRENT_SOURCE_DIR} ${root}/${name} SYMBOLIC)
+
+  add_library(quillmere_${name} STATIC ${LAYER_SOURCES})
+  target_include_directories(quillmere_${name} PUBLIC ${root})
+  target_link_libraries(quillmere_${name} PRIVATE quillmere_flags ${LAYER_LIBRARIES})
+  foreach(used IN LISTS LAYER_USES)
+    target_link_libraries(quillmere_${name} PUBLIC quillmere_${used})
+  endforeach()
+endfunction()

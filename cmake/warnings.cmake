@@ -1,0 +1,17 @@
+# Flags that every target of ours is built with; an interface library, so that a target shows in its
+# own lines that it takes them.
+add_library(quillmere_flags INTERFACE)
+target_compile_options(quillmere_flags INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror)
+
+if(QUILLMERE_SANITIZERS)
+  add_compile_options(-fsanitize=${QUILLMERE_SANITIZERS} -fno-sanitize-recover=all
+    -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${QUILLMERE_SANITIZERS})
+endif()
+
+# g++ 12 sees an overlap in std::string's own assignment of a one-character literal where there is none
+# (GCC bug 105329, mended in 13).
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
+  target_compile_options(quillmere_flags INTERFACE -Wno-restrict)
+endif()

@@ -1,0 +1,27 @@
+// The unit of the control socket, the same in both directions: a 4-byte big-endian length and as
+// many bytes of UTF-8 JSON text that hold one object.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace quillmere {
+
+inline constexpr std::size_t controlPrefixBytes = 4;
+/// Longest body that the server sends.
+inline constexpr std::size_t maxControlRequestBytes = 1'048'576;
+/// Longest body that the server accepts; the shortest holds one byte.
+inline constexpr std::size_t maxControlResponseBytes = 33'554'432;
+
+using ControlPrefix = std::array<char, controlPrefixBytes>;
+
+/// Prefix and body in one buffer. `body` must be shorter than 4 GiB. Pure.
+[[nodiscard]] std::string controlFrame(std::string_view body);
+
+/// The body's length that `prefix` announces. Pure.
+[[nodiscard]] std::uint32_t controlBodyLength(const ControlPrefix& prefix);
+
+}  // namespace quillmere

@@ -1,0 +1,83 @@
+#include "control/socket_discovery.hpp"
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+
+#include "platform/app_group.hpp"
+#include "platform/file_system.hpp"
+#include "platform/process.hpp"
+#include "platform/property_list.hpp"
+
+namespace quillmere {
+
+namespace {
+
+constexpr std::string_view debugAppGroup = "group.com.tallowbrook.wickfern.debug.shared";
+constexpr std::string_view releaseAppGroup = "group.com.tallowbrook.wickfern.shared";
+
+/// A developer's debug build goes before the installed app.
+constexpr std::array appGroupIdentifiers = {debugAppGroup, releaseAppGroup};
+
+struct BundleGroup {
+  std::string_view bundleIdentifier;
+  std::string_view appGroup;
+};
+
+constexpr BundleGroup appGroupByBundleIdentifier[] = {
+    {"com.tallowbrook.wickfern.debug", debugAppGroup},
+    {"com.tallowbrook.wickfern", releaseAppGroup},
+};
+
+constexpr std::string_view socketFileName = "qm-mcp.sock";
+
+std::vector<std::string_view> groupsInOrder() {
+  std::vector<std::string_view> groups(appGroupIdentifiers.begin(), appGroupIdentifiers.end());
+  if (const auto preferred = preferredAppGroup(bundledAppIdentifier(executablePath()))) {
+    std::ranges::stable_partition(groups, [&](auto group) { return group == *preferred; });
+  }
+  return groups;
+}
+
+}  // namespace
+
+std::string executablePath() {
+  const std::filesystem::path started = argumentZero();
+  if (started.is_absolute()) return withLinksResolved(started);
+  return withLinksResolved(currentDirectory() / started);
+}
+
+std::optional<std::string> bundledAppIdentifier(const std::string& executable) {
+  std::filesystem::path folder = std::filesystem::path(executable).parent_path();
+  while (folder.filename() != "Contents") {
+    if (folder == folder.parent_path()) return std::nullopt;
+    folder = folder.parent_path();
+  }
+  const auto content = readFile(folder / "Info.plist", maxPropertyListBytes);
+  return content ? propertyListString(*content, "CFBundleIdentifier") : std::nullopt;
+}
+
+std::optional<std::string_view> preferredAppGroup(
+    const std::optional<std::string>& bundleIdentifier) {
+  if (!bundleIdentifier) return std::nullopt;
+  const auto* row = std::ranges::find(appGroupByBundleIdentifier, *bundleIdentifier,
+                                      &BundleGroup::bundleIdentifier);
+  return row == std::end(appGroupByBundleIdentifier) ? std::nullopt : std::optional(row->appGroup);
+}
+
+std::vector<std::string> socketCandidates() {
+  std::vector<std::string> candidates;
+  const auto appendCandidate = [&](const std::filesystem::path& folder) {
+    const std::string path = folder / socketFileName;
+    if (std::ranges::find(candidates, path) == candidates.end()) candidates.push_back(path);
+  };
+  const std::filesystem::path library = std::filesystem::path(homeDirectory()) / "Library";
+  for (const std::string_view group : groupsInOrder()) {
+    if (const auto container = appGroupContainer(group)) appendCandidate(*container);
+    appendCandidate(library / "Group Containers" / group);
+  }
+  appendCandidate(library / "Application Support" / "WickfernShared");
+  return candidates;
+}
+
+}  // namespace quillmere

@@ -1,0 +1,60 @@
+#include "core/dispatch.hpp"
+
+#include <exception>
+#include <memory>
+#include <optional>
+#include <utility>
+
+#include "core/message.hpp"
+#include "core/routing.hpp"
+#include "platform/allocator.hpp"
+#include "shared/mcp_error.hpp"
+
+namespace quillmere {
+
+namespace {
+
+/// From this size of an answer on, freed memory is worth giving back.
+constexpr std::size_t largeAnswerBytes = 1'048'576;
+
+/// Answers with the failure being handled, unless the request was cancelled. A failure to do so is
+/// dropped: there is nobody left to tell.
+void reportFailure(const InFlightRequest& request, ServerContext& server) {
+  if (request.isCancelled()) return;
+  try {
+    server.output.writeMessage(makeErrorResponse(request.requestID, currentFailure()));
+  } catch (...) {
+    return;
+  }
+}
+
+/// Returns the size of the answer.
+std::size_t answer(JsonObject message, InFlightRequest& request, ServerContext& server) {
+  try {
+    auto result = handleRequest(std::move(message), server, &request);
+    if (!result || request.isCancelled()) return 0;
+    return server.output.writeMessage(makeResultResponse(request.requestID, std::move(*result)));
+  } catch (...) {
+    reportFailure(request, server);
+    return 0;
+  }
+}
+
+}  // namespace
+
+void dispatchRequest(JsonObject message, JsonValue id, ServerContext& server) {
+  const auto request = std::make_shared<InFlightRequest>(std::move(id));
+  server.inFlightRequests.add(request);
+  const bool started =
+      server.workers.submit([request, &server, message = std::move(message)]() mutable {
+        const std::size_t size = answer(std::move(message), *request, server);
+        server.inFlightRequests.remove(*request);
+        if (size >= largeAnswerBytes) returnFreedMemory();
+      });
+  if (!started) {
+    server.inFlightRequests.remove(*request);
+    server.output.writeMessage(makeErrorResponse(request->requestID, errors::noThread()));
+  }
+}
+
+}  // namespace quillmere

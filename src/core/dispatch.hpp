@@ -1,0 +1,15 @@
+// Requests that wait for the desktop app, on threads of their own.
+#pragma once
+
+#include "core/server_context.hpp"
+#include "platform/json_value.hpp"
+
+namespace quillmere {
+
+/// Hands `message`, a request with this id, to a worker that carries it out and answers it, and
+/// returns at once. From then until its answer is out the request can be cancelled by its id; a
+/// request that was cancelled in time gets no answer. Main thread only. A request for which no
+/// thread can be had is answered with an error.
+void dispatchRequest(JsonObject message, JsonValue id, ServerContext& server);
+
+}  // namespace quillmere

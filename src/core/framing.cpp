@@ -1,0 +1,121 @@
+#include "core/framing.hpp"
+
+#include <charconv>
+#include <cstdint>
+#include <string_view>
+#include <vector>
+
+#include "platform/json_writer.hpp"
+#include "platform/process.hpp"
+#include "platform/text.hpp"
+#include "shared/mcp_error.hpp"
+
+namespace quillmere {
+
+namespace {
+
+constexpr std::string_view headerName = "content-length";
+constexpr std::string_view whiteSpaceAndLineBreaks = "\t\n\v\f\r ";
+
+std::string_view trimmedOf(std::string_view text, std::string_view unwanted) {
+  const std::size_t first = text.find_first_not_of(unwanted);
+  if (first == std::string_view::npos) return {};
+  return text.substr(first, text.find_last_not_of(unwanted) - first + 1);
+}
+
+bool startsHeaderBlock(std::string_view line) {
+  const std::string start = asciiLowerCased(line.substr(0, headerName.size() + 1));
+  return start.starts_with(headerName) && start.ends_with(':') && isAscii(line);
+}
+
+std::vector<std::string> readHeaderBlock(StdinReader& reader, std::string firstLine) {
+  std::vector<std::string> lines;
+  lines.push_back(std::move(firstLine));
+  for (;;) {
+    auto line = reader.readLine(maxHeaderLineBytes);
+    if (!line) throw errors::incompleteHeaders();
+    if (*line == "\r\n" || *line == "\n") return lines;
+    lines.push_back(std::move(*line));
+    if (lines.size() > maxHeaderLines) throw errors::tooManyHeaders();
+  }
+}
+
+std::optional<std::int64_t> decimalInteger(std::string_view text) {
+  if (text.starts_with('+')) {
+    text.remove_prefix(1);
+    if (text.starts_with('-')) return std::nullopt;
+  }
+  std::int64_t number = 0;
+  const char* end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, number);
+  return error == std::errc() && stop == end ? std::optional(number) : std::nullopt;
+}
+
+/// The value of a `Content-Length` line, or null for another line. A colon in front of the name is
+/// passed over, and so a line that ends behind its only colon has no value and is another line.
+std::optional<std::string_view> contentLengthValue(std::string_view line) {
+  line = trimmedOf(line, whiteSpaceAndLineBreaks);
+  line.remove_prefix(std::min(line.find_first_not_of(':'), line.size()));
+  const std::size_t colon = line.find(':');
+  if (colon == std::string_view::npos || colon + 1 == line.size()) return std::nullopt;
+  if (asciiLowerCased(line.substr(0, colon)) != headerName) return std::nullopt;
+  return trimmedOf(line.substr(colon + 1), " \t");
+}
+
+std::size_t bodyLength(const std::vector<std::string>& headerLines) {
+  std::optional<std::int64_t> length;
+  for (const std::string& line : headerLines) {
+    if (!isAscii(line)) throw errors::headerNotAscii();
+    // The last match counts, even when its value is no number: then there is no length.
+    if (const auto value = contentLengthValue(line)) length = decimalInteger(*value);
+  }
+  if (!length) throw errors::missingContentLength();
+  if (*length < 1 || *length > static_cast<std::int64_t>(maxBodyBytes)) {
+    throw errors::messageTooLarge();
+  }
+  return static_cast<std::size_t>(*length);
+}
+
+}  // namespace
+
+std::optional<std::string> StdinReader::readLine(std::size_t maxBytes) {
+  std::string line;
+  while (input.readThrough('\n', maxBytes + 1 - line.size(), line)) {
+    if (line.size() > maxBytes) throw errors::messageTooLarge();
+    if (line.back() == '\n') return line;
+  }
+  return line.empty() ? std::nullopt : std::optional(std::move(line));
+}
+
+std::string StdinReader::readExact(std::size_t byteCount) {
+  std::string bytes;
+  bytes.reserve(byteCount);
+  while (bytes.size() < byteCount) {
+    if (!input.read(byteCount - bytes.size(), bytes)) throw errors::incompletePayload();
+  }
+  return bytes;
+}
+
+std::optional<std::string> readNextPayload(StdinReader& reader, ServerState& state) {
+  auto firstLine = reader.readLine(maxFirstLineBytes);
+  if (!firstLine || !startsHeaderBlock(*firstLine)) return firstLine;
+
+  // Before the block is judged: an error about this very block goes out in header framing.
+  state.useContentLengthFraming();
+  return reader.readExact(bodyLength(readHeaderBlock(reader, std::move(*firstLine))));
+}
+
+std::size_t MessageWriter::writeMessage(const JsonObject& message) {
+  std::string body = compactJson(message);
+  const std::lock_guard hold(stdoutLock);
+  std::string header;
+  if (state.usesContentLengthFraming()) {
+    header = "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n";
+  } else {
+    body += '\n';
+  }
+  if (!writeAll(output, header, body)) endProcess();
+  return header.size() + body.size();
+}
+
+}  // namespace quillmere

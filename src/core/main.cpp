@@ -1,0 +1,24 @@
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "core/command_line.hpp"
+#include "core/server.hpp"
+#include "core/server_context.hpp"
+#include "platform/allocator.hpp"
+#include "platform/process.hpp"
+
+int main(int argumentCount, char** arguments) {
+  using namespace quillmere;
+  prepareProcess();
+  tuneAllocator();
+
+  const auto first = static_cast<std::size_t>(std::min(argumentCount, 1));
+  const auto count = static_cast<std::size_t>(argumentCount);
+  if (const auto status = runCLI({arguments + first, count - first})) return *status;
+
+  // Never freed, and no destructor is run below: workers may use it until the process is gone.
+  static auto& server = *new ServerContext(STDOUT_FILENO);
+  serve(STDIN_FILENO, server);
+  endProcess();
+}

@@ -1,0 +1,20 @@
+// The read loop.
+#pragma once
+
+#include <string_view>
+
+#include "core/server_context.hpp"
+
+namespace quillmere {
+
+/// Reads messages from `descriptor` and answers them, until input ends or the client asks for
+/// shutdown. Requests that workers carry out at that moment are left as they are. Blocks; main
+/// thread only. Whatever is thrown on the way is answered and ends nothing.
+void serve(int descriptor, ServerContext& server);
+
+/// Takes one payload: answers it here, hands it to a worker, or passes over it in silence. Returns
+/// false when the read loop is to end. Main thread only. Throws only when an answer can't be
+/// written.
+[[nodiscard]] bool processPayload(std::string_view payload, ServerContext& server);
+
+}  // namespace quillmere

@@ -1,0 +1,23 @@
+// What the threads of the one server share.
+#pragma once
+
+#include "core/framing.hpp"
+#include "platform/worker_pool.hpp"
+#include "shared/in_flight_request.hpp"
+#include "shared/server_state.hpp"
+
+namespace quillmere {
+
+/// Made once at start and never destroyed: workers may still use it while the process ends. Each
+/// part is safe to use from any thread.
+struct ServerContext {
+  ServerState state;
+  MessageWriter output;
+  InFlightRequests inFlightRequests;
+  WorkerPool workers;
+
+  /// Writes its messages to `descriptor`, which stays the caller's.
+  explicit ServerContext(int descriptor) : output(descriptor, state) {}
+};
+
+}  // namespace quillmere

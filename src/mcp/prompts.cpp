@@ -1,0 +1,172 @@
+#include "mcp/prompts.hpp"
+
+#include <algorithm>
+#include <span>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "platform/text.hpp"
+#include "platform/uuid.hpp"
+#include "shared/mcp_error.hpp"
+#include "shared/server_info.hpp"
+
+namespace quillmere {
+
+namespace {
+
+constexpr std::size_t maxArgumentCharacters = 16'384;
+
+struct PromptArgument {
+  std::string_view name;
+  std::string_view description;
+  bool required = false;
+  /// Stands in the text when the argument is absent or null.
+  std::string_view fallback;
+};
+
+constexpr PromptArgument taskArguments[] = {
+    {.name = "task",
+     .description = "The user's phone task.",
+     .required = true,
+     .fallback = "Complete the user's supervised phone task."},
+};
+
+constexpr PromptArgument smokeTestArguments[] = {
+    {.name = "packageName",
+     .description = "Android package name to launch.",
+     .required = true,
+     .fallback = "<package>"},
+    {.name = "deviceSerial",
+     .description = "Optional Android device serial.",
+     .required = false,
+     .fallback = "<auto>"},
+};
+
+std::string argumentText(const JsonObject& arguments, const PromptArgument& argument) {
+  const std::string* text = arguments.findString(argument.name);
+  return std::string(text != nullptr ? *text : argument.fallback);
+}
+
+std::string joined(std::initializer_list<std::string_view> pieces) {
+  std::string text;
+  for (const std::string_view piece : pieces) text += piece;
+  return text;
+}
+
+std::string taskText(const JsonObject& arguments) {
+  const std::string task = argumentText(arguments, taskArguments[0]);
+  return joined(
+      {"Task: ", task, "\n\nUse Quillmere's Phone Screen MCP tools.\n", connectionInstructions,
+       " Use taskId `", randomUuid(), "` and taskName `", task,
+       "` on every Quillmere tool call for this task. ", workflowInstructions,
+       " Structured UI tools, including stable UI wait, are available only for Phone Screen "
+       "display 0 sessions. Use compact UI state by default; request includeNonInteractive=true "
+       "when the actionable/labeled node list is insufficient, especially when WebView, browser, "
+       "or webpage content is missing. After launching apps or triggering navigation on Phone "
+       "Screen, use the stable UI wait tool before selecting nodes, then pass the returned "
+       "stateSignature with the chosen nodeId for any node action. If a tool reports 「使用 AI "
+       "操作微信很可能导致账号封锁，请向用户询问并确认是否继续？」, ask the user and retry only "
+       "after explicit confirmation, passing the user's exact confirmation such as "
+       "「我确认继续使用 AI 操作微信」 in userAcknowledgementText. Do not use generic ADB "
+       "commands. Stop before payments, submissions, CAPTCHA, account/security changes, "
+       "destructive actions, or sensitive data transmission unless the user takes over or confirms "
+       "in Quillmere."});
+}
+
+std::string smokeTestText(const JsonObject& arguments) {
+  return joined({"Run a short Android smoke test for package ",
+                 argumentText(arguments, smokeTestArguments[0]), " on device ",
+                 argumentText(arguments, smokeTestArguments[1]),
+                 " using Phone Screen MCP control. ", connectionInstructions, " ",
+                 workflowInstructions, "` on every Quillmere tool call for this task. "});
+}
+
+struct Prompt {
+  std::string_view name;
+  std::string_view title;
+  std::string_view description;
+  std::span<const PromptArgument> arguments;
+  std::string (*text)(const JsonObject& arguments);
+};
+
+constexpr Prompt prompts[] = {
+    {.name = "phone_task_assistant",
+     .title = "Supervised Phone Task",
+     .description = "Use Quillmere to perform a user-described Android phone task with an explicit "
+                    "device/session workflow and safety checkpoints.",
+     .arguments = taskArguments,
+     .text = taskText},
+    {.name = "android_smoke_test",
+     .title = "Android App Smoke Test",
+     .description = "Launch an Android app through Quillmere, wait for stable UI, inspect the "
+                    "visible screen, and report a short smoke-test result.",
+     .arguments = smokeTestArguments,
+     .text = smokeTestText},
+};
+
+const Prompt& promptDefinition(std::string_view name) {
+  const auto* prompt = std::ranges::find(prompts, name, &Prompt::name);
+  if (prompt == std::end(prompts)) throw errors::unknownPrompt(name);
+  return *prompt;
+}
+
+void validatePromptArguments(const Prompt& prompt, const JsonObject& arguments) {
+  const std::string* firstUnknown = nullptr;
+  for (const JsonMember& given : arguments) {
+    const bool isDeclared = std::ranges::find(prompt.arguments, given.key, &PromptArgument::name) !=
+                            prompt.arguments.end();
+    if (!isDeclared && (firstUnknown == nullptr || given.key < *firstUnknown))
+      firstUnknown = &given.key;
+  }
+  if (firstUnknown != nullptr) throw errors::unsupportedPromptArgument(prompt.name, *firstUnknown);
+
+  for (const PromptArgument& argument : prompt.arguments) {
+    const JsonValue* value = arguments.find(argument.name);
+    const std::string* text = value != nullptr ? value->asString() : nullptr;
+    const bool isEmpty = value == nullptr || (text != nullptr && text->empty());
+    if (argument.required && isEmpty)
+      throw errors::missingPromptArgument(prompt.name, argument.name);
+    // Null passes, even for a required argument: it asks for the fallback.
+    if (value == nullptr || value->isNull()) continue;
+    if (text == nullptr) throw errors::notAString(argument.name);
+    if (hasMoreCharactersThan(*text, maxArgumentCharacters)) throw errors::tooLong(argument.name);
+  }
+}
+
+}  // namespace
+
+JsonArray promptList() {
+  JsonArray list;
+  for (const Prompt& prompt : prompts) {
+    JsonArray arguments;
+    for (const PromptArgument& argument : prompt.arguments) {
+      arguments.emplace_back(JsonObject{{"name", argument.name},
+                                        {"description", argument.description},
+                                        {"required", argument.required}});
+    }
+    list.emplace_back(JsonObject{{"name", prompt.name},
+                                 {"title", prompt.title},
+                                 {"description", prompt.description},
+                                 {"arguments", std::move(arguments)}});
+  }
+  return list;
+}
+
+JsonObject getPrompt(const JsonObject& params) {
+  const std::string* name = params.findString("name");
+  if (name == nullptr) throw errors::promptNameMissing();
+  const JsonObject* given = params.findObject("arguments");
+  const JsonObject arguments = given != nullptr ? *given : JsonObject();
+
+  const Prompt& prompt = promptDefinition(*name);
+  validatePromptArguments(prompt, arguments);
+
+  JsonObject content{{"type", "text"}, {"text", prompt.text(arguments)}};
+  JsonObject message{{"role", "user"}, {"content", std::move(content)}};
+  JsonObject result{{"description", prompt.description}};
+  result.set("messages", arrayOf(std::move(message)));
+  return result;
+}
+
+}  // namespace quillmere

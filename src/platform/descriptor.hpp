@@ -1,0 +1,34 @@
+// Ownership of a file descriptor as a type.
+#pragma once
+
+#include <utility>
+
+namespace quillmere {
+
+/// Owns one open file descriptor and closes it when it goes out of scope. Nothing else in the
+/// program calls `close`.
+class Descriptor {
+ public:
+  /// Owns nothing.
+  Descriptor() = default;
+  /// Takes over `number`; a negative one is nothing.
+  explicit Descriptor(int number) : held(number) {}
+  Descriptor(Descriptor&& other) noexcept : held(std::exchange(other.held, none)) {}
+  Descriptor& operator=(Descriptor&& other) noexcept {
+    std::swap(held, other.held);
+    return *this;
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  ~Descriptor();
+
+  /// The number, for system calls only; it stays owned here. Negative when nothing is owned.
+  [[nodiscard]] int number() const { return held; }
+  [[nodiscard]] bool isOpen() const { return held >= 0; }
+
+ private:
+  static constexpr int none = -1;
+  int held = none;
+};
+
+}  // namespace quillmere

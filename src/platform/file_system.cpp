@@ -1,0 +1,74 @@
+#include "platform/file_system.hpp"
+
+#include <fcntl.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <system_error>
+
+#include "platform/descriptor.hpp"
+
+namespace quillmere {
+
+std::string homeDirectory() {
+  const char* home = std::getenv("HOME");
+  if (home != nullptr && home[0] == '/') return home;
+
+  constexpr std::size_t longestEntry = 16 * 1024;
+  std::array<char, longestEntry> text{};
+  passwd entry{};
+  passwd* found = nullptr;
+  if (getpwuid_r(getuid(), &entry, text.data(), text.size(), &found) == 0 && found != nullptr &&
+      found->pw_dir != nullptr && found->pw_dir[0] == '/') {
+    return found->pw_dir;
+  }
+  return "/";
+}
+
+std::string currentDirectory() {
+  std::error_code error;
+  const std::filesystem::path path = std::filesystem::current_path(error);
+  return error ? "/" : path.string();
+}
+
+std::string withLinksResolved(const std::string& path) {
+  std::error_code error;
+  const std::filesystem::path resolved = std::filesystem::weakly_canonical(path, error);
+  return error ? path : resolved.string();
+}
+
+bool pathExists(const std::string& path) {
+  return ::access(path.c_str(), F_OK) == 0;
+}
+
+bool isSocket(const std::string& path) {
+  struct stat status {};
+  return ::lstat(path.c_str(), &status) == 0 && S_ISSOCK(status.st_mode);
+}
+
+std::optional<std::string> readFile(const std::string& path, std::size_t maxBytes) {
+  const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  struct stat status {};
+  if (!file.isOpen() || ::fstat(file.number(), &status) != 0 || !S_ISREG(status.st_mode) ||
+      static_cast<std::size_t>(status.st_size) > maxBytes) {
+    return std::nullopt;
+  }
+  std::string content(static_cast<std::size_t>(status.st_size), '\0');
+  std::size_t have = 0;
+  while (have < content.size()) {
+    const ssize_t count = ::read(file.number(), content.data() + have, content.size() - have);
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return std::nullopt;
+    if (count == 0) break;
+    have += static_cast<std::size_t>(count);
+  }
+  content.resize(have);
+  return content;
+}
+
+}  // namespace quillmere

@@ -1,0 +1,32 @@
+// The few questions that the program asks of the file system. All are thread-safe and cannot fail
+// otherwise than by the answer told.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace quillmere {
+
+/// The user's home: `$HOME` when it is an absolute path, otherwise that of the password entry,
+/// otherwise
+/// "/".
+[[nodiscard]] std::string homeDirectory();
+
+/// The current directory, or "/" when it can't be told.
+[[nodiscard]] std::string currentDirectory();
+
+/// `path`, which must be absolute, with symbolic links and dots resolved as far as its parts exist.
+[[nodiscard]] std::string withLinksResolved(const std::string& path);
+
+/// Whether something exists at `path`, symbolic links followed: a dangling link does not.
+[[nodiscard]] bool pathExists(const std::string& path);
+
+/// Whether a socket is at `path` itself; a symbolic link to one is none.
+[[nodiscard]] bool isSocket(const std::string& path);
+
+/// The content of the regular file at `path`, or nothing if it can't be read or holds more than
+/// `maxBytes`. Never waits: a pipe or device in its place is not opened for reading.
+[[nodiscard]] std::optional<std::string> readFile(const std::string& path, std::size_t maxBytes);
+
+}  // namespace quillmere

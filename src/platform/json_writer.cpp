@@ -1,0 +1,189 @@
+#include "platform/json_writer.hpp"
+
+#include <algorithm>
+#include <array>
+#include <string_view>
+#include <vector>
+
+#include "platform/text.hpp"
+
+namespace quillmere {
+
+namespace {
+
+constexpr bool isClean(char c) {
+  const auto byte = static_cast<unsigned char>(c);
+  return byte >= 0x20 && byte < 0x80 && c != '"' && c != '\\';
+}
+
+/// How many bytes at the start are ASCII that needs no escape. Blocks first: the compiler turns the
+/// inner loop into vector code, which makes long clean texts, screenshots above all, cost little.
+std::size_t cleanRun(std::string_view text) {
+  constexpr std::size_t block = 32;
+  std::size_t at = 0;
+  for (; at + block <= text.size(); at += block) {
+    bool clean = true;
+    for (std::size_t i = 0; i < block; ++i) clean &= isClean(text[at + i]);
+    if (!clean) break;
+  }
+  while (at < text.size() && isClean(text[at])) ++at;
+  return at;
+}
+
+class Writer {
+ public:
+  explicit Writer(bool forPeople) : indented(forPeople) {}
+
+  void write(const JsonValue& value) {
+    if (const auto* object = value.asObject()) {
+      write(*object);
+    } else if (const auto* array = value.asArray()) {
+      write(*array);
+    } else if (const auto* string = value.asString()) {
+      write(std::string_view(*string));
+    } else if (const auto* number = value.asNumber()) {
+      text += number->text();
+    } else if (const auto boolean = value.asBoolean()) {
+      text += *boolean ? "true" : "false";
+    } else {
+      text += "null";
+    }
+  }
+
+  void write(const JsonObject& object) {
+    open('{');
+    bool first = true;
+    const auto writeMember = [&](const JsonMember& member) {
+      separate(first);
+      write(std::string_view(member.key));
+      text += indented ? ": " : ":";
+      write(member.value);
+    };
+    if (indented) {
+      for (const JsonMember* member : sorted(object)) writeMember(*member);
+    } else {
+      for (const JsonMember& member : object) writeMember(member);
+    }
+    close('}', first);
+  }
+
+  [[nodiscard]] std::string take() { return std::move(text); }
+
+ private:
+  void write(const JsonArray& array) {
+    open('[');
+    bool first = true;
+    for (const JsonValue& element : array) {
+      separate(first);
+      write(element);
+    }
+    close(']', first);
+  }
+
+  void write(std::string_view string) {
+    text += '"';
+    while (!string.empty()) {
+      const std::size_t clean = cleanRun(string);
+      text += string.substr(0, clean);
+      string.remove_prefix(clean);
+      if (!string.empty()) string.remove_prefix(writeSpecial(string));
+    }
+    text += '"';
+  }
+
+  /// Writes the character at the start of `string`, which is no clean one; returns its length in
+  /// bytes.
+  std::size_t writeSpecial(std::string_view string) {
+    const char c = string.front();
+    if (static_cast<unsigned char>(c) >= 0x80) {
+      const std::size_t length = utf8CharacterLength(string);
+      if (length == 0) throw JsonError("A text to be written as JSON is not valid UTF-8.");
+      text += string.substr(0, length);
+      return length;
+    }
+    constexpr std::string_view hexDigits = "0123456789abcdef";
+    switch (c) {
+      case '"':
+        text += "\\\"";
+        break;
+      case '\\':
+        text += "\\\\";
+        break;
+      case '\b':
+        text += "\\b";
+        break;
+      case '\f':
+        text += "\\f";
+        break;
+      case '\n':
+        text += "\\n";
+        break;
+      case '\r':
+        text += "\\r";
+        break;
+      case '\t':
+        text += "\\t";
+        break;
+      default:
+        text += "\\u00";
+        text += hexDigits[static_cast<unsigned char>(c) >> 4U];
+        text += hexDigits[static_cast<unsigned char>(c) & 0xFU];
+    }
+    return 1;
+  }
+
+  static std::vector<const JsonMember*> sorted(const JsonObject& object) {
+    std::vector<const JsonMember*> members;
+    members.reserve(object.size());
+    for (const JsonMember& member : object) members.push_back(&member);
+    std::ranges::sort(members, {}, &JsonMember::key);
+    return members;
+  }
+
+  void open(char bracket) {
+    text += bracket;
+    ++depth;
+  }
+
+  void separate(bool& first) {
+    if (!first) text += ',';
+    first = false;
+    if (indented) newLine();
+  }
+
+  void close(char bracket, bool isEmpty) {
+    --depth;
+    if (indented && !isEmpty) newLine();
+    text += bracket;
+  }
+
+  void newLine() {
+    text += '\n';
+    text.append(2 * depth, ' ');
+  }
+
+  const bool indented;
+  std::size_t depth = 0;
+  std::string text;
+};
+
+template <typename Json>
+std::string written(const Json& json, bool forPeople) {
+  Writer writer(forPeople);
+  writer.write(json);
+  return writer.take();
+}
+
+}  // namespace
+
+std::string compactJson(const JsonValue& value) {
+  return written(value, false);
+}
+std::string compactJson(const JsonObject& object) {
+  return written(object, false);
+}
+std::string indentedJson(const JsonObject& object) {
+  return written(object, true);
+}
+
+}  // namespace quillmere

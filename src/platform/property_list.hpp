@@ -1,0 +1,20 @@
+// Property lists, the format of a bundle's Info.plist.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace quillmere {
+
+/// Largest property list that is read, in bytes. An Info.plist holds a few kilobytes; the limit
+/// keeps deeply nested text from exhausting the stack of the parser behind this.
+inline constexpr std::size_t maxPropertyListBytes = 128 * 1024;
+
+/// The string under `key` in the dictionary that `data` holds, as XML or binary property list.
+/// Nothing when `data` is no property list, its top is no dictionary, or the value is missing or no
+/// string. Thread-safe.
+[[nodiscard]] std::optional<std::string> propertyListString(std::string_view data,
+                                                            std::string_view key);
+
+}  // namespace quillmere

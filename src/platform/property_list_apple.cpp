@@ -1,0 +1,43 @@
+#include <CoreFoundation/CoreFoundation.h>
+
+#include <memory>
+#include <type_traits>
+#include <vector>
+
+#include "platform/property_list.hpp"
+
+namespace quillmere {
+
+namespace {
+
+struct Release {
+  void operator()(CFTypeRef object) const { CFRelease(object); }
+};
+template <typename Ref>
+using Owned = std::unique_ptr<std::remove_pointer_t<Ref>, Release>;
+
+}  // namespace
+
+std::optional<std::string> propertyListString(std::string_view data, std::string_view key) {
+  if (data.empty() || data.size() > maxPropertyListBytes) return std::nullopt;
+  const Owned<CFDataRef> bytes(CFDataCreate(nullptr, reinterpret_cast<const UInt8*>(data.data()),
+                                            static_cast<CFIndex>(data.size())));
+  const Owned<CFPropertyListRef> list(CFPropertyListCreateWithData(
+      nullptr, bytes.get(), kCFPropertyListImmutable, nullptr, nullptr));
+  if (!list || CFGetTypeID(list.get()) != CFDictionaryGetTypeID()) return std::nullopt;
+
+  const Owned<CFStringRef> name(
+      CFStringCreateWithBytes(nullptr, reinterpret_cast<const UInt8*>(key.data()),
+                              static_cast<CFIndex>(key.size()), kCFStringEncodingUTF8, false));
+  const auto* value = static_cast<CFStringRef>(
+      CFDictionaryGetValue(static_cast<CFDictionaryRef>(list.get()), name.get()));
+  if (value == nullptr || CFGetTypeID(value) != CFStringGetTypeID()) return std::nullopt;
+
+  const CFIndex most =
+      CFStringGetMaximumSizeForEncoding(CFStringGetLength(value), kCFStringEncodingUTF8) + 1;
+  std::vector<char> text(static_cast<std::size_t>(most));
+  if (!CFStringGetCString(value, text.data(), most, kCFStringEncodingUTF8)) return std::nullopt;
+  return std::string(text.data());
+}
+
+}  // namespace quillmere

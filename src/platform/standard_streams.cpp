@@ -1,0 +1,160 @@
+#include "platform/standard_streams.hpp"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+
+namespace quillmere {
+
+namespace {
+
+/// How far to look ahead, in bytes: what a pipe holds at most by default.
+constexpr std::size_t lookAheadBytes = 64 * 1024;
+
+void waitFor(int descriptor, short events) {
+  pollfd entry{.fd = descriptor, .events = events, .revents = 0};
+  static_cast<void>(::poll(&entry, 1, -1));
+}
+
+/// Repeats `call`, a system call on `descriptor`, through interruptions and, on a non-blocking
+/// descriptor, until it is ready. Returns the count, 0 at the end, or -1.
+template <typename Call>
+ssize_t repeated(int descriptor, short events, Call call) {
+  for (;;) {
+    const ssize_t count = call();
+    if (count >= 0) return count;
+    if (errno == EAGAIN || errno == EWOULDBLOCK) {
+      waitFor(descriptor, events);
+    } else if (errno != EINTR) {
+      return -1;
+    }
+  }
+}
+
+}  // namespace
+
+InputStream::InputStream(int descriptor) : input(descriptor), way(wayToLookAhead()) {
+#ifndef __APPLE__
+  std::array<int, 2> ends{};
+  if (way == LookAhead::tee) {
+    if (::pipe2(ends.data(), O_CLOEXEC) == 0) {
+      duplicateOut = Descriptor(ends[0]);
+      duplicateIn = Descriptor(ends[1]);
+    } else {
+      way = LookAhead::none;
+    }
+  }
+#endif
+}
+
+InputStream::LookAhead InputStream::wayToLookAhead() const {
+  struct stat status {};
+  if (::fstat(input, &status) != 0) return LookAhead::none;
+  if (S_ISREG(status.st_mode)) return LookAhead::position;
+#ifndef __APPLE__
+  if (S_ISFIFO(status.st_mode)) return LookAhead::tee;
+#endif
+  int type = 0;
+  socklen_t length = sizeof type;
+  const bool isStream = S_ISSOCK(status.st_mode) &&
+                        ::getsockopt(input, SOL_SOCKET, SO_TYPE, &type, &length) == 0 &&
+                        type == SOCK_STREAM;
+  return isStream ? LookAhead::peek : LookAhead::none;
+}
+
+bool InputStream::readThrough(char delimiter, std::size_t most, std::string& to) {
+  if (ahead.empty() && way != LookAhead::none && !fillAhead() && way != LookAhead::none)
+    return false;
+  // What can't be looked into is read byte by byte, to the same end.
+  if (way == LookAhead::none) return read(1, to);
+  const std::string_view seen = ahead.substr(0, most);
+  const std::size_t at = seen.find(delimiter);
+  return read(at == std::string_view::npos ? seen.size() : at + 1, to);
+}
+
+bool InputStream::read(std::size_t most, std::string& to) {
+  const std::size_t before = to.size();
+  to.resize(before + most);
+  const ssize_t count = repeated(input, POLLIN, [&] { return ::read(input, &to[before], most); });
+  const std::size_t taken = count > 0 ? static_cast<std::size_t>(count) : 0;
+  to.resize(before + taken);
+  ahead.remove_prefix(std::min(taken, ahead.size()));
+  return taken > 0;
+}
+
+bool InputStream::fillAhead() {
+  if (!aheadBuffer) aheadBuffer = std::make_unique_for_overwrite<char[]>(lookAheadBytes);
+  long count = -1;
+  switch (way) {
+    case LookAhead::peek:
+      count = peekAhead();
+      break;
+    case LookAhead::tee:
+      count = teeAhead();
+      break;
+    case LookAhead::position:
+      count = positionAhead();
+      break;
+    case LookAhead::none:
+      break;
+  }
+  if (count < 0) way = LookAhead::none;
+  ahead = {aheadBuffer.get(), count > 0 ? static_cast<std::size_t>(count) : 0};
+  return count > 0;
+}
+
+long InputStream::peekAhead() const {
+  return repeated(input, POLLIN,
+                  [&] { return ::recv(input, aheadBuffer.get(), lookAheadBytes, MSG_PEEK); });
+}
+
+long InputStream::positionAhead() const {
+  return repeated(input, POLLIN, [&] {
+    return ::pread(input, aheadBuffer.get(), lookAheadBytes, ::lseek(input, 0, SEEK_CUR));
+  });
+}
+
+long InputStream::teeAhead() const {
+#ifdef __APPLE__
+  return -1;
+#else
+  const ssize_t count = repeated(
+      input, POLLIN, [&] { return ::tee(input, duplicateIn.number(), lookAheadBytes, 0); });
+  if (count <= 0) return count;
+  std::size_t have = 0;
+  while (have < static_cast<std::size_t>(count)) {
+    const ssize_t part = repeated(duplicateOut.number(), POLLIN, [&] {
+      return ::read(duplicateOut.number(), &aheadBuffer[have], lookAheadBytes - have);
+    });
+    if (part <= 0) return -1;
+    have += static_cast<std::size_t>(part);
+  }
+  return count;
+#endif
+}
+
+bool writeAll(int descriptor, std::string_view head, std::string_view body) {
+  while (!head.empty() || !body.empty()) {
+    const std::array<iovec, 2> pieces = {
+        iovec{const_cast<char*>(head.data()), head.size()},
+        iovec{const_cast<char*>(body.data()), body.size()},
+    };
+    const ssize_t count = repeated(descriptor, POLLOUT, [&] {
+      return ::writev(descriptor, pieces.data(), static_cast<int>(pieces.size()));
+    });
+    if (count < 0) return false;
+    const std::size_t fromHead = std::min(static_cast<std::size_t>(count), head.size());
+    head.remove_prefix(fromHead);
+    body.remove_prefix(static_cast<std::size_t>(count) - fromHead);
+  }
+  return true;
+}
+
+}  // namespace quillmere

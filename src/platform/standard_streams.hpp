@@ -1,0 +1,57 @@
+// Standard input and output as the server needs them.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "platform/descriptor.hpp"
+
+namespace quillmere {
+
+/// Reads a descriptor and never takes a byte more than it is asked for: what stands behind stays in
+/// the descriptor for whoever reads it next. To find a delimiter without a system call a byte it
+/// looks ahead without consuming, where the descriptor allows it. One thread at a time.
+class InputStream {
+ public:
+  /// Reads from `descriptor`, which stays the caller's and must outlive this.
+  explicit InputStream(int descriptor);
+
+  /// Appends at least one and at most `most` bytes to `to`, none of them behind the first
+  /// `delimiter`. Blocks for the first byte. Returns false, with `to` unchanged, at end of input. A
+  /// descriptor that can't be read counts as ended.
+  [[nodiscard]] bool readThrough(char delimiter, std::size_t most, std::string& to);
+
+  /// The same without a delimiter.
+  [[nodiscard]] bool read(std::size_t most, std::string& to);
+
+ private:
+  /// How to see what comes next without consuming it.
+  enum class LookAhead { peek, tee, position, none };
+
+  LookAhead wayToLookAhead() const;
+  /// Fills `ahead` with what comes next, at least one byte; false at end of input or when the
+  /// descriptor turns out not to let itself be looked into.
+  bool fillAhead();
+  [[nodiscard]] long peekAhead() const;
+  [[nodiscard]] long positionAhead() const;
+  [[nodiscard]] long teeAhead() const;
+
+  const int input;
+  LookAhead way;
+  /// Bytes that were seen and not yet consumed. A copy, in `aheadBuffer`: they also still stand in
+  /// the descriptor.
+  std::string_view ahead;
+  std::unique_ptr<char[]> aheadBuffer;
+  /// A pipe of our own, into which a pipe's content is duplicated to be seen.
+  Descriptor duplicateIn;
+  Descriptor duplicateOut;
+};
+
+/// Writes `head` and `body` one behind the other to `descriptor`, in one system call unless the
+/// descriptor takes less at a time. Waits as long as it must. Returns false when it can't be
+/// written to any more, which on standard output means that the client is gone.
+[[nodiscard]] bool writeAll(int descriptor, std::string_view head, std::string_view body);
+
+}  // namespace quillmere

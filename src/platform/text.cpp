@@ -1,0 +1,154 @@
+#include "platform/text.hpp"
+
+#include <utf8proc.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstring>
+
+namespace quillmere {
+
+namespace {
+
+struct CodePoint {
+  utf8proc_int32_t value = 0;
+  std::size_t length = 0;
+};
+
+/// The first code point of `text`, which must hold valid UTF-8 and not be empty.
+CodePoint firstCodePoint(std::string_view text) {
+  const auto lead = static_cast<unsigned char>(text.front());
+  if (lead < 0x80) return {lead, 1};
+  CodePoint point;
+  const utf8proc_ssize_t length =
+      utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(text.data()),
+                       static_cast<utf8proc_ssize_t>(text.size()), &point.value);
+  point.length = length > 0 ? static_cast<std::size_t>(length) : 1;
+  return point;
+}
+
+CodePoint lastCodePoint(std::string_view text) {
+  std::size_t at = text.size() - 1;
+  while (at > 0 && (static_cast<unsigned char>(text[at]) & 0xC0U) == 0x80U) --at;
+  CodePoint point = firstCodePoint(text.substr(at));
+  point.length = text.size() - at;
+  return point;
+}
+
+bool isSpaceOrLineBreak(utf8proc_int32_t point) {
+  if ((point >= 0x09 && point <= 0x0D) || point == 0x85) return true;
+  switch (utf8proc_category(point)) {
+    case UTF8PROC_CATEGORY_ZS:
+    case UTF8PROC_CATEGORY_ZL:
+    case UTF8PROC_CATEGORY_ZP:
+      return true;
+    default:
+      return false;
+  }
+}
+
+void append(std::string& text, utf8proc_int32_t point) {
+  std::array<utf8proc_uint8_t, 4> bytes{};
+  const utf8proc_ssize_t length = utf8proc_encode_char(point, bytes.data());
+  text.append(reinterpret_cast<const char*>(bytes.data()), static_cast<std::size_t>(length));
+}
+
+/// How many bytes at the start are ASCII, looked at eight at a time while there are eight.
+std::size_t asciiRun(std::string_view text) {
+  constexpr std::uint64_t highBits = 0x8080808080808080U;
+  std::size_t at = 0;
+  for (std::uint64_t block = 0; at + sizeof block <= text.size(); at += sizeof block) {
+    std::memcpy(&block, text.data() + at, sizeof block);
+    if ((block & highBits) != 0) break;
+  }
+  while (at < text.size() && static_cast<unsigned char>(text[at]) < 0x80) ++at;
+  return at;
+}
+
+}  // namespace
+
+bool isUtf8(std::string_view text) {
+  for (;;) {
+    text.remove_prefix(asciiRun(text));
+    if (text.empty()) return true;
+    const std::size_t length = utf8CharacterLength(text);
+    if (length == 0) return false;
+    text.remove_prefix(length);
+  }
+}
+
+std::size_t utf8CharacterLength(std::string_view text) {
+  if (text.empty()) return 0;
+  utf8proc_int32_t point = 0;
+  const utf8proc_ssize_t length =
+      utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(text.data()),
+                       static_cast<utf8proc_ssize_t>(text.size()), &point);
+  return length > 0 ? static_cast<std::size_t>(length) : 0;
+}
+
+bool isAscii(std::string_view text) {
+  return asciiRun(text) == text.size();
+}
+
+std::string asciiLowerCased(std::string_view text) {
+  std::string lowered(text);
+  for (char& c : lowered) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  }
+  return lowered;
+}
+
+std::string_view trimmed(std::string_view text) {
+  while (!text.empty()) {
+    const CodePoint first = firstCodePoint(text);
+    if (!isSpaceOrLineBreak(first.value)) break;
+    text.remove_prefix(first.length);
+  }
+  while (!text.empty()) {
+    const CodePoint last = lastCodePoint(text);
+    if (!isSpaceOrLineBreak(last.value)) break;
+    text.remove_suffix(last.length);
+  }
+  return text;
+}
+
+std::string lowerCased(std::string_view text) {
+  constexpr utf8proc_int32_t capitalIWithDotAbove = 0x130;
+  std::string lowered;
+  lowered.reserve(text.size());
+  while (!text.empty()) {
+    const CodePoint point = firstCodePoint(text);
+    // utf8proc maps one code point to one; this is the only lower-casing of Unicode that gives two
+    // whatever stands around it.
+    if (point.value == capitalIWithDotAbove) {
+      lowered += "i\u0307";
+    } else {
+      append(lowered, utf8proc_tolower(point.value));
+    }
+    text.remove_prefix(point.length);
+  }
+  return lowered;
+}
+
+bool hasMoreCharactersThan(std::string_view text, std::size_t count) {
+  if (text.size() <= count) return false;
+  std::size_t characters = 0;
+  utf8proc_int32_t previous = 0;
+  utf8proc_int32_t state = 0;
+  while (!text.empty()) {
+    const CodePoint point = firstCodePoint(text);
+    if (characters == 0 || utf8proc_grapheme_break_stateful(previous, point.value, &state)) {
+      if (++characters > count) return true;
+    }
+    previous = point.value;
+    text.remove_prefix(point.length);
+  }
+  return false;
+}
+
+bool hasFewerCharactersThan(std::string_view text, std::size_t count) {
+  return count > 0 && !hasMoreCharactersThan(text, count - 1);
+}
+
+}  // namespace quillmere

@@ -1,0 +1,36 @@
+// What the program needs of Unicode. All functions are pure and take any bytes.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace quillmere {
+
+/// Whether the bytes are UTF-8 as RFC 3629 has it: no surrogates, no overlong forms, nothing past
+/// U+10FFFF.
+[[nodiscard]] bool isUtf8(std::string_view text);
+
+/// Length in bytes, 1 to 4, of the UTF-8 character at the start of `text`, or 0 if there is none.
+[[nodiscard]] std::size_t utf8CharacterLength(std::string_view text);
+
+/// Whether every byte is below 0x80.
+[[nodiscard]] bool isAscii(std::string_view text);
+
+/// `text` with A to Z as a to z and every other byte as it is.
+[[nodiscard]] std::string asciiLowerCased(std::string_view text);
+
+/// `text` without white space and line breaks at both ends: general category Z, U+0009 to U+000D
+/// and U+0085. `text` must be UTF-8.
+[[nodiscard]] std::string_view trimmed(std::string_view text);
+
+/// `text` in lower case, by the full mapping of the Unicode Character Database (U+0130 becomes
+/// U+0069 U+0307). `text` must be UTF-8.
+[[nodiscard]] std::string lowerCased(std::string_view text);
+
+/// Whether `text` has more, or fewer, user-perceived characters (extended grapheme clusters, UAX
+/// #29) than `count`. Stops counting as soon as it knows. `text` must be UTF-8.
+[[nodiscard]] bool hasMoreCharactersThan(std::string_view text, std::size_t count);
+[[nodiscard]] bool hasFewerCharactersThan(std::string_view text, std::size_t count);
+
+}  // namespace quillmere

@@ -1,0 +1,86 @@
+#include "platform/unix_socket.hpp"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <sys/un.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+
+namespace quillmere {
+
+std::optional<UnixSocket> UnixSocket::create() {
+#ifdef __APPLE__
+  Descriptor socket(::socket(AF_UNIX, SOCK_STREAM, 0));
+  if (!socket.isOpen()) return std::nullopt;
+  ::fcntl(socket.number(), F_SETFD, FD_CLOEXEC);
+  const int on = 1;
+  ::setsockopt(socket.number(), SOL_SOCKET, SO_NOSIGPIPE, &on, sizeof on);
+#else
+  Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  if (!socket.isOpen()) return std::nullopt;
+#endif
+  return UnixSocket(std::move(socket));
+}
+
+std::optional<int> UnixSocket::statusFlags() const {
+  const int flags = ::fcntl(descriptor.number(), F_GETFL);
+  return flags < 0 ? std::nullopt : std::optional(flags);
+}
+
+void UnixSocket::setStatusFlags(int flags) const {
+  ::fcntl(descriptor.number(), F_SETFL, flags);
+}
+
+int UnixSocket::connectTo(std::string_view path) const {
+  sockaddr_un address{};
+  const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + path.size());
+  address.sun_family = AF_UNIX;
+#ifdef __APPLE__
+  address.sun_len = static_cast<unsigned char>(length);
+#endif
+  std::ranges::copy(path, address.sun_path);
+  const auto* generic = reinterpret_cast<const sockaddr*>(&address);
+  return ::connect(descriptor.number(), generic, length) == 0 ? 0 : errno;
+}
+
+UnixSocket::Wait UnixSocket::waitUntilWritable(std::chrono::milliseconds most) const {
+  pollfd entry{.fd = descriptor.number(), .events = POLLOUT, .revents = 0};
+  const int ready = ::poll(&entry, 1, static_cast<int>(most.count()));
+  return {.timedOut = ready == 0, .error = ready < 0 ? errno : 0};
+}
+
+int UnixSocket::takePendingError() const {
+  int error = 0;
+  socklen_t length = sizeof error;
+  const bool isRead = ::getsockopt(descriptor.number(), SOL_SOCKET, SO_ERROR, &error, &length) == 0;
+  if (error == 0 && !isRead) error = errno;
+  return error;
+}
+
+void UnixSocket::setTimeouts(std::chrono::seconds limit) const {
+  timeval time{};
+  time.tv_sec = limit.count();
+  for (const int direction : {SO_RCVTIMEO, SO_SNDTIMEO}) {
+    ::setsockopt(descriptor.number(), SOL_SOCKET, direction, &time, sizeof time);
+  }
+}
+
+std::size_t UnixSocket::send(std::string_view data) const {
+  const ssize_t count = ::send(descriptor.number(), data.data(), data.size(), 0);
+  return count > 0 ? static_cast<std::size_t>(count) : 0;
+}
+
+std::size_t UnixSocket::receive(char* to, std::size_t atMost) const {
+  const ssize_t count = ::recv(descriptor.number(), to, atMost, 0);
+  return count > 0 ? static_cast<std::size_t>(count) : 0;
+}
+
+void UnixSocket::shutDown() const {
+  ::shutdown(descriptor.number(), SHUT_RDWR);
+}
+
+}  // namespace quillmere

@@ -1,0 +1,26 @@
+#include "platform/uuid.hpp"
+
+#include <array>
+#include <cstdlib>
+#include <string_view>
+
+namespace quillmere {
+
+std::string randomUuid() {
+  std::array<unsigned char, 16> bytes{};
+  arc4random_buf(bytes.data(), bytes.size());
+  bytes[6] = static_cast<unsigned char>((bytes[6] & 0x0FU) | 0x40U);
+  bytes[8] = static_cast<unsigned char>((bytes[8] & 0x3FU) | 0x80U);
+
+  constexpr std::string_view hexDigits = "0123456789ABCDEF";
+  std::string text;
+  text.reserve(36);
+  for (std::size_t i = 0; i < bytes.size(); ++i) {
+    if (i == 4 || i == 6 || i == 8 || i == 10) text += '-';
+    text += hexDigits[bytes[i] >> 4U];
+    text += hexDigits[bytes[i] & 0xFU];
+  }
+  return text;
+}
+
+}  // namespace quillmere

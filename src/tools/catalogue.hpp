@@ -1,0 +1,87 @@
+// The vocabulary towards the AI client: 20 tools and the arguments of each, as constant data.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string_view>
+#include <variant>
+
+#include "platform/json_value.hpp"
+
+namespace quillmere {
+
+inline constexpr std::array<std::string_view, 5> helpTopics = {"quickstart", "workflow", "session",
+                                                               "ui", "key"};
+
+/// The canonical key names, in the order in which an error lists them.
+inline constexpr std::array<std::string_view, 15> allowedKeyValues = {
+    "back",      "home",           "recents",     "enter",   "tab",
+    "delete",    "forward_delete", "escape",      "dpad_up", "dpad_down",
+    "dpad_left", "dpad_right",     "dpad_center", "page_up", "page_down"};
+
+inline constexpr std::array<std::string_view, 4> uiScrollDirections = {"up", "down", "left",
+                                                                       "right"};
+
+enum class ArgumentType { string, boolean, integer, number };
+
+/// One argument of a tool: what its JSON Schema says. What is not set is absent from the schema.
+struct Property {
+  std::string_view name;
+  ArgumentType type = ArgumentType::string;
+  std::string_view description = {};
+  /// In user-perceived characters; only for strings.
+  std::optional<std::size_t> minLength = std::nullopt;
+  std::optional<std::size_t> maxLength = std::nullopt;
+  /// Inclusive; only for integers and numbers.
+  std::optional<std::int64_t> minimum = std::nullopt;
+  std::optional<std::int64_t> maximum = std::nullopt;
+  /// Told to the client, never filled in here.
+  std::variant<std::monostate, bool, std::int64_t, std::string_view> defaultValue = {};
+  /// The only values that pass; any, when empty. Only for strings.
+  std::span<const std::string_view> allowed = {};
+  std::span<const std::string_view> examples = {};
+};
+
+/// Groups of arguments that many tools share, as bits.
+enum Fragment : unsigned {
+  noFragment = 0,
+  taskContext = 1,
+  sessionTarget = 2,
+  userAcknowledgement = 4,
+};
+
+struct Tool {
+  std::string_view name;
+  std::string_view title;
+  std::string_view description;
+  /// What the desktop app calls it; empty for a tool that this server answers by itself.
+  std::string_view command = {};
+  unsigned fragments = noFragment;
+  std::span<const Property> ownProperties = {};
+  /// Arguments that must be given, in the order in which they are missed; an empty name ends the
+  /// list.
+  std::array<std::string_view, 4> required = {};
+  /// Left out of `tools/list`, and an ordinary tool otherwise.
+  bool isHidden = false;
+
+  /// Whether a call must name a session or a device. Every tool that can take a session must.
+  [[nodiscard]] constexpr bool needsSessionTarget() const {
+    return (fragments & sessionTarget) != 0;
+  }
+};
+
+/// All tools, in their fixed order.
+[[nodiscard]] std::span<const Tool> allTools();
+
+/// The tool of exactly this name, or null.
+[[nodiscard]] const Tool* findTool(std::string_view name);
+
+/// The argument of exactly this name, shared or the tool's own, or null.
+[[nodiscard]] const Property* findProperty(const Tool& tool, std::string_view name);
+
+/// The entries of `tools/list`: each tool that is not hidden, with its JSON Schema.
+[[nodiscard]] JsonArray visibleTools();
+
+}  // namespace quillmere

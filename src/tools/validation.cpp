@@ -1,0 +1,109 @@
+#include "tools/validation.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <string>
+
+#include "platform/text.hpp"
+#include "shared/mcp_error.hpp"
+
+namespace quillmere {
+
+namespace {
+
+void refuseUnknownArguments(const Tool& tool, const JsonObject& arguments) {
+  const std::string* firstUnknown = nullptr;
+  for (const JsonMember& argument : arguments) {
+    if (findProperty(tool, argument.key) != nullptr) continue;
+    if (firstUnknown == nullptr || argument.key < *firstUnknown) firstUnknown = &argument.key;
+  }
+  if (firstUnknown != nullptr) throw errors::unsupportedArgument(tool.name, *firstUnknown);
+}
+
+void demandRequiredArguments(const Tool& tool, const JsonObject& arguments) {
+  for (const std::string_view key : tool.required) {
+    if (key.empty()) break;
+    const JsonValue* value = arguments.find(key);
+    if (value == nullptr || value->isNull()) throw errors::missingArgument(tool.name, key);
+  }
+}
+
+std::string joined(std::span<const std::string_view> texts) {
+  std::string result;
+  for (const std::string_view text : texts) {
+    if (!result.empty()) result += ", ";
+    result += text;
+  }
+  return result;
+}
+
+void validateString(const JsonValue& value, const Property& property) {
+  const std::string* text = value.asString();
+  if (text == nullptr) throw errors::notAString(property.name);
+  if (property.minLength && hasFewerCharactersThan(*text, *property.minLength)) {
+    throw errors::tooShort(property.name);
+  }
+  if (property.maxLength && hasMoreCharactersThan(*text, *property.maxLength)) {
+    throw errors::tooLong(property.name);
+  }
+  if (!property.allowed.empty() &&
+      std::ranges::find(property.allowed, *text) == property.allowed.end()) {
+    throw errors::notOneOf(property.name, joined(property.allowed));
+  }
+}
+
+void validateInteger(const JsonValue& value, const Property& property) {
+  const JsonNumber* number = value.asNumber();
+  if (number == nullptr || number->value() != std::round(number->value())) {
+    throw errors::notAnInteger(property.name);
+  }
+  validateNumericRange(number->value(), property);
+}
+
+void validateNumber(const JsonValue& value, const Property& property) {
+  const JsonNumber* number = value.asNumber();
+  if (number == nullptr) throw errors::notANumber(property.name);
+  validateNumericRange(number->value(), property);
+}
+
+void validateValue(const JsonValue& value, const Property& property) {
+  switch (property.type) {
+    case ArgumentType::string:
+      return validateString(value, property);
+    case ArgumentType::boolean:
+      if (!value.asBoolean()) throw errors::notABoolean(property.name);
+      return;
+    case ArgumentType::integer:
+      return validateInteger(value, property);
+    case ArgumentType::number:
+      return validateNumber(value, property);
+  }
+}
+
+}  // namespace
+
+void validateSchemaArguments(std::string_view name, const JsonObject& arguments) {
+  const Tool* tool = findTool(name);
+  if (tool == nullptr) throw errors::unknownTool(name);
+  refuseUnknownArguments(*tool, arguments);
+  demandRequiredArguments(*tool, arguments);
+  for (const JsonMember& argument : arguments) {
+    if (!argument.value.isNull()) validateValue(argument.value, *findProperty(*tool, argument.key));
+  }
+  if (tool->needsSessionTarget() && !arguments.contains("deviceSerial") &&
+      !arguments.contains("sessionId")) {
+    throw errors::missingSessionTarget(name);
+  }
+}
+
+void validateNumericRange(double value, const Property& property) {
+  if (!std::isfinite(value)) throw errors::notFinite(property.name);
+  if (property.minimum && value < static_cast<double>(*property.minimum)) {
+    throw errors::belowMinimum(property.name);
+  }
+  if (property.maximum && value > static_cast<double>(*property.maximum)) {
+    throw errors::aboveMaximum(property.name);
+  }
+}
+
+}  // namespace quillmere
