@@ -1,0 +1,116 @@
+#include "simulator/server_process.hpp"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <system_error>
+#include <utility>
+
+#include "core/message.hpp"
+#include "platform/json_writer.hpp"
+#include "platform/standard_streams.hpp"
+
+extern char** environ;
+
+namespace quillmere {
+
+namespace {
+
+struct Channel {
+  Descriptor readEnd;
+  Descriptor writeEnd;
+};
+
+Channel makeChannel(ChildStreams kind) {
+  std::array<int, 2> ends{};
+  const int failed = kind == ChildStreams::pipes
+                         ? ::pipe2(ends.data(), O_CLOEXEC)
+                         : ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data());
+  if (failed != 0) throw std::system_error(errno, std::generic_category(), "pipe");
+  return {Descriptor(ends[0]), Descriptor(ends[1])};
+}
+
+std::vector<std::string> environmentWithHome(const std::string& home) {
+  std::vector<std::string> variables;
+  for (char** variable = environ; *variable != nullptr; ++variable) {
+    if (!std::string_view(*variable).starts_with("HOME=")) variables.emplace_back(*variable);
+  }
+  variables.push_back("HOME=" + home);
+  return variables;
+}
+
+std::vector<char*> pointersTo(std::vector<std::string>& texts) {
+  std::vector<char*> pointers;
+  for (std::string& text : texts) pointers.push_back(text.data());
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
+bool waitReadable(int descriptor, std::chrono::milliseconds patience) {
+  pollfd entry{.fd = descriptor, .events = POLLIN, .revents = 0};
+  return ::poll(&entry, 1, static_cast<int>(patience.count())) > 0;
+}
+
+}  // namespace
+
+ServerProcess::ServerProcess(const Options& options) {
+  Channel toChild = makeChannel(options.streams);
+  Channel fromChild = makeChannel(options.streams);
+
+  std::vector<std::string> arguments = {options.program};
+  arguments.insert(arguments.end(), options.arguments.begin(), options.arguments.end());
+  std::vector<std::string> environment = environmentWithHome(options.home);
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_adddup2(&actions, toChild.readEnd.number(), STDIN_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, fromChild.writeEnd.number(), STDOUT_FILENO);
+  const int error = ::posix_spawn(&child, options.program.c_str(), &actions, nullptr,
+                                  pointersTo(arguments).data(), pointersTo(environment).data());
+  posix_spawn_file_actions_destroy(&actions);
+  if (error != 0) throw std::system_error(error, std::generic_category(), options.program);
+
+  input = std::move(toChild.writeEnd);
+  output = std::move(fromChild.readEnd);
+  reader.emplace(output.number());
+}
+
+ServerProcess::~ServerProcess() {
+  if (exitStatus) return;
+  ::kill(child, SIGKILL);
+  ::waitpid(child, nullptr, 0);
+}
+
+bool ServerProcess::send(std::string_view bytes) {
+  return writeAll(input.number(), bytes, {});
+}
+
+bool ServerProcess::send(const JsonObject& message) {
+  return writeAll(input.number(), compactJson(message), "\n");
+}
+
+std::optional<JsonObject> ServerProcess::receive(std::chrono::milliseconds patience) {
+  if (!waitReadable(output.number(), patience)) return std::nullopt;
+  const auto payload = readNextPayload(*reader, framing);
+  return payload ? std::optional(parseMessage(*payload)) : std::nullopt;
+}
+
+std::optional<int> ServerProcess::waitForExit(std::chrono::milliseconds patience) {
+  if (exitStatus) return exitStatus;
+  // A descriptor of the process turns readable when it ends: no polling, no signal handler.
+  const Descriptor process(static_cast<int>(::syscall(SYS_pidfd_open, child, 0)));
+  if (!process.isOpen() || !waitReadable(process.number(), patience)) return std::nullopt;
+  int status = 0;
+  ::waitpid(child, &status, 0);
+  exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  return exitStatus;
+}
+
+}  // namespace quillmere

@@ -1,0 +1,71 @@
+// The server as an AI client sees it: a child process with two pipes.
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "core/framing.hpp"
+#include "platform/descriptor.hpp"
+#include "platform/json_value.hpp"
+
+namespace quillmere {
+
+/// How the child's standard input and output are made: as shells do, or as Node-based clients do.
+enum class ChildStreams { pipes, socketPairs };
+
+/// One running server. Killed, if it still runs, when it goes out of scope. One thread at a time.
+class ServerProcess {
+ public:
+  struct Options {
+    std::string program;
+    std::vector<std::string> arguments = {};
+    /// The child's `HOME`; everything else of the environment is passed on.
+    std::string home;
+    ChildStreams streams = ChildStreams::pipes;
+  };
+
+  /// Throws `std::system_error` when the program can't be started.
+  explicit ServerProcess(const Options& options);
+  ServerProcess(const ServerProcess&) = delete;
+  ServerProcess& operator=(const ServerProcess&) = delete;
+  ~ServerProcess();
+
+  /// Writes bytes as they are. Returns false when the server does not read any more.
+  bool send(std::string_view bytes);
+  /// Writes a message as one line.
+  bool send(const JsonObject& message);
+
+  /// The next message, in either framing; nothing when the server has closed its output or says
+  /// nothing for `patience`.
+  [[nodiscard]] std::optional<JsonObject> receive(
+      std::chrono::milliseconds patience = std::chrono::seconds(20));
+
+  /// Ends the server's standard input, or its standard output.
+  void closeInput() { input = Descriptor(); }
+  void closeOutput() { output = Descriptor(); }
+
+  /// The exit status once the process has ended, or nothing if it runs on for `patience`; 128 and
+  /// the signal's number when a signal ended it.
+  [[nodiscard]] std::optional<int> waitForExit(
+      std::chrono::milliseconds patience = std::chrono::seconds(20));
+
+  [[nodiscard]] pid_t processID() const { return child; }
+  [[nodiscard]] int inputDescriptor() const { return input.number(); }
+  [[nodiscard]] int outputDescriptor() const { return output.number(); }
+
+ private:
+  pid_t child = -1;
+  std::optional<int> exitStatus;
+  Descriptor input;
+  Descriptor output;
+  /// Only remembers that `receive` has met a header block.
+  ServerState framing;
+  std::optional<StdinReader> reader;
+};
+
+}  // namespace quillmere

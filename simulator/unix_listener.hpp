@@ -1,0 +1,38 @@
+// The listening end of a control socket.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "platform/descriptor.hpp"
+#include "platform/unix_socket.hpp"
+
+namespace quillmere {
+
+/// Listens on a Unix-domain stream socket and removes its file when it goes out of scope.
+class UnixListener {
+ public:
+  /// Listens at `path`, creating missing folders. A stale socket in its place is replaced.
+  /// Throws `std::system_error` (EADDRINUSE when something lives there) or `std::filesystem_error`.
+  explicit UnixListener(std::string path);
+  UnixListener(const UnixListener&) = delete;
+  UnixListener& operator=(const UnixListener&) = delete;
+  ~UnixListener();
+
+  [[nodiscard]] const std::string& path() const { return socketPath; }
+
+  /// Waits for the next connection; nothing once `stop` has been called. One thread at a time.
+  [[nodiscard]] std::optional<Descriptor> accept() const;
+
+  /// Makes `accept`, also one that waits, return nothing. From any thread, and from a signal
+  /// handler.
+  void stop() const;
+
+ private:
+  std::string socketPath;
+  Descriptor listener;
+  Descriptor stopOut;
+  Descriptor stopIn;
+};
+
+}  // namespace quillmere
