@@ -1,0 +1,79 @@
+// A desktop app that does what a test tells it.
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <list>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <thread>
+
+#include "platform/descriptor.hpp"
+#include "platform/json_value.hpp"
+#include "simulator/unix_listener.hpp"
+
+namespace quillmere {
+
+/// The desktop app's end of one connection. Nothing here has a time limit: everything waits for
+/// what the server does.
+class AppConnection {
+ public:
+  explicit AppConnection(Descriptor connection) : descriptor(std::move(connection)) {}
+
+  /// Reads one control frame: its body as an object, or nothing when the server has closed before.
+  [[nodiscard]] std::optional<JsonObject> receive() const;
+
+  /// Sends bytes as they are, or an object as one control frame. Returns false when the server has
+  /// gone.
+  bool send(std::string_view bytes) const;
+  bool answer(const JsonObject& payload) const;
+
+  /// Waits until the server has closed its end. Returns how many bytes came before that.
+  std::size_t waitUntilClosed() const;
+
+  /// Ends the connection: the server sees it as closed. Going out of scope does the same.
+  void close() const;
+
+  [[nodiscard]] int number() const { return descriptor.number(); }
+
+ private:
+  Descriptor descriptor;
+};
+
+/// Listens at one of a home's socket paths. Either the test takes each connection
+/// itself, by `accept`, and so holds and answers them in the order it likes; or it gives a handler,
+/// which then runs for each connection on a thread of its own.
+class DesktopApp {
+ public:
+  using Handler = std::function<void(const AppConnection&)>;
+
+  explicit DesktopApp(std::string socketPath, Handler connectionHandler = {});
+  DesktopApp(const DesktopApp&) = delete;
+  DesktopApp& operator=(const DesktopApp&) = delete;
+  /// Breaks connections whose handlers still wait for the server, and waits for the handlers.
+  ~DesktopApp();
+
+  /// Waits for the next connection. Only without a handler.
+  [[nodiscard]] AppConnection accept() const;
+
+  /// How many connections a handler has been called for.
+  [[nodiscard]] std::size_t handledConnections() const { return handled; }
+
+ private:
+  struct Handling {
+    AppConnection connection;
+    std::thread thread;
+  };
+
+  void acceptAll();
+
+  const UnixListener listener;
+  const Handler handler;
+  std::atomic<std::size_t> handled = 0;
+  /// Only the accepting thread adds; read when it has ended.
+  std::list<Handling> handlings;
+  std::thread accepting;
+};
+
+}  // namespace quillmere

@@ -1,0 +1,36 @@
+// A home folder of a test's own.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace quillmere {
+
+/// Makes an empty folder with a short path, since socket paths are limited, and makes it the home
+/// of this process. Restores the old home and removes the folder with all it holds when it goes out
+/// of scope. No other thread may run when one is made or goes.
+class TemporaryHome {
+ public:
+  TemporaryHome();
+  TemporaryHome(const TemporaryHome&) = delete;
+  TemporaryHome& operator=(const TemporaryHome&) = delete;
+  ~TemporaryHome();
+
+  [[nodiscard]] const std::string& path() const { return folder; }
+
+  /// Where the released app, the app's debug build and an app without groups would listen.
+  [[nodiscard]] std::string releaseSocket() const;
+  [[nodiscard]] std::string debugSocket() const;
+  [[nodiscard]] std::string ungroupedSocket() const;
+
+  /// Writes a file at `path`, relative to the home or absolute, creating missing folders. Returns
+  /// its absolute path.
+  std::string write(std::string_view path, std::string_view content) const;
+
+ private:
+  std::string folder;
+  std::optional<std::string> oldHome;
+};
+
+}  // namespace quillmere
