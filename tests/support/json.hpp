@@ -1,8 +1,9 @@
-// Shorthand for tests that speak JSON.
+// Shorthand for tests, most of all for those that speak JSON.
 #pragma once
 
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "platform/json_parser.hpp"
 #include "platform/json_value.hpp"
@@ -15,6 +16,14 @@ namespace quillmere {
 [[nodiscard]] inline JsonObject json(std::string_view text) {
   JsonValue value = parseJson(text);
   return std::move(*value.asObject());
+}
+
+/// `piece`, `count` times.
+[[nodiscard]] inline std::string times(std::size_t count, std::string_view piece) {
+  std::string text;
+  text.reserve(count * piece.size());
+  for (std::size_t i = 0; i < count; ++i) text += piece;
+  return text;
 }
 
 /// What `call` throws, as code, blank and text, such as "-32602 x must be a number."; empty when it

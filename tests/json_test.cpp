@@ -1,0 +1,191 @@
+// JSON text in and out, and the numbers that pass through unharmed.
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "support/json.hpp"
+
+namespace quillmere {
+namespace {
+
+std::string parseAndWrite(std::string_view text) {
+  try {
+    return compactJson(parseJson(text));
+  } catch (const JsonError&) {
+    return "refused";
+  }
+}
+
+struct TextCase {
+  std::string_view name;
+  std::string text;
+  std::string written;
+};
+
+TEST(Json, TextGoesThroughUnharmed) {
+  const std::string digits = times(1000, "7");
+  const TextCase cases[] = {
+      {"blanks around tokens go", " \t\r\n{ \"a\" : [ 1 , { } , [ ] ] } ", R"({"a":[1,{},[]]})"},
+      {"members keep their order", R"({"z":1,"a":2,"m":3})", R"({"z":1,"a":2,"m":3})"},
+      {"of equal keys the last value counts", R"({"a":1,"b":2,"a":3})", R"({"a":3,"b":2})"},
+      {"equal keys in another spelling are equal", R"({"a":1,"\u0061":2})", R"({"a":2})"},
+      {"the empty key is a key", R"({"":null})", R"({"":null})"},
+      {"literals", "[null,true,false]", "[null,true,false]"},
+      {"numbers keep their spelling", "[1.0,-0,1E+2,0.10,5e-1]", "[1.0,-0,1E+2,0.10,5e-1]"},
+      {"numbers keep their digits past 64 bits",
+       "[9007199254740993,12345678901234567890123,1e400,0.1000000000000000055511151231257827]",
+       "[9007199254740993,12345678901234567890123,1e400,0.1000000000000000055511151231257827]"},
+      {"a number of a thousand digits", "[" + digits + "]", "[" + digits + "]"},
+      {"a fraction of a thousand digits", "[0." + digits + "]", "[0." + digits + "]"},
+      {"slashes and non-ASCII stand as they are", "[\"a/b é 为 😀\"]", "[\"a/b é 为 😀\"]"},
+      {"escapes that are not needed go", R"(["\/ \u00e9 \u4e3A \ud83d\ude00 \u007f"])",
+       "[\"/ é 为 😀 \x7f\"]"},
+      {"escapes that are needed stay", R"(["\"\\\b\f\n\r\t\u0000\u001F"])",
+       R"(["\"\\\b\f\n\r\t\u0000\u001f"])"},
+      {"an escape behind a long clean run", "[\"" + times(100, "x") + "\\n\"]",
+       "[\"" + times(100, "x") + "\\n\"]"},
+  };
+  for (const auto& [name, text, written] : cases) {
+    EXPECT_EQ(parseAndWrite(text), written) << name;
+  }
+}
+
+TEST(Json, WhatIsNoJsonIsRefused) {
+  const std::pair<std::string_view, std::string> cases[] = {
+      {"nothing", ""},
+      {"blanks", " \n"},
+      {"a number at the top", "5"},
+      {"a string at the top", R"("a")"},
+      {"null at the top", "null"},
+      {"two documents", "{}{}"},
+      {"text behind the document", "[] x"},
+      {"a NUL behind the document", std::string("{}\0", 3)},
+      {"a byte order mark", "\xEF\xBB\xBF{}"},
+      {"a document that stops short", R"({"a":[1,)"},
+      {"a comma too many", "[1,]"},
+      {"a member without a value", R"({"a"})"},
+      {"a key that is no string", "{a:1}"},
+      {"a comment", "[1/* one */]"},
+      {"NaN", "[NaN]"},
+      {"Infinity", "[-Infinity]"},
+      {"a leading zero", "[01]"},
+      {"a leading plus", "[+1]"},
+      {"a point without a fraction", "[1.]"},
+      {"a point without a whole part", "[.5]"},
+      {"an exponent without digits", "[1e]"},
+      {"single quotes", "['a']"},
+      {"a line feed in a string", "[\"a\nb\"]"},
+      {"an unknown escape", R"(["\x41"])"},
+      {"a lone high surrogate", R"(["\ud83d"])"},
+      {"a lone low surrogate", R"(["\ude00"])"},
+      {"a high surrogate before a letter", R"(["\ud83da"])"},
+      {"a high surrogate before another", R"(["\ud83d\ud83d"])"},
+      {"a lone continuation byte", "[\"\x80\"]"},
+      {"an overlong slash", "[\"\xC0\xAF\"]"},
+      {"a surrogate as bytes", "[\"\xED\xA0\x80\"]"},
+      {"a code point too high", "[\"\xF4\x90\x80\x80\"]"},
+      {"a character cut off", "[\"\xE4\xB8\"]"},
+      {"bad bytes in a key", "{\"\xFF\":1}"},
+      {"no-break space as a blank", "[\xC2\xA0]"},
+  };
+  for (const auto& [name, text] : cases) EXPECT_EQ(parseAndWrite(text), "refused") << name;
+}
+
+TEST(Json, NestingEndsAtItsLimit) {
+  const auto arrays = [](std::size_t depth) { return times(depth, "[") + times(depth, "]"); };
+  const auto objects = [](std::size_t depth) {
+    return times(depth - 1, "{\"a\":") + "{}" + times(depth - 1, "}");
+  };
+  EXPECT_EQ(parseAndWrite(arrays(512)), arrays(512));
+  EXPECT_EQ(parseAndWrite(objects(512)), objects(512));
+  EXPECT_EQ(parseAndWrite(arrays(513)), "refused");
+  EXPECT_EQ(parseAndWrite(objects(513)), "refused");
+  EXPECT_EQ(parseAndWrite(times(100'000, "[")), "refused");
+  EXPECT_EQ(parseAndWrite(times(100'000, "{\"a\":")), "refused");
+}
+
+TEST(Json, AnErrorDoesNotEchoTheInput) {
+  EXPECT_EQ(failureOf([] { static_cast<void>(parseJson("[secret]")); }).find("secret"),
+            std::string::npos);
+}
+
+TEST(Json, ObjectsWithManyMembersKeepOrderAndTheLastOfEqualKeys) {
+  std::string text = "{";
+  std::string written = "{";
+  for (int i = 0; i < 100; ++i) text += "\"k" + std::to_string(i) + "\":0,";
+  for (int i = 0; i < 100; ++i) text += "\"k" + std::to_string(i) + "\":1" + (i < 99 ? "," : "}");
+  for (int i = 0; i < 100; ++i) {
+    written += "\"k" + std::to_string(i) + "\":1" + (i < 99 ? "," : "}");
+  }
+  EXPECT_EQ(parseAndWrite(text), written);
+}
+
+TEST(Json, NumbersAreReadWhateverTheirSpelling) {
+  struct NumberCase {
+    std::string_view text;
+    std::optional<std::int64_t> integer;
+    std::string_view canonical;
+  };
+  const NumberCase cases[] = {
+      {"5", 5, "5"},
+      {"5.0", 5, "5"},
+      {"50e-1", 5, "5"},
+      {"0.5e1", 5, "5"},
+      {"12e1", 120, "12e1"},
+      {"120", 120, "12e1"},
+      {"-120.00", -120, "-12e1"},
+      {"0", 0, "0"},
+      {"-0.0", 0, "0"},
+      {"0e999999999", 0, "0"},
+      {"5.5", std::nullopt, "55e-1"},
+      {"9223372036854775807", INT64_MAX, "9223372036854775807"},
+      {"9223372036854775808", std::nullopt, "9223372036854775808"},
+      {"-9223372036854775808", INT64_MIN, "-9223372036854775808"},
+      {"1e18", 1'000'000'000'000'000'000, "1e18"},
+      {"1e400", std::nullopt, "1e400"},
+      {"1e-400", std::nullopt, "1e-400"},
+  };
+  for (const auto& [text, integer, canonical] : cases) {
+    const JsonValue parsed = parseJson("[" + std::string(text) + "]");
+    const JsonNumber& number = *parsed.asArray()->front().asNumber();
+    EXPECT_EQ(number.integer(), integer) << text;
+    EXPECT_EQ(number.canonicalText(), canonical) << text;
+  }
+  EXPECT_EQ(JsonNumber::fromText("1e400").value(), HUGE_VAL);
+  EXPECT_EQ(JsonNumber::fromText("9007199254740993").value(), 9007199254740992.0);
+}
+
+TEST(Json, BooleansAndNumbersStayApart) {
+  const JsonObject object = json(R"({"flag":true,"one":1,"text":"true"})");
+  EXPECT_EQ(object.findBoolean("flag"), true);
+  EXPECT_EQ(object.findNumber("flag"), nullptr);
+  EXPECT_EQ(object.findBoolean("one"), std::nullopt);
+  EXPECT_EQ(object.findBoolean("text"), std::nullopt);
+}
+
+TEST(Json, ArraysOfOneArrayNest) {
+  EXPECT_EQ(compactJson(arrayOf(arrayOf(arrayOf()))), "[[[]]]");
+}
+
+TEST(Json, IndentedTextSortsKeys) {
+  EXPECT_EQ(indentedJson(json(R"({"b":[1,{"d":{},"c":[]}],"a/b":null,"B":"é"})")),
+            R"({
+  "B": "é",
+  "a/b": null,
+  "b": [
+    1,
+    {
+      "c": [],
+      "d": {}
+    }
+  ]
+})");
+}
+
+TEST(Json, TextThatIsNotUtf8IsNeverWritten) {
+  EXPECT_THROW(static_cast<void>(compactJson(JsonObject{{"path", "/tmp/\xFF"}})), JsonError);
+  EXPECT_THROW(static_cast<void>(compactJson(JsonObject{{"\xED\xA0\x80", 1}})), JsonError);
+}
+
+}  // namespace
+}  // namespace quillmere
