@@ -1,0 +1,16 @@
+// Bytes as text (RFC 4648, section 4: the standard alphabet, with padding).
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace quillmere {
+
+/// Pure.
+[[nodiscard]] std::string base64(std::string_view bytes);
+
+/// The bytes that `text` stands for, or nothing when it is not what `base64` writes. Pure.
+[[nodiscard]] std::optional<std::string> bytesOfBase64(std::string_view text);
+
+}  // namespace quillmere

@@ -1,0 +1,66 @@
+// The rules of the simulated world: a request and a moment in, a changed world and an answer out.
+// Pure: nothing is read, drawn, waited for or sent here.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/json_value.hpp"
+#include "simulator/phone.hpp"
+
+namespace quillmere {
+
+/// A phone with what the desktop app knows about it.
+struct MirroredDevice {
+  const Device* device = nullptr;
+  Phone phone = {};
+  /// Empty while the phone is not mirrored.
+  std::string sessionId = {};
+  /// Packages for which the user's acknowledgement has been given.
+  std::set<std::string_view> acknowledgedPackages = {};
+  /// The latest views that an answer told the signature of, each once.
+  std::deque<View> toldViews = {};
+};
+
+struct World {
+  std::vector<MirroredDevice> devices;
+  bool isControlStopped = false;
+  std::int64_t startedSessions = 0;
+  std::int64_t givenAnswers = 0;
+};
+
+[[nodiscard]] World makeWorld();
+
+/// A request on its way through the rules. Keep it from turn to turn.
+struct Call {
+  JsonObject request;
+  std::optional<WorldTime> startedAt = {};
+  /// What a wait for a stable screen has seen last, and since when.
+  std::string lastSignature = {};
+  WorldTime unchangedSince{0};
+};
+
+/// Either the answer, or how long to wait before the rules are asked again.
+struct Turn {
+  std::optional<JsonObject> answer = {};
+  /// The view whose picture the answer is to hold under `image`.
+  std::optional<View> picture = {};
+  WorldTime askAgainIn{0};
+};
+
+/// Goes on with a call. Whatever the request holds, it is answered in the end: with `ok` false and
+/// an `error` when it makes no sense.
+[[nodiscard]] Turn takeTurn(World& world, Call& call, WorldTime now);
+
+/// The answer to a request that is to fail for no reason of its own.
+[[nodiscard]] JsonObject failedAnswer(World& world, const JsonObject& request);
+
+/// Whether there is a command of this name.
+[[nodiscard]] bool isCommand(std::string_view name);
+
+}  // namespace quillmere

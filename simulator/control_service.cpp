@@ -1,0 +1,194 @@
+#include "simulator/control_service.hpp"
+
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <ctime>
+#include <exception>
+#include <memory>
+#include <stdexcept>
+#include <utility>
+
+#include "control/control_frame.hpp"
+#include "platform/json_parser.hpp"
+#include "platform/json_writer.hpp"
+#include "platform/standard_streams.hpp"
+#include "simulator/base64.hpp"
+#include "simulator/drawing.hpp"
+
+namespace quillmere {
+
+namespace {
+
+/// Bytes that are no control request; the connection is closed without an answer.
+class MalformedFrame : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+std::string readExact(InputStream& input, std::size_t count) {
+  std::string bytes;
+  while (bytes.size() < count) {
+    if (!input.read(count - bytes.size(), bytes)) throw MalformedFrame("it ends too early");
+  }
+  return bytes;
+}
+
+/// The request of a connection; nothing when the client closed it without a byte.
+std::optional<JsonObject> readRequest(const Descriptor& connection) {
+  InputStream input(connection.number());
+  std::string start;
+  if (!input.read(1, start)) return std::nullopt;
+  start += readExact(input, controlPrefixBytes - start.size());
+  ControlPrefix prefix{};
+  std::ranges::copy(start, prefix.begin());
+  const std::uint32_t length = controlBodyLength(prefix);
+  if (length == 0 || length > maxControlRequestBytes) {
+    throw MalformedFrame("its length is " + std::to_string(length));
+  }
+  try {
+    const JsonValue body = parseJson(readExact(input, length));
+    if (body.asObject() != nullptr) return *body.asObject();
+  } catch (const JsonError&) {
+    throw MalformedFrame("its body is no JSON");
+  }
+  throw MalformedFrame("its body is no JSON object");
+}
+
+/// Waits, or less long if the client hangs up before. Returns whether it is still there.
+bool waitWhileConnected(const Descriptor& connection,
+                        std::optional<std::chrono::milliseconds> time) {
+  pollfd entry{.fd = connection.number(), .events = 0, .revents = 0};
+  return ::poll(&entry, 1, time ? static_cast<int>(time->count()) : -1) == 0;
+}
+
+std::string timeOfDay() {
+  const auto sinceEpoch = std::chrono::system_clock::now().time_since_epoch();
+  const auto whole = std::chrono::floor<std::chrono::seconds>(sinceEpoch);
+  const auto fraction = std::chrono::floor<std::chrono::milliseconds>(sinceEpoch - whole);
+  const auto seconds = static_cast<std::time_t>(whole.count());
+  std::tm local{};
+  ::localtime_r(&seconds, &local);
+  std::array<char, 32> text{};
+  std::snprintf(text.data(), text.size(), "%02d:%02d:%02d.%03d", local.tm_hour, local.tm_min,
+                local.tm_sec, static_cast<int>(fraction.count()));
+  return text.data();
+}
+
+/// The request's command, if it is one; a log is no place for whatever else a client sends.
+std::string commandOf(const JsonObject& request) {
+  const std::string* command = request.findString("command");
+  return command != nullptr && isCommand(*command) ? *command : "unknown command";
+}
+
+std::string outcomeOf(const JsonObject& answer) {
+  if (answer.findBoolean("ok") == true) return "ok";
+  const JsonObject* error = answer.findObject("error");
+  const std::string* code = error != nullptr ? error->findString("code") : nullptr;
+  return "refused: " + (code != nullptr ? *code : std::string("no reason given"));
+}
+
+JsonObject imageJson(const View& view) {
+  return {{"mimeType", "image/png"},
+          {"width", mirror.width},
+          {"height", mirror.height},
+          {"base64", base64(pngOf(view))}};
+}
+
+}  // namespace
+
+ControlService::ControlService(Faults wantedFaults, bool quiet)
+    : faults(std::move(wantedFaults)), isQuiet(quiet) {}
+
+void ControlService::serve(const UnixListener& listener) {
+  while (auto accepted = listener.accept()) {
+    // A task must be copyable.
+    const auto connection = std::make_shared<const Descriptor>(std::move(*accepted));
+    if (!workers.submit([this, connection] { answerConnection(*connection); })) {
+      log("connection", "closed: no thread can be had");
+    }
+  }
+}
+
+void ControlService::answerConnection(const Descriptor& connection) {
+  std::string command = "connection";
+  try {
+    const auto request = readRequest(connection);
+    if (!request) return;
+    command = commandOf(*request);
+    const auto answer = answerTo(*request, connection);
+    log(command, answer ? sendAnswer(*answer, connection) : "the client hung up");
+  } catch (const MalformedFrame& malformed) {
+    log("malformed frame", malformed.what());
+  } catch (const std::exception& failure) {
+    log(command, failure.what());
+  }
+}
+
+std::optional<JsonObject> ControlService::answerTo(const JsonObject& request,
+                                                   const Descriptor& connection) {
+  if (faults.isSilent) {
+    waitWhileConnected(connection, std::nullopt);
+    return std::nullopt;
+  }
+  if (faults.failingCommands.contains(commandOf(request))) {
+    const std::lock_guard hold(worldLock);
+    return failedAnswer(_world, request);
+  }
+  Call call{.request = request};
+  for (;;) {
+    Turn turn;
+    {
+      const std::lock_guard hold(worldLock);
+      turn = takeTurn(_world, call, now());
+    }
+    if (turn.answer) {
+      if (turn.picture) turn.answer->set("image", imageJson(*turn.picture));
+      return std::move(turn.answer);
+    }
+    if (!waitWhileConnected(connection, turn.askAgainIn)) return std::nullopt;
+  }
+}
+
+std::string ControlService::sendAnswer(const JsonObject& answer,
+                                       const Descriptor& connection) const {
+  if (faults.delay.count() > 0 && !waitWhileConnected(connection, faults.delay)) {
+    return "the client hung up";
+  }
+  const std::string frame = controlFrame(compactJson(answer));
+  std::string outcome = outcomeOf(answer);
+  std::size_t sent = frame.size();
+  if (faults.truncates) {
+    sent = controlPrefixBytes + (frame.size() - controlPrefixBytes) / 2;
+    outcome += ", then cut off on purpose";
+  }
+  if (faults.dropAfter && *faults.dropAfter < sent) {
+    sent = *faults.dropAfter;
+    outcome += ", then dropped on purpose";
+  }
+  if (!writeAll(connection.number(), std::string_view(frame).substr(0, sent), {})) {
+    return "the client hung up";
+  }
+  return outcome;
+}
+
+WorldTime ControlService::now() const {
+  return std::chrono::duration_cast<WorldTime>(std::chrono::steady_clock::now() - begin);
+}
+
+void ControlService::log(std::string_view what, std::string_view outcome) {
+  if (isQuiet) return;
+  std::string line = timeOfDay() + "  ";
+  line += what;
+  line.append(what.size() < 16 ? 16 - what.size() : 0, ' ');
+  line += "  ";
+  line += outcome;
+  const std::lock_guard hold(logLock);
+  // Whoever reads the log may have gone; the service goes on.
+  static_cast<void>(writeAll(STDERR_FILENO, line, "\n"));
+}
+
+}  // namespace quillmere

@@ -1,0 +1,49 @@
+// The simulator's side of the control socket: a request and an answer a connection, many
+// connections at a time, one world behind them all.
+#pragma once
+
+#include <chrono>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "platform/descriptor.hpp"
+#include "platform/json_value.hpp"
+#include "platform/worker_pool.hpp"
+#include "simulator/commands.hpp"
+#include "simulator/options.hpp"
+#include "simulator/unix_listener.hpp"
+
+namespace quillmere {
+
+/// Must live until the process ends: its threads are never waited for.
+class ControlService {
+ public:
+  /// Writes a line for each call on standard error, unless it is to be quiet.
+  ControlService(Faults wantedFaults, bool isQuiet);
+  ControlService(const ControlService&) = delete;
+  ControlService& operator=(const ControlService&) = delete;
+
+  /// Answers whoever connects, until the listener is stopped. Calls may still run then.
+  void serve(const UnixListener& listener);
+
+ private:
+  void answerConnection(const Descriptor& connection);
+  /// The answer, or nothing when the client hung up before there was one.
+  std::optional<JsonObject> answerTo(const JsonObject& request, const Descriptor& connection);
+  /// Sends the answer, or what the faults leave of it. Returns what is to be logged.
+  std::string sendAnswer(const JsonObject& answer, const Descriptor& connection) const;
+  [[nodiscard]] WorldTime now() const;
+  void log(std::string_view what, std::string_view outcome);
+
+  const Faults faults;
+  const bool isQuiet;
+  const std::chrono::steady_clock::time_point begin = std::chrono::steady_clock::now();
+  WorkerPool workers;
+  std::mutex logLock;
+  std::mutex worldLock;
+  World _world = makeWorld();
+};
+
+}  // namespace quillmere

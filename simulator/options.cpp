@@ -1,0 +1,105 @@
+#include "simulator/options.hpp"
+
+#include <algorithm>
+#include <charconv>
+#include <cstdint>
+
+#include "simulator/commands.hpp"
+
+namespace quillmere {
+
+const std::string_view simulatorUsage =
+    "usage: quillmere-desktop-simulator [--socket PATH] [--quiet] [--delay MS] [--drop-after "
+    "BYTES] "
+    "[--fail COMMAND]... [--truncate] [--silence] | --screenshot FILE.png | --help\n";
+
+const std::string_view simulatorHelp =
+    "Stands in for the Quillmere desktop app: two simulated phones behind a control socket.\n"
+    "\n"
+    "  --socket PATH         Listen at PATH instead of where the server looks for the app.\n"
+    "  --quiet               Write no line for each call on standard error.\n"
+    "  --screenshot FILE.png Write the phone's first screen to FILE.png, and leave.\n"
+    "  --help                Print this help, and leave.\n"
+    "\n"
+    "Faults on demand, to test a client with:\n"
+    "  --delay MS            Hold each answer back for MS milliseconds (at most 600000).\n"
+    "  --drop-after BYTES    Close each connection after BYTES bytes of the answer frame.\n"
+    "  --fail COMMAND        Answer COMMAND with a failure; may be given more than once.\n"
+    "  --truncate            End each answer frame in the middle of its body.\n"
+    "  --silence             Take requests and never answer.\n"
+    "\n"
+    "Examples:\n"
+    "  quillmere-desktop-simulator\n"
+    "  quillmere-desktop-simulator --delay 2000 --fail tap\n"
+    "  quillmere-desktop-simulator --socket /tmp/app.sock --quiet\n";
+
+namespace {
+
+constexpr std::size_t longestDelayMs = 600'000;
+
+std::size_t wholeNumber(std::string_view option, std::string_view text, std::size_t most) {
+  std::size_t number = 0;
+  const char* end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, number);
+  if (error != std::errc() || stop != end || number > most) {
+    throw UsageError(std::string(option) + " takes a whole number from 0 to " +
+                     std::to_string(most) + ".");
+  }
+  return number;
+}
+
+struct OptionRow {
+  std::string_view name;
+  bool takesValue;
+  void (*apply)(SimulatorOptions& options, std::string_view value);
+};
+
+constexpr OptionRow rows[] = {
+    {"--socket", true,
+     [](SimulatorOptions& options, std::string_view value) { options.socketPath = value; }},
+    {"--screenshot", true,
+     [](SimulatorOptions& options, std::string_view value) { options.screenshotFile = value; }},
+    {"--quiet", false, [](SimulatorOptions& options, std::string_view) { options.isQuiet = true; }},
+    {"--help", false,
+     [](SimulatorOptions& options, std::string_view) { options.wantsHelp = true; }},
+    {"-h", false, [](SimulatorOptions& options, std::string_view) { options.wantsHelp = true; }},
+    {"--delay", true,
+     [](SimulatorOptions& options, std::string_view value) {
+       options.faults.delay =
+           std::chrono::milliseconds(wholeNumber("--delay", value, longestDelayMs));
+     }},
+    {"--drop-after", true,
+     [](SimulatorOptions& options, std::string_view value) {
+       options.faults.dropAfter = wholeNumber("--drop-after", value, UINT32_MAX);
+     }},
+    {"--fail", true,
+     [](SimulatorOptions& options, std::string_view value) {
+       if (!isCommand(value)) throw UsageError("--fail takes the name of a command, such as tap.");
+       options.faults.failingCommands.emplace(value);
+     }},
+    {"--truncate", false,
+     [](SimulatorOptions& options, std::string_view) { options.faults.truncates = true; }},
+    {"--silence", false,
+     [](SimulatorOptions& options, std::string_view) { options.faults.isSilent = true; }},
+};
+
+}  // namespace
+
+SimulatorOptions parseOptions(std::span<const char* const> arguments) {
+  SimulatorOptions options;
+  for (std::size_t i = 0; i < arguments.size(); ++i) {
+    const auto* row = std::ranges::find(rows, std::string_view(arguments[i]), &OptionRow::name);
+    if (row == std::end(rows))
+      throw UsageError("There is no option " + std::string(arguments[i]) + ".");
+    std::string_view value;
+    if (row->takesValue) {
+      if (++i == arguments.size()) throw UsageError(std::string(row->name) + " takes a value.");
+      value = arguments[i];
+      if (value.empty()) throw UsageError(std::string(row->name) + " takes a value.");
+    }
+    row->apply(options, value);
+  }
+  return options;
+}
+
+}  // namespace quillmere
