@@ -75,11 +75,14 @@ std::string taskText(const JsonObject& arguments) {
 }
 
 std::string smokeTestText(const JsonObject& arguments) {
-  return joined({"Run a short Android smoke test for package ",
-                 argumentText(arguments, smokeTestArguments[0]), " on device ",
-                 argumentText(arguments, smokeTestArguments[1]),
-                 " using Phone Screen MCP control. ", connectionInstructions, " ",
-                 workflowInstructions, "` on every Quillmere tool call for this task. "});
+  return joined(
+      {"Run a short Android smoke test for package ",
+       argumentText(arguments, smokeTestArguments[0]), " on device ",
+       argumentText(arguments, smokeTestArguments[1]), " using Phone Screen MCP control. ",
+       connectionInstructions, " ", workflowInstructions,
+       " Launch the app, wait for a stable UI only on Phone Screen display 0 sessions, pass "
+       "stateSignature with nodeId for node actions, observe the screen after each action, and "
+       "report the visible result with sessionId/displayId/userId evidence."});
 }
 
 struct Prompt {
