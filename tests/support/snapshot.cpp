@@ -1,6 +1,8 @@
 #include "support/snapshot.hpp"
 
+#include <algorithm>
 #include <fstream>
+#include <ranges>
 #include <sstream>
 #include <vector>
 
@@ -24,17 +26,22 @@ testing::AssertionResult matchesSnapshot(const JsonObject& value, std::string_vi
   const auto actual = linesOf(std::istringstream(indentedJson(value)));
   if (expected == actual) return testing::AssertionSuccess();
 
-  // What is alike before and behind the difference is of no interest.
-  std::size_t head = 0;
-  while (head < expected.size() && head < actual.size() && expected[head] == actual[head]) ++head;
-  std::size_t oldEnd = expected.size();
-  std::size_t newEnd = actual.size();
-  for (; oldEnd > head && newEnd > head && expected[oldEnd - 1] == actual[newEnd - 1]; --oldEnd) {
-    --newEnd;
+  auto result = testing::AssertionFailure() << path << " differs\n";
+  if (expected.size() == actual.size()) {
+    for (std::size_t line = 0; line < actual.size(); ++line) {
+      if (expected[line] == actual[line]) continue;
+      result << "line " << line + 1 << "\n-" << expected[line] << "\n+" << actual[line] << "\n";
+    }
+    return result;
   }
-  auto result = testing::AssertionFailure() << path << ":" << head + 1 << " differs\n";
-  for (std::size_t i = head; i < oldEnd; ++i) result << "-" << expected[i] << "\n";
-  for (std::size_t i = head; i < newEnd; ++i) result << "+" << actual[i] << "\n";
+  // Lines were added or removed: from the first difference to the last.
+  const auto firsts = std::ranges::mismatch(expected, actual);
+  const auto lasts =
+      std::ranges::mismatch(std::ranges::subrange(firsts.in1, expected.end()) | std::views::reverse,
+                            std::ranges::subrange(firsts.in2, actual.end()) | std::views::reverse);
+  result << "line " << firsts.in1 - expected.begin() + 1 << "\n";
+  for (auto line = firsts.in1; line != lasts.in1.base(); ++line) result << "-" << *line << "\n";
+  for (auto line = firsts.in2; line != lasts.in2.base(); ++line) result << "+" << *line << "\n";
   return result;
 }
 

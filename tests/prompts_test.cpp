@@ -1,0 +1,103 @@
+// The prompts: their list, their texts, and which arguments they refuse.
+#include "mcp/prompts.hpp"
+
+#include <gtest/gtest.h>
+
+#include <regex>
+
+#include "support/json.hpp"
+#include "support/snapshot.hpp"
+
+namespace quillmere {
+namespace {
+
+std::string textOf(const JsonObject& result) {
+  const JsonObject& message = *result.findArray("messages")->front().asObject();
+  return *message.findObject("content")->findString("text");
+}
+
+/// The result with each random id replaced by the same word.
+JsonObject masked(const JsonObject& result) {
+  const std::regex uuid("`[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}`");
+  return json(std::regex_replace(compactJson(result), uuid, "`<uuid>`"));
+}
+
+TEST(Prompts, AreListedAndFilledWordForWord) {
+  JsonObject all{{"prompts/list", JsonObject{{"prompts", promptList()}}}};
+  constexpr std::pair<std::string_view, std::string_view> calls[] = {
+      {"phone_task_assistant",
+       R"({"name":"phone_task_assistant","arguments":{"task":"Order lunch"}})"},
+      {"phone_task_assistant, task null",
+       R"({"name":"phone_task_assistant","arguments":{"task":null}})"},
+      {"android_smoke_test",
+       R"({"name":"android_smoke_test","arguments":{"packageName":"com.example.notes","deviceSerial":"emulator-5554"}})"},
+      {"android_smoke_test, packageName null",
+       R"({"name":"android_smoke_test","arguments":{"packageName":null}})"},
+  };
+  for (const auto& [name, params] : calls) all.set(name, masked(getPrompt(json(params))));
+  EXPECT_TRUE(matchesSnapshot(all, "prompts.json"));
+}
+
+TEST(Prompts, UseTheirArgumentsUnchanged) {
+  const std::string task = textOf(
+      getPrompt(json(R"({"name":"phone_task_assistant","arguments":{"task":" `a\"\nb "}})")));
+  EXPECT_TRUE(task.starts_with("Task:  `a\"\nb \n\nUse Quillmere's")) << task;
+  EXPECT_NE(task.find(" and taskName ` `a\"\nb ` on every"), std::string::npos) << task;
+  const std::string test = textOf(getPrompt(
+      json(R"({"name":"android_smoke_test","arguments":{"packageName":"p","deviceSerial":""}})")));
+  EXPECT_TRUE(test.starts_with("Run a short Android smoke test for package p on device  using"));
+}
+
+TEST(Prompts, GiveEachTaskAnIdOfItsOwn) {
+  const JsonObject params = json(R"({"name":"phone_task_assistant","arguments":{"task":"t"}})");
+  const JsonObject first = getPrompt(params);
+  const JsonObject second = getPrompt(params);
+  EXPECT_NE(textOf(first), textOf(second));
+  EXPECT_EQ(textOf(masked(first)), textOf(masked(second)));
+}
+
+TEST(Prompts, RefuseArgumentsThatTheyDoNotDeclare) {
+  const auto task = [](const std::string& text) {
+    return R"({"name":"phone_task_assistant","arguments":{"task":")" + text + R"("}})";
+  };
+  struct PromptCase {
+    std::string_view name;
+    std::string params;
+    std::string_view failure;
+  };
+  const PromptCase cases[] = {
+      {"no params", "{}", "-32602 prompts/get requires params.name."},
+      {"a name that is no string", R"({"name":5})", "-32602 prompts/get requires params.name."},
+      {"an unknown prompt comes before its arguments", R"({"name":"x","arguments":{"y":1}})",
+       "-32602 Unknown prompt: x"},
+      {"no arguments", R"({"name":"phone_task_assistant"})",
+       "-32602 phone_task_assistant requires prompt argument: task"},
+      {"arguments of another type are dropped",
+       R"({"name":"phone_task_assistant","arguments":"task"})",
+       "-32602 phone_task_assistant requires prompt argument: task"},
+      {"an unknown argument comes before a missing one",
+       R"({"name":"phone_task_assistant","arguments":{"zeta":1,"alpha":null}})",
+       "-32602 Unsupported prompt argument for phone_task_assistant: alpha"},
+      {"an argument of the other prompt",
+       R"({"name":"phone_task_assistant","arguments":{"task":"t","packageName":"p"}})",
+       "-32602 Unsupported prompt argument for phone_task_assistant: packageName"},
+      {"an empty required argument", task(""),
+       "-32602 phone_task_assistant requires prompt argument: task"},
+      {"a blank one passes", task(" "), ""},
+      {"a number", R"({"name":"phone_task_assistant","arguments":{"task":5}})",
+       "-32602 task must be a string."},
+      {"an optional argument of a wrong type",
+       R"({"name":"android_smoke_test","arguments":{"packageName":"p","deviceSerial":[]}})",
+       "-32602 deviceSerial must be a string."},
+      {"an optional argument of null passes",
+       R"({"name":"android_smoke_test","arguments":{"packageName":"p","deviceSerial":null}})", ""},
+      {"the longest", task(times(16'384, "👍🏽")), ""},
+      {"one character more", task(times(16'385, "👍🏽")), "-32602 task is too long."},
+  };
+  for (const auto& [name, params, failure] : cases) {
+    EXPECT_EQ(failureOf([&] { static_cast<void>(getPrompt(json(params))); }), failure) << name;
+  }
+}
+
+}  // namespace
+}  // namespace quillmere

@@ -1,0 +1,162 @@
+// What the client sees of an answer: summary, guidance, help.
+#include <gtest/gtest.h>
+
+#include "results/guidance.hpp"
+#include "results/help.hpp"
+#include "results/tool_result.hpp"
+#include "support/json.hpp"
+#include "support/snapshot.hpp"
+#include "tools/catalogue.hpp"
+
+namespace quillmere {
+namespace {
+
+TEST(Summary, NamesWhatMattersInThePayload) {
+  constexpr std::string_view succeeded = "Quillmere tool call succeeded.\n";
+  constexpr std::string_view failed = "Quillmere tool call failed.\n";
+  constexpr std::string_view nothing = "Quillmere returned structured tool data.\n";
+  struct SummaryCase {
+    std::string_view name, payload;
+    /// Without the last line, which is always the same.
+    std::string_view lines;
+  };
+  const SummaryCase cases[] = {
+      {"nothing", "{}", nothing},
+      {"success", R"({"ok":true})", succeeded},
+      {"success with an error", R"({"ok":true,"error":{"message":"no"}})", succeeded},
+      {"failure", R"({"ok":false,"error":{"message":"no\nway"}})",
+       "Quillmere tool call failed: no\nway\n"},
+      {"failure without an error", R"({"ok":false})", failed},
+      {"failure with a text as error", R"({"ok":false,"error":"no"})", failed},
+      {"failure with an empty message", R"({"ok":false,"error":{"message":""}})", failed},
+      {"failure with a number as message", R"({"ok":false,"error":{"message":5}})", failed},
+      {"ok as a string", R"({"ok":"false"})", nothing},
+      {"ok as a number", R"({"ok":0})", nothing},
+      {"counts, in their own order", R"({"apps":[1,null],"sessions":[[]],"devices":[]})",
+       "devices: 0\nsessions: 1\napps: 2\n"},
+      {"lists that are none", R"({"apps":{},"sessions":"s","devices":null})", nothing},
+      {"action", R"({"action":{"message":"Tapped","foregroundVerified":false}})",
+       "action: Tapped\nforegroundVerified: false\n"},
+      {"action of wrong types", R"({"action":{"message":"","foregroundVerified":1}})", nothing},
+      {"visible package",
+       R"({"visibleState":{"uiTopPackageName":"a","sessionAppPackageName":"b"}})",
+       "visiblePackage: a\n"},
+      {"the top package is empty",
+       R"({"visibleState":{"uiTopPackageName":"","sessionAppPackageName":"b"}})",
+       "visiblePackage: b\n"},
+      {"the top package is no text",
+       R"({"visibleState":{"uiTopPackageName":5,"sessionAppPackageName":"b"}})",
+       "visiblePackage: b\n"},
+      {"no package", R"({"visibleState":{"sessionAppPackageName":""}})", nothing},
+      {"UI state", R"({"uiState":{"elementCount":7,"returned":5,"truncated":true}})",
+       "uiNodeCount: 7\nuiNodesReturned: 5\nuiTruncated: true\n"},
+      {"whole numbers in another spelling", R"({"uiState":{"elementCount":5.0,"returned":12e1}})",
+       "uiNodeCount: 5\nuiNodesReturned: 120\n"},
+      {"numbers that are not whole", R"({"uiState":{"elementCount":5.5,"returned":"5"}})", nothing},
+      {"booleans are no numbers", R"({"uiState":{"elementCount":true,"truncated":0}})", nothing},
+      {"two warnings", R"({"warnings":["a","b"]})", "warning: a\nwarning: b\n"},
+      {"three warnings", R"({"warnings":["a","b","c"]})",
+       "warning: a\nwarning: b\nwarningCount: 3\n"},
+      {"an empty warning", R"({"warnings":["","b"]})", "warning: b\n"},
+      {"empty warnings count", R"({"warnings":["","","c"]})", "warningCount: 3\n"},
+      {"one warning of another kind silences all", R"({"warnings":["a","b",null]})", nothing},
+      {"no warnings", R"({"warnings":[]})", nothing},
+      {"a tool to call next", R"({"nextRecommendedTool":{"name":"quillmere.wait"}})",
+       "nextRecommendedTool: quillmere.wait\n"},
+      {"audit id", R"({"auditId":"a-1"})", "auditId: a-1\n"},
+      {"an empty audit id", R"({"auditId":""})", nothing},
+      {"all at once, in the order of lines",
+       R"({"auditId":"a","nextRecommendedTool":{"name":"n"},"warnings":["w"],"uiState":{"truncated":
+           false,"returned":1,"elementCount":2},"visibleState":{"uiTopPackageName":"p"},"action":
+           {"foregroundVerified":true,"message":"m"},"apps":[],"sessions":[],"devices":[],"ok":true})",
+       "Quillmere tool call succeeded.\ndevices: 0\nsessions: 0\napps: 0\naction: m\n"
+       "foregroundVerified: true\nvisiblePackage: p\nuiNodeCount: 2\nuiNodesReturned: 1\n"
+       "uiTruncated: false\nwarning: w\nnextRecommendedTool: n\nauditId: a\n"},
+  };
+  for (const auto& [name, payload, lines] : cases) {
+    EXPECT_EQ(summarizeToolPayload(json(payload)),
+              std::string(lines) + "Full result is available in structuredContent.")
+        << name;
+  }
+}
+
+TEST(ToolResult, HoldsThePayloadWholeBesideItsSummary) {
+  constexpr std::pair<std::string_view, bool> cases[] = {
+      {R"({})", false},
+      {R"({"ok":false,"image":"iVBORw0KGgo="})", true},
+      {R"({"ok":true,"n":1e400,"list":[[1],[]]})", false},
+      {R"({"ok":"false"})", false},
+      {R"({"ok":null})", false},
+  };
+  for (const auto& [payload, isError] : cases) {
+    const JsonObject expected{
+        {"content",
+         arrayOf(JsonObject{{"type", "text"}, {"text", summarizeToolPayload(json(payload))}})},
+        {"structuredContent", json(payload)},
+        {"isError", isError}};
+    EXPECT_EQ(compactJson(toolResult(json(payload))), compactJson(expected));
+  }
+}
+
+TEST(Guidance, TellsWhatToDoAfterAList) {
+  constexpr std::string_view sessions = "quillmere.sessions.list";
+  constexpr std::string_view devices = "quillmere.devices.list";
+  constexpr std::string_view same = "";
+  struct GuidanceCase {
+    std::string_view name, tool, arguments, payload, guided;
+  };
+  const GuidanceCase cases[] = {
+      {"no session, on a device", sessions, R"({"deviceSerial":"R5"})",
+       R"({"ok":true,"sessions":[]})",
+       R"({"ok":true,"sessions":[],"warnings":["No Phone Screen session is active. Call quillmere.session.start with deviceSerial=R5 before observe/input/UI tools."],"nextRecommendedTool":{"name":"quillmere.session.start","arguments":{"deviceSerial":"R5"}}})"},
+      {"no session, on any device", sessions, "{}", R"({"ok":true})",
+       R"({"ok":true,"warnings":["No Phone Screen session is active. Call quillmere.session.start before observe/input/UI tools."],"nextRecommendedTool":{"name":"quillmere.session.start","arguments":{}}})"},
+      {"no session, on a device without a name", sessions, R"({"deviceSerial":""})",
+       R"({"ok":true})",
+       R"({"ok":true,"warnings":["No Phone Screen session is active. Call quillmere.session.start before observe/input/UI tools."],"nextRecommendedTool":{"name":"quillmere.session.start","arguments":{"deviceSerial":""}}})"},
+      {"another kind of session, and a warning of the app's own", sessions,
+       R"({"deviceSerial":null})",
+       R"({"ok":true,"warnings":["own"],"nextRecommendedTool":5,"sessions":[{"sessionKind":"fusion"},{}]})",
+       R"({"ok":true,"warnings":["own","No Phone Screen session is active. Call quillmere.session.start before observe/input/UI tools."],"nextRecommendedTool":{"name":"quillmere.session.start","arguments":{}},"sessions":[{"sessionKind":"fusion"},{}]})"},
+      {"one element of another kind voids the list", sessions, "{}",
+       R"({"ok":true,"warnings":["own",1],"sessions":[{"sessionKind":"phoneScreen"},null]})",
+       R"({"ok":true,"warnings":["No Phone Screen session is active. Call quillmere.session.start before observe/input/UI tools."],"sessions":[{"sessionKind":"phoneScreen"},null],"nextRecommendedTool":{"name":"quillmere.session.start","arguments":{}}})"},
+      {"a Phone Screen session behind others", sessions, R"({"deviceSerial":"R5"})",
+       R"({"ok":true,"warnings":[1],"sessions":[{"sessionKind":"fusion"},{"sessionKind":"phoneScreen"}]})",
+       same},
+      {"a failed list", sessions, "{}", R"({"ok":false,"sessions":[]})", same},
+      {"a list without ok", sessions, "{}", R"({"sessions":[]})", same},
+      {"a list with ok as a number", sessions, "{}", R"({"ok":1})", same},
+      {"devices to start", devices, "{}",
+       R"({"ok":true,"devices":[{"serial":"B","supportsMirror":true,"hasActiveMirrorSessions":false},{"serial":"A","supportsMirror":true,"hasActiveMirrorSessions":false}]})",
+       R"({"ok":true,"devices":[{"serial":"B","supportsMirror":true,"hasActiveMirrorSessions":false},{"serial":"A","supportsMirror":true,"hasActiveMirrorSessions":false}],"warnings":["Devices with no active mirror session can be started with quillmere.session.start: B, A"]})"},
+      {"devices that can't be started", devices, "{}",
+       R"({"ok":true,"warnings":["own"],"devices":[{"serial":"A","supportsMirror":true,"hasActiveMirrorSessions":true},{"serial":"B","supportsMirror":false,"hasActiveMirrorSessions":false},{"serial":"C","supportsMirror":true},{"serial":5,"supportsMirror":true,"hasActiveMirrorSessions":false},{"serial":"D","supportsMirror":1,"hasActiveMirrorSessions":0}]})",
+       same},
+      {"one device of another kind voids the list", devices, "{}",
+       R"({"ok":true,"devices":[{"serial":"A","supportsMirror":true,"hasActiveMirrorSessions":false},"B"]})",
+       same},
+      {"a failed list of devices", devices, "{}",
+       R"({"ok":false,"devices":[{"serial":"A","supportsMirror":true,"hasActiveMirrorSessions":false}]})",
+       same},
+      {"another tool", "quillmere.apps.list", "{}",
+       R"({"ok":true,"sessions":[],"warnings":["w",1]})", same},
+  };
+  for (const auto& [name, tool, arguments, payload, guided] : cases) {
+    EXPECT_EQ(indentedJson(addGuidance(tool, json(arguments), json(payload))),
+              indentedJson(json(guided == same ? payload : guided)))
+        << name;
+  }
+}
+
+TEST(Help, GivesEachTopicWordForWord) {
+  JsonObject all;
+  for (const std::string_view topic : helpTopics) all.set(topic, helpPayload(topic));
+  EXPECT_TRUE(matchesSnapshot(all, "help.json"));
+  for (const std::optional<std::string_view> topic : {std::optional<std::string_view>(), {"Ui"}}) {
+    EXPECT_EQ(compactJson(helpPayload(topic)), compactJson(helpPayload("quickstart")));
+  }
+}
+
+}  // namespace
+}  // namespace quillmere
