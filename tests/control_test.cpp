@@ -1,0 +1,415 @@
+// From the search for the desktop app's socket to the end of one call.
+#include <errno.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+
+#include <array>
+#include <filesystem>
+#include <future>
+#include <regex>
+
+#include "control/control_call.hpp"
+#include "control/control_frame.hpp"
+#include "control/socket_connection.hpp"
+#include "control/socket_discovery.hpp"
+#include "platform/process.hpp"
+#include "support/desktop_app.hpp"
+#include "support/json.hpp"
+#include "support/temporary_home.hpp"
+
+namespace quillmere {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::size_t openDescriptors() {
+  return static_cast<std::size_t>(
+      std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator()));
+}
+
+/// A home of its own for each test, and the promise that no descriptor is left open.
+class ControlTest : public testing::Test {
+ protected:
+  static void SetUpTestSuite() { prepareProcess(); }
+  ~ControlTest() override { EXPECT_EQ(openDescriptors(), openBefore); }
+
+  const TemporaryHome home;
+
+ private:
+  const std::size_t openBefore = openDescriptors();
+};
+
+using Discovery = ControlTest;
+using Connecting = ControlTest;
+using ControlCall = ControlTest;
+
+std::string infoPlist(std::string_view identifier) {
+  return R"(<plist version="1.0"><dict><key>CFBundleIdentifier</key><string>)" +
+         std::string(identifier) + "</string></dict></plist>";
+}
+
+/// Makes this process believe that it was started under another name.
+class StartedAs {
+ public:
+  explicit StartedAs(std::string path) : name(std::move(path)), before(program_invocation_name) {
+    program_invocation_name = name.data();
+  }
+  StartedAs(const StartedAs&) = delete;
+  StartedAs& operator=(const StartedAs&) = delete;
+  ~StartedAs() { program_invocation_name = before; }
+
+ private:
+  std::string name;
+  char* const before;
+};
+
+TEST_F(Discovery, TheInnermostBundleNamesItself) {
+  home.write("Outer.app/Contents/Info.plist", infoPlist("outer"));
+  home.write("Outer.app/Contents/Helper.app/Contents/Info.plist", infoPlist("inner"));
+  home.write("Outer.app/Contents/Bare.app/Contents/PkgInfo", "no property list here");
+  home.write("Array.app/Contents/Info.plist",
+             R"(<plist version="1.0"><array><string>CFBundleIdentifier</string></array></plist>)");
+  home.write(
+      "Number.app/Contents/Info.plist",
+      R"(<plist version="1.0"><dict><key>CFBundleIdentifier</key><integer>5</integer></dict></plist>)");
+  home.write("Small.app/contents/Info.plist", infoPlist("small"));
+  fs::create_directories(home.path() + "/Folder.app/Contents/Info.plist");
+
+  constexpr std::pair<std::string_view, std::optional<std::string_view>> cases[] = {
+      {"Outer.app/Contents/MacOS/server", "outer"},
+      {"Outer.app/Contents/server", "outer"},
+      {"Outer.app/server", std::nullopt},
+      {"Outer.app/Contents/Helper.app/Contents/MacOS/deep/server", "inner"},
+      {"Outer.app/Contents/Helper.app/server", "outer"},
+      {"Outer.app/Contents/Bare.app/Contents/MacOS/server", std::nullopt},
+      {"Outer.app/Contents", std::nullopt},
+      {"Array.app/Contents/server", std::nullopt},
+      {"Number.app/Contents/server", std::nullopt},
+      {"Small.app/contents/server", std::nullopt},
+      {"Folder.app/Contents/server", std::nullopt},
+  };
+  for (const auto& [executable, identifier] : cases) {
+    EXPECT_EQ(bundledAppIdentifier(home.path() + "/" + std::string(executable)), identifier)
+        << executable;
+  }
+  EXPECT_EQ(bundledAppIdentifier("/server"), std::nullopt);
+}
+
+TEST_F(Discovery, CandidatesStartWithTheGroupOfTheAppAround) {
+  using Paths = std::vector<std::string>;
+  const Paths debugFirst = {home.debugSocket(), home.releaseSocket(), home.ungroupedSocket()};
+  const Paths releaseFirst = {home.releaseSocket(), home.debugSocket(), home.ungroupedSocket()};
+  home.write("Release.app/Contents/Info.plist", infoPlist("com.tallowbrook.wickfern"));
+  home.write("Debug.app/Contents/Info.plist", infoPlist("com.tallowbrook.wickfern.debug"));
+  home.write("Other.app/Contents/Info.plist", infoPlist("com.example.other"));
+  const std::string server = home.write("Release.app/Contents/MacOS/server", "");
+  fs::create_symlink(server, home.path() + "/link");
+
+  const fs::path startFolder = fs::current_path();
+  const std::pair<std::string, Paths> cases[] = {
+      {"/server", debugFirst},
+      {home.path() + "/Release.app/Contents/MacOS/server", releaseFirst},
+      {home.path() + "/Debug.app/Contents/MacOS/server", debugFirst},
+      {home.path() + "/Other.app/Contents/MacOS/server", debugFirst},
+      {home.path() + "/link", releaseFirst},
+      {"link", releaseFirst},
+      {"Release.app/../Release.app/Contents/MacOS/server", releaseFirst},
+      {"server", debugFirst},
+      {"", debugFirst},
+  };
+  fs::current_path(home.path());
+  for (const auto& [name, candidates] : cases) {
+    const StartedAs startedAs(name);
+    EXPECT_EQ(socketCandidates(), candidates) << name;
+  }
+  fs::current_path(startFolder);
+}
+
+std::string connectFailure() {
+  return failureOf([] { static_cast<void>(connectAppControlSocket()); });
+}
+
+/// Leaves a socket at `path` that nobody listens on any more.
+void leaveStaleSocket(const std::string& path) {
+  const UnixListener listener(path + "~");
+  fs::rename(path + "~", path);
+}
+
+constexpr std::string_view notFound =
+    "-32000 Quillmere MCP control socket was not found. Start Quillmere first.";
+constexpr std::string_view notReached = "-32000 Could not reach Quillmere MCP control socket: ";
+
+TEST_F(Connecting, NothingThereIsNotFound) {
+  EXPECT_EQ(connectFailure(), notFound);
+  fs::create_directories(fs::path(home.releaseSocket()).parent_path());
+  fs::create_symlink(home.path() + "/gone", home.releaseSocket());
+  EXPECT_EQ(connectFailure(), notFound) << "a dangling link";
+}
+
+TEST_F(Connecting, EachCandidateThatFailsIsNamedInOrder) {
+  home.write(home.ungroupedSocket(), "a file");
+  EXPECT_EQ(connectFailure(), std::string(notReached) + home.ungroupedSocket() + ": not a socket");
+  leaveStaleSocket(home.debugSocket());
+  EXPECT_EQ(connectFailure(), std::string(notReached) + home.debugSocket() +
+                                  ": Connection refused; " + home.ungroupedSocket() +
+                                  ": not a socket");
+  const DesktopApp elsewhere(home.path() + "/live");
+  fs::create_directories(fs::path(home.releaseSocket()).parent_path());
+  fs::create_symlink(home.path() + "/live", home.releaseSocket());
+  EXPECT_EQ(connectFailure(), std::string(notReached) + home.debugSocket() +
+                                  ": Connection refused; " + home.releaseSocket() +
+                                  ": not a socket; " + home.ungroupedSocket() + ": not a socket")
+      << "a link to a live socket is none";
+}
+
+TEST_F(Connecting, ALiveSocketIsFoundBehindAStaleOne) {
+  leaveStaleSocket(home.debugSocket());
+  const DesktopApp app(home.releaseSocket());
+  EXPECT_EQ(connectFailure(), "");
+  EXPECT_EQ(connectAppControlSocket().statusFlags().value_or(-1) & O_NONBLOCK, 0);
+}
+
+TEST_F(Connecting, APathMayHave103Bytes) {
+  const auto failure = [&](std::size_t length) {
+    std::string path = home.path() + "/";
+    path.resize(length, 's');
+    return connectUnixSocket(*UnixSocket::create(), path);
+  };
+  std::string longest = home.path() + "/";
+  longest.resize(103, 's');
+  const DesktopApp app(longest);
+  EXPECT_EQ(failure(103), "");
+  EXPECT_EQ(failure(102), "No such file or directory");
+  EXPECT_EQ(failure(104), "The MCP control socket path is too long.");
+  EXPECT_EQ(failure(5000), "The MCP control socket path is too long.");
+}
+
+TEST_F(Connecting, AFullBacklogIsAFailureLikeAnyOther) {
+  const DesktopApp app(home.releaseSocket());
+  std::vector<UnixSocket> waiting;
+  std::string failure;
+  while (failure.empty()) {
+    waiting.push_back(*UnixSocket::create());
+    const auto flags = waiting.back().statusFlags();
+    failure = connectUnixSocket(waiting.back(), home.releaseSocket());
+    EXPECT_EQ(waiting.back().statusFlags(), flags) << "failed or not, the flags are as before";
+  }
+  EXPECT_EQ(failure, "Resource temporarily unavailable");
+  EXPECT_EQ(connectFailure(), std::string(notReached) + home.releaseSocket() + ": " + failure);
+}
+
+TEST_F(Connecting, WithoutADescriptorNoCandidateIsTried) {
+  leaveStaleSocket(home.debugSocket());
+  rlimit limit{};
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
+  const rlimit none{.rlim_cur = 0, .rlim_max = limit.rlim_max};
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+  const std::string failure = connectFailure();
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
+  EXPECT_EQ(failure, "-32000 Could not create Quillmere MCP control socket.");
+}
+
+TEST(ControlRequest, HoldsControlFieldsBesideItsOwnKeys) {
+  struct RequestCase {
+    std::string_view name, command, arguments, request;
+  };
+  constexpr RequestCase cases[] = {
+      {"no arguments", "listSessions", "{}", R"({"id":0,"command":"listSessions"})"},
+      {"arguments stand flat and unchanged", "tap",
+       R"({"x":1.0,"taskName":" a/b ","sessionId":"s","includeImage":false})",
+       R"({"id":0,"command":"tap","x":1.0,"taskName":" a/b ","sessionId":"s","includeImage":false})"},
+      {"null is left out", "observeScreen", R"({"sessionId":null,"deviceSerial":"d"})",
+       R"({"id":0,"command":"observeScreen","deviceSerial":"d"})"},
+      {"what is no control field is left out", "wait", R"({"topic":"ui","X":1,"durationMs":5})",
+       R"({"id":0,"command":"wait","durationMs":5})"},
+      {"no argument replaces a key of the request", "wait", R"({"id":"mine","command":"tap"})",
+       R"({"id":0,"command":"wait"})"},
+      {"adbCommand takes its place from command", "adbCommand",
+       R"({"command":"ls","adbCommand":"rm","reason":"r"})",
+       R"({"id":0,"command":"adbCommand","adbCommand":"ls","reason":"r"})"},
+      {"adbCommand alone is a control field", "adbCommand", R"({"adbCommand":"ls"})",
+       R"({"id":0,"command":"adbCommand","adbCommand":"ls"})"},
+  };
+  for (const auto& [name, command, arguments, expected] : cases) {
+    JsonObject request = controlRequest(command, json(arguments));
+    EXPECT_TRUE(std::regex_match(*request.findString("id"), std::regex("[0-9A-F-]{36}"))) << name;
+    request.set("id", 0);
+    EXPECT_EQ(compactJson(request), expected) << name;
+  }
+  EXPECT_NE(*controlRequest("tap", {}).findString("id"),
+            *controlRequest("tap", {}).findString("id"));
+}
+
+TEST(ControlFrame, HasABigEndianLength) {
+  const std::string body(0x010203, 'b');
+  const std::string frame = controlFrame(body);
+  EXPECT_EQ(frame.substr(0, 6), std::string("\0\1\2\3bb", 6));
+  EXPECT_EQ(frame.size(), 4 + body.size());
+  EXPECT_EQ(controlBodyLength({'\xFF', '\xFE', '\x80', '\0'}), 0xFFFE8000U);
+}
+
+std::string callFailure(InFlightRequest* inFlight = nullptr) {
+  return failureOf([&] { static_cast<void>(callAppControl("listApps", {}, inFlight)); });
+}
+
+TEST_F(ControlCall, ArgumentsAreJudgedBeforeTheSocket) {
+  const auto call = [](const JsonObject& arguments) {
+    return failureOf([&] { static_cast<void>(callAppControl("tap", arguments, nullptr)); });
+  };
+  EXPECT_EQ(call({{"command", times(4097, "c")}}), "-32602 command is too long.");
+  EXPECT_EQ(call({{"direction", times(17, "d")}}), "-32602 direction is too long.");
+  EXPECT_EQ(call({{"x", "\xFF"}}),
+            "-32603 Internal error: A text to be written as JSON is not valid UTF-8.");
+
+  // Characters that a writer might escape, and so pass the limit too early.
+  const std::string text = "/é为😀";
+  const std::size_t own = compactJson(controlRequest("tap", {{"x", text}})).size();
+  const auto ofBytes = [&](std::size_t size) {
+    return JsonObject{{"x", text + times(size - own, "x")}};
+  };
+  EXPECT_EQ(call(ofBytes(1'048'577)), "-32602 Quillmere MCP tool request is too large.");
+  EXPECT_EQ(call(ofBytes(1'048'576)), notFound);
+
+  std::promise<std::size_t> received;
+  const DesktopApp app(home.releaseSocket(), [&](const AppConnection& connection) {
+    const auto request = connection.receive();
+    connection.answer({});
+    received.set_value(compactJson(*request).size());
+  });
+  EXPECT_EQ(call(ofBytes(1'048'576)), "");
+  EXPECT_EQ(received.get_future().get(), 1'048'576);
+}
+
+TEST_F(ControlCall, TheAnswerComesBackAsItIs) {
+  std::string answer;
+  const DesktopApp app(home.releaseSocket(), [&](const AppConnection& connection) {
+    EXPECT_EQ(*connection.receive()->findString("command"), "listApps");
+    connection.send(controlFrame(answer));
+    EXPECT_EQ(connection.waitUntilClosed(), 0) << "nothing follows the request";
+  });
+  constexpr std::string_view answers[] = {
+      "{}",
+      R"({"id":"of another call","ok":true})",
+      R"({"n":[1.0,1e400,12345678901234567890123]})",
+  };
+  for (const std::string_view each : answers) {
+    answer = each;
+    EXPECT_EQ(compactJson(callAppControl("listApps", {}, nullptr)), each);
+  }
+  const std::string longest(33'554'432 - 8, 'x');
+  answer = R"({"a":")" + longest + R"("})";
+  EXPECT_TRUE(*callAppControl("listApps", {}, nullptr).findString("a") == longest);
+}
+
+TEST_F(ControlCall, AnAnswerInPiecesIsPutTogether) {
+  const std::string frame = controlFrame(R"({"ok":true})");
+  const DesktopApp app(home.releaseSocket(), [&](const AppConnection& connection) {
+    static_cast<void>(connection.receive());
+    for (const char byte : frame) connection.send({&byte, 1});
+  });
+  EXPECT_EQ(callFailure(), "");
+}
+
+TEST_F(ControlCall, AnAnswerCutOffAtAnyByteIsAClosedConnection) {
+  const std::string frame = controlFrame(R"({"ok":true})");
+  std::size_t length = 0;
+  const DesktopApp app(home.releaseSocket(), [&](const AppConnection& connection) {
+    static_cast<void>(connection.receive());
+    connection.send(frame.substr(0, length));
+  });
+  for (; length < frame.size(); ++length) {
+    EXPECT_EQ(callFailure(), "-32000 Quillmere closed the MCP control connection.") << length;
+  }
+}
+
+TEST_F(ControlCall, AnAnswerThatIsNoneIsRefused) {
+  constexpr std::string_view badFrame =
+      "-32000 Quillmere returned an invalid MCP control response frame.";
+  constexpr std::string_view closed = "-32000 Quillmere closed the MCP control connection.";
+  constexpr std::string_view badPayload =
+      "-32000 Quillmere returned an invalid MCP control payload.";
+  constexpr std::string_view noJson = "-32603 Internal error: The text is not valid JSON: ";
+  struct AnswerCase {
+    std::string_view name;
+    std::string bytes;
+    std::string_view failure;
+    bool closes = false;
+  };
+  // Where the app does not close, the server must: it waits for no byte more.
+  const AnswerCase cases[] = {
+      {"no length", std::string("\0\0\0\0", 4), badFrame},
+      {"a length past the limit", std::string("\x02\0\0\1", 4), badFrame},
+      {"the largest number", "\xFF\xFF\xFF\xFF", badFrame},
+      {"the longest body, and none of it", std::string("\x02\0\0\0", 4), closed, true},
+      {"an array", controlFrame("[{}]"), badPayload},
+      {"a number", controlFrame("5"), noJson},
+      {"text", controlFrame("ok"), noJson},
+      {"an object cut off", controlFrame(R"({"ok":true)"), noJson},
+      {"two objects", controlFrame("{}{}"), noJson},
+      {"bad bytes", controlFrame("{\"a\":\"\xFF\"}"), noJson},
+      {"deep nesting", controlFrame(R"({"a":)" + times(100'000, "[")), noJson},
+      {"blanks", controlFrame("  "), noJson},
+  };
+  for (const auto& [name, bytes, failure, closes] : cases) {
+    const DesktopApp app(home.releaseSocket(), [&](const AppConnection& connection) {
+      static_cast<void>(connection.receive());
+      connection.send(bytes);
+      if (!closes) connection.waitUntilClosed();
+    });
+    EXPECT_EQ(callFailure().substr(0, failure.size()), failure) << name;
+  }
+}
+
+TEST_F(ControlCall, AnAppThatDoesNotReadGivesAFailedWrite) {
+  const DesktopApp app(home.releaseSocket(), [](const AppConnection&) {});
+  // More than any socket buffer takes.
+  const JsonObject arguments{{"x", times(1'000'000, "x")}};
+  EXPECT_EQ(failureOf([&] { static_cast<void>(callAppControl("tap", arguments, nullptr)); }),
+            "-32000 Could not write to Quillmere MCP control socket.");
+}
+
+TEST_F(ControlCall, CancelledBeforeItStartsItMakesNoConnection) {
+  InFlightRequest inFlight(1);
+  inFlight.cancel("reason");
+  EXPECT_EQ(callFailure(&inFlight), "-32800 MCP request was cancelled.");
+}
+
+TEST_F(ControlCall, CancellingBreaksACallWhereverItBlocks) {
+  constexpr std::string_view closed = "-32000 Quillmere closed the MCP control connection.";
+  struct CancelCase {
+    std::string_view name, answered, failure;
+    std::size_t argumentBytes;
+  };
+  const CancelCase cases[] = {
+      {"waiting for an answer", "", closed, 1},
+      {"inside the prefix", std::string_view("\0\0", 2), closed, 1},
+      {"inside the body", std::string_view("\0\0\0\x0B{\"ok", 8), closed, 1},
+      {"sending", "", "-32000 Could not write to Quillmere MCP control socket.", 1'000'000},
+  };
+  const DesktopApp app(home.releaseSocket());
+  for (const auto& [name, answered, failure, argumentBytes] : cases) {
+    InFlightRequest inFlight(1);
+    auto call = std::async(std::launch::async, [&inFlight, bytes = argumentBytes] {
+      return failureOf([&] {
+        static_cast<void>(callAppControl("tap", {{"x", times(bytes, "x")}}, &inFlight));
+      });
+    });
+    const AppConnection connection = app.accept();
+    // What has come shows that the call can be broken by now; the longest request stays unread.
+    std::array<char, 4> prefix{};
+    EXPECT_EQ(::recv(connection.number(), prefix.data(), prefix.size(), MSG_WAITALL), 4) << name;
+    connection.send(answered);
+    inFlight.cancel(std::nullopt);
+    inFlight.cancel("once more");
+    connection.waitUntilClosed();
+    // Between prefix and body, and nowhere else, the call also looks for itself whether it goes on.
+    const std::string outcome = call.get();
+    EXPECT_TRUE(outcome == failure || outcome == "-32800 MCP request was cancelled.")
+        << name << ": " << outcome;
+  }
+}
+
+}  // namespace
+}  // namespace quillmere
