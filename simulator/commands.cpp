@@ -257,10 +257,9 @@ Turn startSession(Context& context) {
   MirroredDevice& device = onlineDevice(context);
   const bool isNew = device.sessionId.empty();
   if (isNew) {
-    std::array<char, 37> id{};
-    std::snprintf(id.data(), id.size(), "5E551011-0000-4000-8000-%012lld",
-                  static_cast<long long>(++context.world.startedSessions));
-    device.sessionId = id.data();
+    std::string number = std::to_string(++context.world.startedSessions);
+    number.insert(0, 12 - std::min<std::size_t>(12, number.size()), '0');
+    device.sessionId = "5E551011-0000-4000-8000-" + number;
   }
   JsonObject body = actionAnswer(
       device, context.now,

@@ -24,6 +24,14 @@ constexpr int backlog = 128;
   throw std::system_error(errorNumber, std::generic_category(), what);
 }
 
+/// Whoever connects next waits until a connection has ended, and the listener doesn't spin
+/// meanwhile.
+void waitForDescriptors(const Descriptor& stop) {
+  constexpr int pauseMs = 10;
+  pollfd entry{.fd = stop.number(), .events = POLLIN, .revents = 0};
+  static_cast<void>(::poll(&entry, 1, pauseMs));
+}
+
 bool isLive(const std::string& path) {
   const auto probe = UnixSocket::create();
   return probe && probe->connectTo(path) == 0;
@@ -72,6 +80,7 @@ std::optional<Descriptor> UnixListener::accept() const {
     if (entries[1].revents != 0) return std::nullopt;
     Descriptor connection(::accept4(listener.number(), nullptr, nullptr, SOCK_CLOEXEC));
     if (connection.isOpen()) return connection;
+    if (errno == EMFILE || errno == ENFILE) waitForDescriptors(stopOut);
   }
 }
 

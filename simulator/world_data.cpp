@@ -140,6 +140,46 @@ constexpr ListContent lists[] = {
 
 constexpr std::string_view togglesOn[] = {"settings.wifi"};
 
+// The tables name one another; a name that leads nowhere does not compile.
+constexpr bool isNode(std::string_view name) {
+  return std::ranges::any_of(screens, [&](const Screen& screen) {
+    return std::ranges::count(screen.nodes, name, &Node::name) == 1;
+  });
+}
+
+constexpr bool leadsSomewhere(const Transition& transition) {
+  switch (transition.effect) {
+    case Effect::openScreen:
+      return std::ranges::count(screens, transition.target, &Screen::name) == 1;
+    case Effect::launchApp:
+      return std::ranges::count(apps, transition.target, &App::packageName) == 1;
+    case Effect::appendToList:
+      return isNode(transition.field) &&
+             std::ranges::count(lists, transition.target, &ListContent::list) == 1;
+    case Effect::launchItem:
+    case Effect::tickItem:
+      return std::ranges::count(lists, transition.node, &ListContent::list) == 1;
+  }
+  return false;
+}
+
+constexpr bool isOnMirror(const Screen& screen) {
+  return std::ranges::all_of(screen.nodes, [](const Node& node) {
+    return node.bounds.x >= 0 && node.bounds.y >= 0 &&
+           node.bounds.x + node.bounds.width <= mirror.width &&
+           node.bounds.y + node.bounds.height <= mirror.height;
+  });
+}
+
+static_assert(std::ranges::all_of(apps, [](const App& app) {
+  return std::ranges::count(screens, app.firstScreen, &Screen::name) == 1;
+}));
+static_assert(std::ranges::all_of(transitions, &isNode, &Transition::node));
+static_assert(std::ranges::all_of(transitions, &leadsSomewhere));
+static_assert(std::ranges::all_of(lists, &isNode, &ListContent::list));
+static_assert(std::ranges::all_of(togglesOn, &isNode));
+static_assert(std::ranges::all_of(screens, &isOnMirror));
+
 template <typename Row>
 const Row* findRow(std::span<const Row> rows, std::string_view Row::*key, std::string_view value) {
   const auto row = std::ranges::find(rows, value, key);

@@ -1,0 +1,63 @@
+// The AI client of the demo: talks to the real server, tells a person what it does, and checks what
+// comes back.
+#pragma once
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+#include "platform/json_value.hpp"
+#include "simulator/server_process.hpp"
+
+namespace quillmere {
+
+/// Something came back otherwise than it must.
+class DemoFailure : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// Prints on standard output. Every function throws `DemoFailure` when the server's answer is
+/// missing or has another id than asked for. One thread.
+class DemoClient {
+ public:
+  /// Starts the server. Throws `std::system_error` when it can't be started.
+  DemoClient(const std::string& serverProgram, const std::string& home, bool isColoured);
+
+  /// Begins a step of the story.
+  void step(std::string_view sentence);
+  /// Tells something beside.
+  void tell(std::string_view label, std::string_view text) const;
+
+  /// Sends a request and returns the response, `result` or `error`.
+  [[nodiscard]] JsonObject request(std::string_view method, JsonObject params);
+  void notify(std::string_view method, JsonObject params);
+
+  /// Calls a tool, tells what was asked and the summary that came, and returns the structured
+  /// content. Throws `DemoFailure` too when `isError` is other than wanted.
+  JsonObject call(std::string_view tool, JsonObject arguments, bool isErrorWanted = false);
+  /// Calls a tool with arguments that the server must refuse by itself.
+  void callBadly(std::string_view tool, JsonObject arguments);
+  /// Sends a call and does not wait for it; returns its id.
+  std::int64_t beginCall(std::string_view tool, JsonObject arguments);
+
+  /// Ends the server's input and returns whether it has ended well, with nothing more to say.
+  [[nodiscard]] bool finish();
+
+  [[nodiscard]] int stepCount() const { return steps; }
+
+ private:
+  std::int64_t send(std::string_view method, JsonObject params);
+  JsonObject receiveResponse(std::int64_t id);
+
+  ServerProcess server;
+  const bool isColoured;
+  std::int64_t lastID = 0;
+  int steps = 0;
+};
+
+/// Throws `DemoFailure` with `what` unless `isTrue`.
+void expect(bool isTrue, std::string_view what);
+
+}  // namespace quillmere
