@@ -152,6 +152,12 @@ class ViewBuilder {
   View view;
 };
 
+/// Never the same for long, so that nobody takes a loading app for a stable screen.
+std::string loadingText(const Phone& phone, WorldTime now) {
+  const auto tenths = 10 * (now - phone.launchedAt) / (phone.loadedAt - phone.launchedAt);
+  return "Loading " + std::to_string(10 * tenths) + " %";
+}
+
 void leaveField(Phone& phone) {
   phone.focusedField = {};
 }
@@ -326,8 +332,8 @@ View viewOf(const Phone& phone, WorldTime now) {
   const Screen& screen = *findScreen(phone.screens.back());
   ViewBuilder builder(phone, screen);
   if (now < phone.loadedAt) {
-    builder.add(
-        VisibleNode{.name = "app.loading", .text = "Loading", .bounds = {40, 540, 460, 60}});
+    builder.add(VisibleNode{
+        .name = "app.loading", .text = loadingText(phone, now), .bounds = {40, 540, 460, 60}});
   } else {
     for (const Node& node : screen.nodes) builder.add(node);
   }
@@ -398,6 +404,7 @@ std::optional<Outcome> pressKey(Phone& phone, std::string_view key, WorldTime no
 Outcome launch(Phone& phone, const App& app, WorldTime now) {
   leaveField(phone);
   phone.screens = {homeScreen, app.firstScreen};
+  phone.launchedAt = now;
   phone.loadedAt = now + app.loadTime;
   auto& recents = phone.lists[recentApps];
   std::erase_if(recents, [&](const ListItem& item) { return item.text == app.title; });

@@ -34,7 +34,8 @@ struct Phone {
   /// The item of a list that is shown at its top.
   std::map<std::string_view, int> firstRows;
   std::set<std::string_view> togglesOn;
-  /// Until then the shown app only shows that it loads.
+  /// From the one until the other the shown app only shows how far it has loaded.
+  WorldTime launchedAt{0};
   WorldTime loadedAt{0};
 };
 
