@@ -250,130 +250,114 @@ TEST(ControlFrame, HasABigEndianLength) {
   EXPECT_EQ(controlBodyLength({'\xFF', '\xFE', '\x80', '\0'}), 0xFFFE8000U);
 }
 
-std::string callFailure(InFlightRequest* inFlight = nullptr) {
-  return failureOf([&] { static_cast<void>(callAppControl("listApps", {}, inFlight)); });
+/// What becomes of a call: the answer as JSON text, or the failure.
+std::string outcomeOf(const JsonObject& arguments, InFlightRequest* inFlight = nullptr) {
+  std::string answer;
+  const std::string failure =
+      failureOf([&] { answer = compactJson(callAppControl("tap", arguments, inFlight)); });
+  return answer + failure;
 }
 
 TEST_F(ControlCall, ArgumentsAreJudgedBeforeTheSocket) {
-  const auto call = [](const JsonObject& arguments) {
-    return failureOf([&] { static_cast<void>(callAppControl("tap", arguments, nullptr)); });
-  };
-  EXPECT_EQ(call({{"command", times(4097, "c")}}), "-32602 command is too long.");
-  EXPECT_EQ(call({{"direction", times(17, "d")}}), "-32602 direction is too long.");
-  EXPECT_EQ(call({{"x", "\xFF"}}),
+  EXPECT_EQ(outcomeOf({{"command", times(4097, "c")}}), "-32602 command is too long.");
+  EXPECT_EQ(outcomeOf({{"x", "\xFF"}}),
             "-32603 Internal error: A text to be written as JSON is not valid UTF-8.");
 
-  // Characters that a writer might escape, and so pass the limit too early.
+  // Characters that a writer might escape, and so pass the limit where it must not.
   const std::string text = "/é为😀";
   const std::size_t own = compactJson(controlRequest("tap", {{"x", text}})).size();
   const auto ofBytes = [&](std::size_t size) {
     return JsonObject{{"x", text + times(size - own, "x")}};
   };
-  EXPECT_EQ(call(ofBytes(1'048'577)), "-32602 Quillmere MCP tool request is too large.");
-  EXPECT_EQ(call(ofBytes(1'048'576)), notFound);
+  EXPECT_EQ(outcomeOf(ofBytes(1'048'577)), "-32602 Quillmere MCP tool request is too large.");
+  EXPECT_EQ(outcomeOf(ofBytes(1'048'576)), notFound);
 
-  std::promise<std::size_t> received;
-  const DesktopApp app(home.releaseSocket(), [&](const AppConnection& connection) {
-    const auto request = connection.receive();
-    connection.answer({});
-    received.set_value(compactJson(*request).size());
-  });
-  EXPECT_EQ(call(ofBytes(1'048'576)), "");
-  EXPECT_EQ(received.get_future().get(), 1'048'576);
-}
-
-TEST_F(ControlCall, TheAnswerComesBackAsItIs) {
-  std::string answer;
-  const DesktopApp app(home.releaseSocket(), [&](const AppConnection& connection) {
-    EXPECT_EQ(*connection.receive()->findString("command"), "listApps");
-    connection.send(controlFrame(answer));
-    EXPECT_EQ(connection.waitUntilClosed(), 0) << "nothing follows the request";
-  });
-  constexpr std::string_view answers[] = {
-      "{}",
-      R"({"id":"of another call","ok":true})",
-      R"({"n":[1.0,1e400,12345678901234567890123]})",
-  };
-  for (const std::string_view each : answers) {
-    answer = each;
-    EXPECT_EQ(compactJson(callAppControl("listApps", {}, nullptr)), each);
+  std::size_t received = 0;
+  {
+    const DesktopApp app(home.releaseSocket(), [&](const AppConnection& connection) {
+      received = compactJson(connection.receive().value_or(JsonObject())).size();
+      connection.answer({});
+    });
+    EXPECT_EQ(outcomeOf(ofBytes(1'048'576)), "{}");
   }
-  const std::string longest(33'554'432 - 8, 'x');
-  answer = R"({"a":")" + longest + R"("})";
-  EXPECT_TRUE(*callAppControl("listApps", {}, nullptr).findString("a") == longest);
+  EXPECT_EQ(received, 1'048'576);
 }
 
-TEST_F(ControlCall, AnAnswerInPiecesIsPutTogether) {
-  const std::string frame = controlFrame(R"({"ok":true})");
-  const DesktopApp app(home.releaseSocket(), [&](const AppConnection& connection) {
-    static_cast<void>(connection.receive());
-    for (const char byte : frame) connection.send({&byte, 1});
-  });
-  EXPECT_EQ(callFailure(), "");
-}
-
-TEST_F(ControlCall, AnAnswerCutOffAtAnyByteIsAClosedConnection) {
-  const std::string frame = controlFrame(R"({"ok":true})");
-  std::size_t length = 0;
-  const DesktopApp app(home.releaseSocket(), [&](const AppConnection& connection) {
-    static_cast<void>(connection.receive());
-    connection.send(frame.substr(0, length));
-  });
-  for (; length < frame.size(); ++length) {
-    EXPECT_EQ(callFailure(), "-32000 Quillmere closed the MCP control connection.") << length;
-  }
-}
-
-TEST_F(ControlCall, AnAnswerThatIsNoneIsRefused) {
+TEST_F(ControlCall, EndsAsTheAnswerTells) {
+  using std::string_literals::operator""s;
   constexpr std::string_view badFrame =
       "-32000 Quillmere returned an invalid MCP control response frame.";
   constexpr std::string_view closed = "-32000 Quillmere closed the MCP control connection.";
   constexpr std::string_view badPayload =
       "-32000 Quillmere returned an invalid MCP control payload.";
   constexpr std::string_view noJson = "-32603 Internal error: The text is not valid JSON: ";
+  enum class Then { wait, close };
   struct AnswerCase {
-    std::string_view name;
-    std::string bytes;
-    std::string_view failure;
-    bool closes = false;
+    std::string name;
+    std::vector<std::string> pieces;
+    std::string_view outcome;
+    /// Where the app does not close, the server must: it waits for no byte more.
+    Then then = Then::wait;
   };
-  // Where the app does not close, the server must: it waits for no byte more.
-  const AnswerCase cases[] = {
-      {"no length", std::string("\0\0\0\0", 4), badFrame},
-      {"a length past the limit", std::string("\x02\0\0\1", 4), badFrame},
-      {"the largest number", "\xFF\xFF\xFF\xFF", badFrame},
-      {"the longest body, and none of it", std::string("\x02\0\0\0", 4), closed, true},
-      {"an array", controlFrame("[{}]"), badPayload},
-      {"a number", controlFrame("5"), noJson},
-      {"text", controlFrame("ok"), noJson},
-      {"an object cut off", controlFrame(R"({"ok":true)"), noJson},
-      {"two objects", controlFrame("{}{}"), noJson},
-      {"bad bytes", controlFrame("{\"a\":\"\xFF\"}"), noJson},
-      {"deep nesting", controlFrame(R"({"a":)" + times(100'000, "[")), noJson},
-      {"blanks", controlFrame("  "), noJson},
+  constexpr std::string_view answer = R"({"id":"of another call","n":[1.0,1e400]})";
+  const std::string frame = controlFrame(answer);
+  std::vector<std::string> bytes;
+  for (const char byte : frame) bytes.emplace_back(1, byte);
+  std::vector<AnswerCase> cases = {
+      {"an answer", {frame}, answer},
+      {"an empty answer", {controlFrame("{}")}, "{}"},
+      {"byte by byte", bytes, answer},
+      {"no length", {"\0\0\0\0"s}, badFrame},
+      {"a length past the limit", {"\x02\0\0\1"s}, badFrame},
+      {"the largest number", {"\xFF\xFF\xFF\xFF"}, badFrame},
+      {"the greatest length, and no body", {"\x02\0\0\0"s}, closed, Then::close},
+      {"an array", {controlFrame("[{}]")}, badPayload},
+      {"a number", {controlFrame("5")}, noJson},
+      {"text", {controlFrame("ok")}, noJson},
+      {"blanks", {controlFrame("  ")}, noJson},
+      {"an object cut off", {controlFrame(R"({"ok":true)")}, noJson},
+      {"two objects", {controlFrame("{}{}")}, noJson},
+      {"bad bytes", {controlFrame("{\"a\":\"\xFF\"}")}, noJson},
+      {"deep nesting", {controlFrame(R"({"a":)" + times(100'000, "["))}, noJson},
   };
-  for (const auto& [name, bytes, failure, closes] : cases) {
-    const DesktopApp app(home.releaseSocket(), [&](const AppConnection& connection) {
-      static_cast<void>(connection.receive());
-      connection.send(bytes);
-      if (!closes) connection.waitUntilClosed();
-    });
-    EXPECT_EQ(callFailure().substr(0, failure.size()), failure) << name;
+  for (std::size_t i = 0; i < frame.size(); ++i) {
+    cases.push_back(
+        {"cut at byte " + std::to_string(i), {frame.substr(0, i)}, closed, Then::close});
   }
+  for (const AnswerCase& each : cases) {
+    const DesktopApp app(home.releaseSocket(), [&](const AppConnection& connection) {
+      EXPECT_EQ(*connection.receive()->findString("command"), "tap");
+      for (const std::string& piece : each.pieces) connection.send(piece);
+      if (each.then == Then::wait) {
+        EXPECT_EQ(connection.waitUntilClosed(), 0) << "nothing follows the request";
+      }
+    });
+    const std::string outcome = outcomeOf({});
+    EXPECT_EQ(each.outcome == noJson ? outcome.substr(0, noJson.size()) : outcome, each.outcome)
+        << each.name;
+  }
+}
+
+TEST_F(ControlCall, AnAnswerMayHave32Mebibytes) {
+  const std::string longest(33'554'432 - 8, 'x');
+  const DesktopApp app(home.releaseSocket(), [&](const AppConnection& connection) {
+    static_cast<void>(connection.receive());
+    connection.send(controlFrame(R"({"a":")" + longest + R"("})"));
+  });
+  EXPECT_TRUE(*callAppControl("listApps", {}, nullptr).findString("a") == longest);
 }
 
 TEST_F(ControlCall, AnAppThatDoesNotReadGivesAFailedWrite) {
   const DesktopApp app(home.releaseSocket(), [](const AppConnection&) {});
   // More than any socket buffer takes.
-  const JsonObject arguments{{"x", times(1'000'000, "x")}};
-  EXPECT_EQ(failureOf([&] { static_cast<void>(callAppControl("tap", arguments, nullptr)); }),
+  EXPECT_EQ(outcomeOf({{"x", times(1'000'000, "x")}}),
             "-32000 Could not write to Quillmere MCP control socket.");
 }
 
 TEST_F(ControlCall, CancelledBeforeItStartsItMakesNoConnection) {
   InFlightRequest inFlight(1);
   inFlight.cancel("reason");
-  EXPECT_EQ(callFailure(&inFlight), "-32800 MCP request was cancelled.");
+  EXPECT_EQ(outcomeOf({}, &inFlight), "-32800 MCP request was cancelled.");
 }
 
 TEST_F(ControlCall, CancellingBreaksACallWhereverItBlocks) {
@@ -391,11 +375,8 @@ TEST_F(ControlCall, CancellingBreaksACallWhereverItBlocks) {
   const DesktopApp app(home.releaseSocket());
   for (const auto& [name, answered, failure, argumentBytes] : cases) {
     InFlightRequest inFlight(1);
-    auto call = std::async(std::launch::async, [&inFlight, bytes = argumentBytes] {
-      return failureOf([&] {
-        static_cast<void>(callAppControl("tap", {{"x", times(bytes, "x")}}, &inFlight));
-      });
-    });
+    const JsonObject arguments{{"x", times(argumentBytes, "x")}};
+    auto call = std::async(std::launch::async, [&] { return outcomeOf(arguments, &inFlight); });
     const AppConnection connection = app.accept();
     // What has come shows that the call can be broken by now; the longest request stays unread.
     std::array<char, 4> prefix{};

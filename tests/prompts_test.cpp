@@ -25,27 +25,16 @@ JsonObject masked(const JsonObject& result) {
 TEST(Prompts, AreListedAndFilledWordForWord) {
   JsonObject all{{"prompts/list", JsonObject{{"prompts", promptList()}}}};
   constexpr std::pair<std::string_view, std::string_view> calls[] = {
-      {"phone_task_assistant",
-       R"({"name":"phone_task_assistant","arguments":{"task":"Order lunch"}})"},
-      {"phone_task_assistant, task null",
-       R"({"name":"phone_task_assistant","arguments":{"task":null}})"},
-      {"android_smoke_test",
-       R"({"name":"android_smoke_test","arguments":{"packageName":"com.example.notes","deviceSerial":"emulator-5554"}})"},
-      {"android_smoke_test, packageName null",
-       R"({"name":"android_smoke_test","arguments":{"packageName":null}})"},
+      {"phone_task_assistant", R"({"task":" Order `lunch\" \n"})"},
+      {"phone_task_assistant", R"({"task":null})"},
+      {"android_smoke_test", R"({"packageName":"com.example.notes","deviceSerial":""})"},
+      {"android_smoke_test", R"({"packageName":null})"},
   };
-  for (const auto& [name, params] : calls) all.set(name, masked(getPrompt(json(params))));
+  for (const auto& [name, arguments] : calls) {
+    const JsonObject params{{"name", name}, {"arguments", json(arguments)}};
+    all.set(std::string(name) + " " + std::string(arguments), masked(getPrompt(params)));
+  }
   EXPECT_TRUE(matchesSnapshot(all, "prompts.json"));
-}
-
-TEST(Prompts, UseTheirArgumentsUnchanged) {
-  const std::string task = textOf(
-      getPrompt(json(R"({"name":"phone_task_assistant","arguments":{"task":" `a\"\nb "}})")));
-  EXPECT_TRUE(task.starts_with("Task:  `a\"\nb \n\nUse Quillmere's")) << task;
-  EXPECT_NE(task.find(" and taskName ` `a\"\nb ` on every"), std::string::npos) << task;
-  const std::string test = textOf(getPrompt(
-      json(R"({"name":"android_smoke_test","arguments":{"packageName":"p","deviceSerial":""}})")));
-  EXPECT_TRUE(test.starts_with("Run a short Android smoke test for package p on device  using"));
 }
 
 TEST(Prompts, GiveEachTaskAnIdOfItsOwn) {

@@ -3,32 +3,18 @@
 #include <sys/socket.h>
 
 #include <array>
-#include <cerrno>
 #include <utility>
 
 #include "control/control_frame.hpp"
-#include "platform/json_parser.hpp"
 #include "platform/json_writer.hpp"
+#include "support/json.hpp"
 
 namespace quillmere {
 
 namespace {
 
-std::size_t readSome(int descriptor, char* to, std::size_t most) {
-  for (;;) {
-    const ssize_t count = ::recv(descriptor, to, most, 0);
-    if (count >= 0 || errno != EINTR) return count > 0 ? static_cast<std::size_t>(count) : 0;
-  }
-}
-
 bool readExact(int descriptor, char* to, std::size_t byteCount) {
-  while (byteCount > 0) {
-    const std::size_t count = readSome(descriptor, to, byteCount);
-    if (count == 0) return false;
-    to += count;
-    byteCount -= count;
-  }
-  return true;
+  return ::recv(descriptor, to, byteCount, MSG_WAITALL) == static_cast<ssize_t>(byteCount);
 }
 
 }  // namespace
@@ -37,19 +23,12 @@ std::optional<JsonObject> AppConnection::receive() const {
   ControlPrefix prefix{};
   if (!readExact(number(), prefix.data(), prefix.size())) return std::nullopt;
   std::string body(controlBodyLength(prefix), '\0');
-  if (!readExact(number(), body.data(), body.size())) return std::nullopt;
-  JsonValue value = parseJson(body);
-  return std::move(*value.asObject());
+  return readExact(number(), body.data(), body.size()) ? std::optional(json(body)) : std::nullopt;
 }
 
 bool AppConnection::send(std::string_view bytes) const {
-  while (!bytes.empty()) {
-    const ssize_t count = ::send(number(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) return false;
-    bytes.remove_prefix(static_cast<std::size_t>(count));
-  }
-  return true;
+  return ::send(number(), bytes.data(), bytes.size(), MSG_NOSIGNAL) ==
+         static_cast<ssize_t>(bytes.size());
 }
 
 bool AppConnection::answer(const JsonObject& payload) const {
@@ -59,7 +38,9 @@ bool AppConnection::answer(const JsonObject& payload) const {
 std::size_t AppConnection::waitUntilClosed() const {
   std::array<char, 4096> bytes{};
   std::size_t all = 0;
-  while (const std::size_t count = readSome(number(), bytes.data(), bytes.size())) all += count;
+  for (ssize_t count = 0; (count = ::recv(number(), bytes.data(), bytes.size(), 0)) > 0;) {
+    all += static_cast<std::size_t>(count);
+  }
   return all;
 }
 
@@ -88,7 +69,6 @@ AppConnection DesktopApp::accept() const {
 
 void DesktopApp::acceptAll() {
   while (auto connection = listener.accept()) {
-    ++handled;
     Handling& handling = handlings.emplace_back(AppConnection(std::move(*connection)));
     handling.thread = std::thread([this, &handling] {
       handler(handling.connection);

@@ -1,7 +1,6 @@
 // A desktop app that does what a test tells it.
 #pragma once
 
-#include <atomic>
 #include <functional>
 #include <list>
 #include <optional>
@@ -41,9 +40,9 @@ class AppConnection {
   Descriptor descriptor;
 };
 
-/// Listens at one of a home's socket paths. Either the test takes each connection
-/// itself, by `accept`, and so holds and answers them in the order it likes; or it gives a handler,
-/// which then runs for each connection on a thread of its own.
+/// Listens at one of a home's socket paths. Either the test takes each connection itself, by
+/// `accept`, and so holds and answers them in the order it likes; or it gives a handler, which then
+/// runs for each connection on a thread of its own and closes it by returning.
 class DesktopApp {
  public:
   using Handler = std::function<void(const AppConnection&)>;
@@ -51,14 +50,11 @@ class DesktopApp {
   explicit DesktopApp(std::string socketPath, Handler connectionHandler = {});
   DesktopApp(const DesktopApp&) = delete;
   DesktopApp& operator=(const DesktopApp&) = delete;
-  /// Breaks connections whose handlers still wait for the server, and waits for the handlers.
+  /// Closes the connections whose handlers still wait for the server, and waits for the handlers.
   ~DesktopApp();
 
   /// Waits for the next connection. Only without a handler.
   [[nodiscard]] AppConnection accept() const;
-
-  /// How many connections a handler has been called for.
-  [[nodiscard]] std::size_t handledConnections() const { return handled; }
 
  private:
   struct Handling {
@@ -70,8 +66,7 @@ class DesktopApp {
 
   const UnixListener listener;
   const Handler handler;
-  std::atomic<std::size_t> handled = 0;
-  /// Only the accepting thread adds; read when it has ended.
+  /// Only the accepting thread adds; looked at when it has ended.
   std::list<Handling> handlings;
   std::thread accepting;
 };

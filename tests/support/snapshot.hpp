@@ -11,7 +11,7 @@
 namespace quillmere {
 
 /// Whether `value`, indented and with sorted keys, is the file `name` in tests/snapshots. If not,
-/// the message shows the lines that differ, `-` for the file's and `+` for the program's.
+/// the message shows the first lines that differ, `-` for the file's and `+` for the program's.
 [[nodiscard]] testing::AssertionResult matchesSnapshot(const JsonObject& value,
                                                        std::string_view name);
 
