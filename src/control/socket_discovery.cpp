@@ -34,7 +34,8 @@ constexpr std::string_view socketFileName = "qm-mcp.sock";
 std::vector<std::string_view> groupsInOrder() {
   std::vector<std::string_view> groups(appGroupIdentifiers.begin(), appGroupIdentifiers.end());
   if (const auto preferred = preferredAppGroup(bundledAppIdentifier(executablePath()))) {
-    std::ranges::stable_partition(groups, [&](auto group) { return group == *preferred; });
+    std::stable_partition(groups.begin(), groups.end(),
+                          [&](auto group) { return group == *preferred; });
   }
   return groups;
 }

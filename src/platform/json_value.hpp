@@ -57,8 +57,15 @@ using JsonArray = std::vector<JsonValue>;
 /// An object: members in the order in which they came or were added, each key once.
 class JsonObject {
  public:
-  JsonObject() = default;
+  using Iterator = std::vector<JsonMember>::const_iterator;
+
+  JsonObject();
   JsonObject(std::initializer_list<JsonMember> members);
+  JsonObject(const JsonObject& other);
+  JsonObject(JsonObject&& other) noexcept;
+  JsonObject& operator=(const JsonObject& other);
+  JsonObject& operator=(JsonObject&& other) noexcept;
+  ~JsonObject();
 
   /// Takes members that may repeat a key; of equal keys the last one's value counts, in the place
   /// of the first. Linear in the number of members.
@@ -80,10 +87,10 @@ class JsonObject {
   /// Adds `key`, or replaces its value.
   void set(std::string_view key, JsonValue value);
 
-  [[nodiscard]] bool empty() const { return members.empty(); }
-  [[nodiscard]] std::size_t size() const { return members.size(); }
-  [[nodiscard]] auto begin() const { return members.begin(); }
-  [[nodiscard]] auto end() const { return members.end(); }
+  [[nodiscard]] bool empty() const;
+  [[nodiscard]] std::size_t size() const;
+  [[nodiscard]] Iterator begin() const;
+  [[nodiscard]] Iterator end() const;
 
  private:
   std::vector<JsonMember> members;
@@ -127,6 +134,30 @@ struct JsonMember {
   std::string key;
   JsonValue value;
 };
+
+// Here, where a member is a complete type: a vector of an incomplete one can be named, not used.
+inline JsonObject::JsonObject() = default;
+inline JsonObject::JsonObject(const JsonObject& other) = default;
+inline JsonObject::JsonObject(JsonObject&& other) noexcept = default;
+inline JsonObject& JsonObject::operator=(const JsonObject& other) = default;
+inline JsonObject& JsonObject::operator=(JsonObject&& other) noexcept = default;
+inline JsonObject::~JsonObject() = default;
+
+inline bool JsonObject::empty() const {
+  return members.empty();
+}
+
+inline std::size_t JsonObject::size() const {
+  return members.size();
+}
+
+inline JsonObject::Iterator JsonObject::begin() const {
+  return members.begin();
+}
+
+inline JsonObject::Iterator JsonObject::end() const {
+  return members.end();
+}
 
 /// An array of the given values, each nested as it is.
 template <typename... Values>
