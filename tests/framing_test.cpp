@@ -1,0 +1,234 @@
+// Bytes in, payloads out, over each kind of standard input; and frames out.
+#include "core/framing.hpp"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "shared/mcp_error.hpp"
+
+namespace quillmere {
+namespace {
+
+using Outcomes = std::vector<std::string>;
+
+std::string repeated(std::size_t count, std::string_view piece) {
+  std::string text;
+  for (std::size_t i = 0; i < count; ++i) text += piece;
+  return text;
+}
+
+/// A descriptor that a reader can be given, and what feeds it.
+struct Source {
+  enum class Kind { pipe, socket, file };
+  static constexpr std::array kinds = {Kind::pipe, Kind::socket, Kind::file};
+
+  Descriptor input;
+  std::thread writer;
+
+  Source(Kind kind, std::string_view wire, std::size_t chunk) {
+    std::array<int, 2> ends{};
+    if (kind == Kind::file) {
+      input = Descriptor(::memfd_create("wire", MFD_CLOEXEC));
+      EXPECT_TRUE(writeAll(input.number(), wire, {}));
+      ::lseek(input.number(), 0, SEEK_SET);
+      return;
+    }
+    EXPECT_EQ(0, kind == Kind::pipe ? ::pipe(ends.data())
+                                    : ::socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()));
+    input = Descriptor(ends[0]);
+    writer = std::thread([wire, chunk, output = Descriptor(ends[1])] {
+      for (std::size_t at = 0; at < wire.size(); at += chunk) {
+        if (!writeAll(output.number(), wire.substr(at, chunk), {})) return;
+      }
+    });
+  }
+  ~Source() {
+    input = Descriptor();
+    if (writer.joinable()) writer.join();
+  }
+
+  [[nodiscard]] std::string rest() const {
+    std::string text;
+    std::array<char, 4096> buffer{};
+    for (;;) {
+      const ssize_t count = ::read(input.number(), buffer.data(), buffer.size());
+      if (count <= 0) return text;
+      text.append(buffer.data(), static_cast<std::size_t>(count));
+    }
+  }
+};
+
+std::string abbreviated(std::string text) {
+  return text.size() <= 80 ? text : "(" + std::to_string(text.size()) + " bytes)";
+}
+
+/// Everything that comes of the wire: payloads, and errors as "code text".
+Outcomes outcomesOf(const Source& source) {
+  ServerState state;
+  StdinReader reader(source.input.number());
+  Outcomes outcomes;
+  for (;;) {
+    try {
+      const auto payload = readNextPayload(reader, state);
+      if (!payload) return outcomes;
+      outcomes.push_back(abbreviated(*payload));
+    } catch (const MCPError& error) {
+      outcomes.push_back(std::to_string(error.code) + " " + error.message);
+    }
+  }
+}
+
+struct FramingCase {
+  std::string_view name;
+  std::string wire;
+  Outcomes outcomes;
+};
+
+const std::string tooLarge = "-32600 JSON-RPC message is too large.";
+const std::string missing = "-32700 Parse error: missing Content-Length.";
+const std::string mebibyte = "(1048576 bytes)";
+
+const FramingCase framingCases[] = {
+    {"empty input is the end", "", {}},
+    {"a line is a payload with its terminator", "{}\r\n[]\n", {"{}\r\n", "[]\n"}},
+    {"the last line needs no terminator", "{}\n{}", {"{}\n", "{}"}},
+    {"blank lines are payloads too", "\n \n", {"\n", " \n"}},
+    {"a block, then a line, then a block",
+     "Content-Length: 2\r\n\r\n{}[]\ncontent-length:3\n\n123",
+     {"{}", "[]\n", "123"}},
+    {"other headers are passed over", "CONTENT-LENGTH: 2\r\nContent-Type: x\r\n\r\n{}", {"{}"}},
+    {"a blank before the name makes it a line", " Content-Length: 2\n", {" Content-Length: 2\n"}},
+    {"a first line that is not ASCII is no header",
+     "Content-Length: 2 \xC3\xA9\n",
+     {"Content-Length: 2 \xC3\xA9\n"}},
+    {"the last of two lengths counts", "Content-Length: 9\r\nContent-Length: 2\r\n\r\n{}", {"{}"}},
+    {"a later length that is no number voids the earlier one",
+     "Content-Length: 2\r\nContent-Length: x\r\n\r\n{}",
+     {missing, "{}"}},
+    {"a later line without a value leaves the earlier length",
+     "Content-Length: 2\r\nContent-Length:\r\n\r\n{}",
+     {"{}"}},
+    {"a value that begins with a colon is no number", "Content-Length::2\r\n\r\n", {missing}},
+    {"colons before the name are passed over on later lines",
+     "Content-Length: x\r\n::Content-Length: 2\r\n\r\n{}",
+     {"{}"}},
+    {"a blank before the colon is another header",
+     "Content-Length: 2\r\nContent-Length : 9\r\n\r\n{}",
+     {"{}"}},
+    {"a plus sign is accepted", "Content-Length: \t+2 \r\n\r\n{}", {"{}"}},
+    {"two signs are not", "Content-Length: +-2\r\n\r\n", {missing}},
+    {"letters behind the digits", "Content-Length: 2x\r\n\r\n", {missing}},
+    {"no value at all", "Content-Length:\r\n\r\n", {missing}},
+    {"a value past 64 bits is missing, not too large",
+     "Content-Length: 9223372036854775808\r\n\r\n",
+     {missing}},
+    {"zero is too large", "Content-Length: 0\r\n\r\n{}", {tooLarge, "{}"}},
+    {"so is a negative length", "Content-Length: -1\r\n\r\n", {tooLarge}},
+    {"so is a mebibyte and one byte", "Content-Length: 1048577\r\n\r\n", {tooLarge}},
+    {"a mebibyte of body",
+     "Content-Length: 1048576\r\n\r\n" + std::string(1'048'576, 'b') + "{}",
+     {mebibyte, "{}"}},
+    {"blanks before its terminator keep a block open", "Content-Length: 2\r\n \r\n\r\n{}", {"{}"}},
+    {"a header line that is not ASCII, behind a valid length",
+     "Content-Length: 2\r\nX: \xC3\xA9\r\n\r\n{}",
+     {"-32700 Parse error: Content-Length header is not ASCII.", "{}"}},
+    {"32 header lines", repeated(32, "Content-Length: 2\n") + "\n{}", {"{}"}},
+    {"the 33rd is refused at once, before any is decoded",
+     repeated(32, "Content-Length: 2\n") + "\xC3\nrest\n",
+     {"-32700 Parse error: too many Content-Length headers.", "rest\n"}},
+    {"a header line of 8192 bytes",
+     "Content-Length: 2\n" + std::string(8191, 'x') + "\n\n{}",
+     {"{}"}},
+    {"a header line of one byte more leaves its rest",
+     "Content-Length: 2\n" + std::string(8192, 'x') + "\nrest\n",
+     {tooLarge, "rest\n"}},
+    {"the end inside the block",
+     "Content-Length: 2\r\n",
+     {"-32700 Parse error: incomplete Content-Length headers."}},
+    {"the end inside the first header line",
+     "Content-Length: 2",
+     {"-32700 Parse error: incomplete Content-Length headers."}},
+    {"the end inside the body",
+     "Content-Length: 3\r\n\r\n{}",
+     {"-32700 Parse error: incomplete Content-Length payload."}},
+    {"a line of a mebibyte with its terminator",
+     std::string(1'048'575, 'x') + "\n{}\n",
+     {mebibyte, "{}\n"}},
+    {"one byte more is refused, even if it is the terminator",
+     std::string(1'048'576, 'x') + "\n{}\n",
+     {tooLarge, "{}\n"}},
+};
+
+TEST(Framing, PayloadsAndErrorsOverEveryKindOfInput) {
+  for (const FramingCase& each : framingCases) {
+    for (const Source::Kind kind : Source::kinds) {
+      for (const std::size_t chunk : {each.wire.size() + 1, std::size_t{1}, std::size_t{7}}) {
+        // A mebibyte byte by byte says no more than a line does, and takes long.
+        if (chunk < each.wire.size() && each.wire.size() > 20'000) continue;
+        SCOPED_TRACE(std::string(each.name) + ", in chunks of " + std::to_string(chunk) +
+                     ", kind " + std::to_string(static_cast<int>(kind)));
+        const Source source(kind, each.wire, chunk);
+        EXPECT_EQ(each.outcomes, outcomesOf(source));
+      }
+    }
+  }
+}
+
+TEST(Framing, WhatStandsBehindTheCurrentMessageStaysUnread) {
+  for (const std::string_view message : {"{}\n", "Content-Length: 2\r\n\r\n{}"}) {
+    for (const Source::Kind kind : Source::kinds) {
+      SCOPED_TRACE(std::string(message) + " kind " + std::to_string(static_cast<int>(kind)));
+      const std::string wire = std::string(message) + "first\nsecond\n";
+      const Source source(kind, wire, wire.size());
+      ServerState state;
+      StdinReader reader(source.input.number());
+      ASSERT_TRUE(readNextPayload(reader, state).has_value());
+      ASSERT_EQ("first\n", readNextPayload(reader, state));
+      EXPECT_EQ("second\n", source.rest());
+    }
+  }
+}
+
+TEST(Framing, ANonBlockingInputIsWaitedFor) {
+  for (const Source::Kind kind : {Source::Kind::pipe, Source::Kind::socket}) {
+    const std::string wire = "{}\n";
+    const Source source(kind, wire, 1);
+    ::fcntl(source.input.number(), F_SETFL, O_NONBLOCK);
+    EXPECT_EQ((Outcomes{"{}\n"}), outcomesOf(source));
+  }
+}
+
+TEST(Framing, FramesFollowTheModeAndTheModeFlipsBeforeTheBlockIsJudged) {
+  std::array<int, 2> ends{};
+  ASSERT_EQ(0, ::pipe(ends.data()));
+  const Descriptor readEnd(ends[0]);
+  ServerState state;
+  {
+    const Descriptor writeEnd(ends[1]);
+    MessageWriter writer(writeEnd.number(), state);
+    writer.writeMessage(JsonObject{{"path", "a/é"}});
+
+    const std::string wire = "Content-Length: x\r\n\r\n";
+    const Source source(Source::Kind::pipe, wire, wire.size());
+    StdinReader reader(source.input.number());
+    EXPECT_THROW(static_cast<void>(readNextPayload(reader, state)), MCPError);
+    writer.writeMessage(JsonObject{{"path", "a/é"}});
+    EXPECT_THROW(writer.writeMessage(JsonObject{{"path", "\xFF"}}), JsonError);
+  }
+  std::string written;
+  InputStream input(readEnd.number());
+  while (input.read(1024, written)) {
+  }
+  EXPECT_EQ("{\"path\":\"a/é\"}\nContent-Length: 15\r\n\r\n{\"path\":\"a/é\"}", written);
+}
+
+}  // namespace
+}  // namespace quillmere
