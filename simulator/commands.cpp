@@ -8,6 +8,8 @@
 #include <utility>
 
 #include "platform/text.hpp"
+#include "simulator/refusal.hpp"
+#include "simulator/request_arguments.hpp"
 #include "simulator/view_json.hpp"
 
 namespace quillmere {
@@ -16,47 +18,6 @@ namespace {
 
 constexpr std::size_t rememberedViews = 32;
 constexpr std::int64_t defaultMaximumNodes = 80;
-
-/// Why a request is not carried out.
-class Refusal : public std::runtime_error {
- public:
-  Refusal(std::string_view errorCode, const std::string& message)
-      : std::runtime_error(message), code(errorCode) {}
-
-  std::string_view code;
-  /// Members of the answer beside `error`.
-  JsonObject besides;
-};
-
-namespace refusals {
-
-Refusal invalid(std::string_view key, std::string_view must) {
-  return {"invalidArgument", std::string(key) + " must be " + std::string(must) + "."};
-}
-
-Refusal startSessionFirst(std::string_view code, const std::string& message,
-                          const std::string& serial) {
-  Refusal refusal(code, message + " Call quillmere.session.start first.");
-  JsonObject next;
-  if (!serial.empty()) next.set("deviceSerial", serial);
-  refusal.besides.set("nextRecommendedTool", JsonObject{{"name", "quillmere.session.start"},
-                                                        {"arguments", std::move(next)}});
-  return refusal;
-}
-
-Refusal acknowledgement(const App& app, bool wasGiven) {
-  const std::string wanted(app.acknowledgement);
-  Refusal refusal("userAcknowledgementRequired",
-                  (wasGiven ? "This is not the acknowledgement that " + std::string(app.title) +
-                                  " needs. Ask the user"
-                            : std::string(app.title) +
-                                  " needs the user's explicit acknowledgement. Ask the user") +
-                      ", then retry with userAcknowledgementText \"" + wanted + "\"");
-  refusal.besides.set("requiredUserAcknowledgementText", wanted);
-  return refusal;
-}
-
-}  // namespace refusals
 
 /// One call, with what most commands ask for.
 struct Context {
@@ -69,44 +30,6 @@ struct Context {
   [[nodiscard]] const JsonObject& request() const { return call.request; }
   [[nodiscard]] WorldTime elapsed() const { return now - *call.startedAt; }
 };
-
-std::string textArgument(const JsonObject& request, std::string_view key) {
-  const std::string* text = request.findString(key);
-  if (text == nullptr) throw refusals::invalid(key, "a string");
-  return *text;
-}
-
-std::string optionalText(const JsonObject& request, std::string_view key) {
-  return request.contains(key) ? textArgument(request, key) : std::string();
-}
-
-bool flag(const JsonObject& request, std::string_view key, bool otherwise) {
-  if (!request.contains(key)) return otherwise;
-  const auto value = request.findBoolean(key);
-  if (!value) throw refusals::invalid(key, "true or false");
-  return *value;
-}
-
-double coordinate(const JsonObject& request, std::string_view key, int end) {
-  const JsonNumber* number = request.findNumber(key);
-  const double value = number != nullptr ? number->value() : -1;
-  if (!(value >= 0 && value < end)) {
-    throw refusals::invalid(key, "a number from 0 to below " + std::to_string(end));
-  }
-  return value;
-}
-
-std::int64_t wholeNumber(const JsonObject& request, std::string_view key, std::int64_t least,
-                         std::int64_t most, std::optional<std::int64_t> otherwise = {}) {
-  if (otherwise && !request.contains(key)) return *otherwise;
-  const JsonNumber* number = request.findNumber(key);
-  const auto value = number != nullptr ? number->integer() : std::nullopt;
-  if (!value || *value < least || *value > most) {
-    throw refusals::invalid(
-        key, "a whole number from " + std::to_string(least) + " to " + std::to_string(most));
-  }
-  return *value;
-}
 
 MirroredDevice& deviceWithSerial(World& world, const std::string& serial) {
   const auto found = std::ranges::find_if(
@@ -132,19 +55,18 @@ MirroredDevice& sessionTarget(World& world, const JsonObject& request) {
   if (const std::string id = optionalText(request, "sessionId"); !id.empty()) {
     const auto found = std::ranges::find(world.devices, id, &MirroredDevice::sessionId);
     if (found == world.devices.end()) {
-      throw refusals::startSessionFirst("sessionNotFound", "No active session has this sessionId.",
-                                        serial);
+      throw refusals::noSession("sessionNotFound", "No active session has this sessionId.", serial);
     }
     if (!serial.empty() && found->device->serial != serial) {
       throw Refusal("sessionMismatch", "This session mirrors another device than deviceSerial.");
     }
     return *found;
   }
-  if (serial.empty()) throw refusals::invalid("sessionId or deviceSerial", "given");
+  if (serial.empty()) throw refusals::invalidArgument("sessionId or deviceSerial", "given");
   MirroredDevice& device = deviceWithSerial(world, serial);
   if (device.sessionId.empty()) {
-    throw refusals::startSessionFirst("noActiveSession",
-                                      "The device " + serial + " has no active session.", serial);
+    throw refusals::noSession("noActiveSession", "The device " + serial + " has no active session.",
+                              serial);
   }
   return device;
 }
@@ -229,7 +151,7 @@ VisibleNode requestedField(const Context& context) {
 
 std::string textToType(const Context& context) {
   std::string text = textArgument(context.request(), "text");
-  if (text.empty()) throw refusals::invalid("text", "at least one character");
+  if (text.empty()) throw refusals::invalidArgument("text", "at least one character");
   return text;
 }
 
@@ -295,7 +217,7 @@ Turn swipeScreen(Context& context) {
 Turn key(Context& context) {
   const auto outcome =
       pressKey(context.target->phone, textArgument(context.request(), "key"), context.now);
-  if (!outcome) throw refusals::invalid("key", "one of the allowed key names");
+  if (!outcome) throw refusals::invalidArgument("key", "one of the allowed key names");
   return acted(context, *outcome);
 }
 
@@ -355,7 +277,7 @@ Turn uiScrollElement(Context& context) {
   const auto* direction =
       std::ranges::find(directions, name, &std::pair<std::string_view, Direction>::first);
   if (direction == std::end(directions)) {
-    throw refusals::invalid("direction", "up, down, left or right");
+    throw refusals::invalidArgument("direction", "up, down, left or right");
   }
   const VisibleNode node = requestedNode(context);
   if (!node.isScrollable()) {
@@ -520,7 +442,7 @@ void checkAcknowledgement(const Context& context) {
   if (device.acknowledgedPackages.contains(app->packageName)) return;
   const std::string given = optionalText(context.request(), "userAcknowledgementText");
   if (trimmed(given) != app->acknowledgement) {
-    throw refusals::acknowledgement(*app, !given.empty());
+    throw refusals::acknowledgementRequired(*app, !given.empty());
   }
   device.acknowledgedPackages.insert(app->packageName);
 }

@@ -22,8 +22,6 @@ class ControlService {
  public:
   /// Writes a line for each call on standard error, unless it is to be quiet.
   ControlService(Faults wantedFaults, bool isQuiet);
-  ControlService(const ControlService&) = delete;
-  ControlService& operator=(const ControlService&) = delete;
 
   /// Answers whoever connects, until the listener is stopped. Calls may still run then.
   void serve(const UnixListener& listener);

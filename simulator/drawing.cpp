@@ -2,6 +2,7 @@
 
 #include <cairo.h>
 
+#include <algorithm>
 #include <memory>
 #include <numbers>
 #include <stdexcept>
@@ -138,7 +139,10 @@ void drawScrollBar(Canvas& canvas, const VisibleNode& list) {
 
 void draw(Canvas& canvas, const VisibleNode& node) {
   const bool isEmptyField = node.isEditable() && node.text.empty();
-  const std::string shown = isEmptyField ? std::string(node.hint) : node.text;
+  std::string shown = isEmptyField ? std::string(node.hint) : node.text;
+  // Control characters have no shape, and a NUL would end the text.
+  std::ranges::replace_if(
+      shown, [](char each) { return each >= 0 && each < ' '; }, ' ');
   switch (node.role) {
     case Role::label:
       canvas.text(node.bounds, shown, ink, node.bounds.height >= 60 ? 30 : textSize);

@@ -18,8 +18,6 @@
 #include "platform/json_writer.hpp"
 #include "platform/standard_streams.hpp"
 
-extern char** environ;
-
 namespace quillmere {
 
 namespace {

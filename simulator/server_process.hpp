@@ -33,6 +33,8 @@ class ServerProcess {
   explicit ServerProcess(const Options& options);
   ServerProcess(const ServerProcess&) = delete;
   ServerProcess& operator=(const ServerProcess&) = delete;
+  ServerProcess(ServerProcess&&) = delete;
+  ServerProcess& operator=(ServerProcess&&) = delete;
   ~ServerProcess();
 
   /// Writes bytes as they are. Returns false when the server does not read any more.

@@ -17,6 +17,8 @@ class UnixListener {
   explicit UnixListener(std::string path);
   UnixListener(const UnixListener&) = delete;
   UnixListener& operator=(const UnixListener&) = delete;
+  UnixListener(UnixListener&&) = delete;
+  UnixListener& operator=(UnixListener&&) = delete;
   ~UnixListener();
 
   [[nodiscard]] const std::string& path() const { return socketPath; }

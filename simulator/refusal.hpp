@@ -1,0 +1,35 @@
+// Why the simulated app does not carry out a request.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+#include "platform/json_value.hpp"
+#include "simulator/world_data.hpp"
+
+namespace quillmere {
+
+/// Becomes an answer with `ok` false and an `error` of this code and message.
+class Refusal : public std::runtime_error {
+ public:
+  Refusal(std::string_view errorCode, const std::string& message)
+      : std::runtime_error(message), code(errorCode) {}
+
+  /// Constant text.
+  std::string_view code;
+  /// Members of the answer beside `error`.
+  JsonObject besides;
+};
+
+/// Refusals for which more than one command has a use, or that say more than a message. Pure.
+namespace refusals {
+[[nodiscard]] Refusal invalidArgument(std::string_view key, std::string_view must);
+/// Recommends the tool that starts a session, for the device with this serial if one was named.
+[[nodiscard]] Refusal noSession(std::string_view code, const std::string& message,
+                                const std::string& serial);
+/// Tells the words that the app wants to hear from the user.
+[[nodiscard]] Refusal acknowledgementRequired(const App& app, bool otherWordsWereGiven);
+}  // namespace refusals
+
+}  // namespace quillmere
