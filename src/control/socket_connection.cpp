@@ -35,7 +35,9 @@ UnixSocket connectAppControlSocket() {
       }
     }
     if (!failures.empty()) failures += "; ";
-    failures += path + ": " + failure;
+    failures += path;
+    failures += ": ";
+    failures += failure;
   }
   if (failures.empty()) throw errors::controlSocketNotFound();
   throw errors::controlSocketUnreachable(failures);

@@ -16,7 +16,8 @@ namespace quillmere {
 [[nodiscard]] std::optional<JsonObject> handleRequest(JsonObject message, ServerContext& server,
                                                       InFlightRequest* inFlight);
 
-/// Whether `method` waits for the desktop app, so that its requests belong on a worker. Pure.
-[[nodiscard]] bool runsOnWorker(std::string_view method);
+/// Whether the method called `name` waits for the desktop app, so that its requests belong on a
+/// worker. Pure.
+[[nodiscard]] bool runsOnWorker(std::string_view name);
 
 }  // namespace quillmere

@@ -11,7 +11,7 @@ void tuneAllocator() {
 #ifdef __GLIBC__
   // A fixed threshold: glibc would otherwise raise it to the size of the first large block freed,
   // and keep such blocks from then on.
-  mallopt(M_MMAP_THRESHOLD, 128 * 1024);
+  mallopt(M_MMAP_THRESHOLD, 131'072);
 #endif
 }
 

@@ -19,7 +19,7 @@ std::string homeDirectory() {
   const char* home = std::getenv("HOME");
   if (home != nullptr && home[0] == '/') return home;
 
-  constexpr std::size_t longestEntry = 16 * 1024;
+  constexpr std::size_t longestEntry = 16'384;
   std::array<char, longestEntry> text{};
   passwd entry{};
   passwd* found = nullptr;

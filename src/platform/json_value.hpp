@@ -60,16 +60,16 @@ class JsonObject {
   using Iterator = std::vector<JsonMember>::const_iterator;
 
   JsonObject();
-  JsonObject(std::initializer_list<JsonMember> members);
+  JsonObject(std::initializer_list<JsonMember> initial);
   JsonObject(const JsonObject& other);
   JsonObject(JsonObject&& other) noexcept;
   JsonObject& operator=(const JsonObject& other);
   JsonObject& operator=(JsonObject&& other) noexcept;
   ~JsonObject();
 
-  /// Takes members that may repeat a key; of equal keys the last one's value counts, in the place
-  /// of the first. Linear in the number of members.
-  [[nodiscard]] static JsonObject fromMembers(std::vector<JsonMember> members);
+  /// Takes `given` members that may repeat a key; of equal keys the last one's value counts, in the
+  /// place of the first. Linear in the number of members.
+  [[nodiscard]] static JsonObject fromMembers(std::vector<JsonMember> given);
 
   /// The value under `key`, or null. Valid until the object changes. Linear in the number of
   /// members.

@@ -9,7 +9,7 @@ namespace quillmere {
 
 /// Largest property list that is read, in bytes. An Info.plist holds a few kilobytes; the limit
 /// keeps deeply nested text from exhausting the stack of the parser behind this.
-inline constexpr std::size_t maxPropertyListBytes = 128 * 1024;
+inline constexpr std::size_t maxPropertyListBytes = 131'072;
 
 /// The string under `key` in the dictionary that `data` holds, as XML or binary property list.
 /// Nothing when `data` is no property list, its top is no dictionary, or the value is missing or no

@@ -16,7 +16,7 @@ namespace quillmere {
 namespace {
 
 /// How far to look ahead, in bytes: what a pipe holds at most by default.
-constexpr std::size_t lookAheadBytes = 64 * 1024;
+constexpr std::size_t lookAheadBytes = 65'536;
 
 void waitFor(int descriptor, short events) {
   pollfd entry{.fd = descriptor, .events = events, .revents = 0};

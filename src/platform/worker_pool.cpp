@@ -10,7 +10,7 @@ namespace {
 
 /// Enough for JSON nested as deep as the parser allows, sanitizers' larger frames included, and
 /// small enough that thousands of blocked calls fit into any address space.
-constexpr std::size_t stackBytes = 1024 * 1024;
+constexpr std::size_t stackBytes = 1'048'576;
 
 }  // namespace
 

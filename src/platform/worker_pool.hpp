@@ -18,6 +18,7 @@ class WorkerPool {
   WorkerPool() = default;
   WorkerPool(const WorkerPool&) = delete;
   WorkerPool& operator=(const WorkerPool&) = delete;
+  ~WorkerPool() = default;
 
   /// Runs `task` on a worker and returns at once. Returns false, and the task will not run, when no
   /// thread can be had. One thread at a time; `task` must not throw.
