@@ -27,15 +27,19 @@ void print(int descriptor, std::string_view text) {
   static_cast<void>(writeAll(descriptor, text, "\n"));
 }
 
+DemoFailure missing(std::string_view kind, std::string_view key) {
+  return DemoFailure("the answer has no " + std::string(kind) + " \"" + std::string(key) + "\"");
+}
+
 const JsonObject& objectIn(const JsonObject& object, std::string_view key) {
   const JsonObject* member = object.findObject(key);
-  expect(member != nullptr, "the answer has no object \"" + std::string(key) + "\"");
+  if (member == nullptr) throw missing("object", key);
   return *member;
 }
 
 std::string textIn(const JsonObject& object, std::string_view key) {
   const std::string* member = object.findString(key);
-  expect(member != nullptr, "the answer has no text \"" + std::string(key) + "\"");
+  if (member == nullptr) throw missing("text", key);
   return *member;
 }
 
