@@ -8,6 +8,10 @@ if(QUILLMERE_SANITIZERS)
   add_compile_options(-fsanitize=${QUILLMERE_SANITIZERS} -fno-sanitize-recover=all
     -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${QUILLMERE_SANITIZERS})
+  # What the sanitizers add to the code hides from g++ that a value is set before it is read.
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    target_compile_options(quillmere_flags INTERFACE -Wno-maybe-uninitialized)
+  endif()
 endif()
 
 # g++ 12 sees an overlap in std::string's own assignment of a one-character literal where there is none
