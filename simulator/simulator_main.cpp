@@ -64,16 +64,18 @@ int listenAndServe(const SimulatorOptions& options) {
   const sigset_t signals = endingSignals();
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   const UnixListener listener(options.socketPath.empty() ? appSocketPath() : options.socketPath);
-  std::thread([&listener, signals] {
+  std::thread ender([&listener, signals] {
     int signal = 0;
     sigwait(&signals, &signal);
     listener.stop();
-  }).detach();
+  });
 
   // Never freed: threads may use it until the process is gone.
   static auto& service = *new ControlService(options.faults, options.isQuiet);
   print(STDOUT_FILENO, "Listening on " + listener.path() + "\n");
   service.serve(listener);
+  // Only the ender stops the listener; it must have let go of it before the listener goes.
+  ender.join();
   return 0;
 }
 
