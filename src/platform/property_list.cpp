@@ -2,10 +2,14 @@
 
 #include <plist/plist.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
 #include <type_traits>
+
+#include "platform/binary_property_list.hpp"
+#include "platform/text.hpp"
 
 namespace quillmere {
 
@@ -20,22 +24,18 @@ struct FreeText {
 
 using PropertyList = std::unique_ptr<std::remove_pointer_t<plist_t>, FreePropertyList>;
 
-PropertyList parsed(std::string_view data) {
-  const auto size = static_cast<std::uint32_t>(data.size());
-  plist_t list = nullptr;
-  if (plist_is_binary(data.data(), size) != 0) {
-    plist_from_bin(data.data(), size, &list);
-  } else {
-    plist_from_xml(data.data(), size, &list);
+/// The time that the library takes grows with the square of how many tags and entities there are,
+/// and the stack that it takes with how deep they are nested. An Info.plist has some hundred.
+constexpr std::size_t maxXmlMarks = 4'096;
+
+std::optional<std::string> xmlPropertyListString(std::string_view data, std::string_view key) {
+  const auto isMark = [](char c) { return c == '<' || c == '&'; };
+  if (static_cast<std::size_t>(std::ranges::count_if(data, isMark)) > maxXmlMarks) {
+    return std::nullopt;
   }
-  return PropertyList(list);
-}
-
-}  // namespace
-
-std::optional<std::string> propertyListString(std::string_view data, std::string_view key) {
-  if (data.empty() || data.size() > maxPropertyListBytes) return std::nullopt;
-  const PropertyList list = parsed(data);
+  plist_t parsed = nullptr;
+  plist_from_xml(data.data(), static_cast<std::uint32_t>(data.size()), &parsed);
+  const PropertyList list(parsed);
   if (!list || plist_get_node_type(list.get()) != PLIST_DICT) return std::nullopt;
   plist_t value = plist_dict_get_item(list.get(), std::string(key).c_str());
   if (value == nullptr || plist_get_node_type(value) != PLIST_STRING) return std::nullopt;
@@ -43,8 +43,16 @@ std::optional<std::string> propertyListString(std::string_view data, std::string
   char* text = nullptr;
   plist_get_string_val(value, &text);
   const std::unique_ptr<char, FreeText> owned(text);
-  if (text == nullptr) return std::nullopt;
-  return std::string(text);
+  return text == nullptr ? std::nullopt : std::optional<std::string>(text);
+}
+
+}  // namespace
+
+std::optional<std::string> propertyListString(std::string_view data, std::string_view key) {
+  if (data.empty() || data.size() > maxPropertyListBytes) return std::nullopt;
+  auto text = isBinaryPropertyList(data) ? binaryPropertyListString(data, key)
+                                         : xmlPropertyListString(data, key);
+  return text && isUtf8(*text) ? text : std::nullopt;
 }
 
 }  // namespace quillmere
