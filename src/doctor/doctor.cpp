@@ -45,14 +45,16 @@ std::optional<std::string> connectFailure() {
 }  // namespace
 
 JsonObject doctorPayload() {
-  const auto identifier = bundledAppIdentifier(executablePath());
+  // Before the connect test: a contact may make an app that is ending remove its socket.
+  JsonArray candidates = candidateReports();
   const auto failure = connectFailure();
+  const auto identifier = bundledAppIdentifier(executablePath());
   JsonObject report{{"serverVersion", serverVersion}};
   report.set("supportedProtocolVersions",
              JsonArray(supportedProtocolVersions.begin(), supportedProtocolVersions.end()));
   report.set("bundledAppIdentifier", textOrNull(identifier));
   report.set("preferredAppGroupIdentifier", textOrNull(preferredAppGroup(identifier)));
-  report.set("socketCandidates", candidateReports());
+  report.set("socketCandidates", std::move(candidates));
   report.set("socketReachable", !failure.has_value());
   report.set("socketError", textOrNull(failure));
   return report;
