@@ -45,15 +45,16 @@ std::size_t answer(JsonObject message, InFlightRequest& request, ServerContext& 
 void dispatchRequest(JsonObject message, JsonValue id, ServerContext& server) {
   const auto request = std::make_shared<InFlightRequest>(std::move(id));
   server.inFlightRequests.add(request);
-  const bool started =
-      server.workers.submit([request, &server, message = std::move(message)]() mutable {
-        const std::size_t size = answer(std::move(message), *request, server);
-        server.inFlightRequests.remove(*request);
-        if (size >= largeAnswerBytes) returnFreedMemory();
-      });
-  if (!started) {
+  try {
+    auto task = [request, &server, message = std::move(message)]() mutable {
+      const std::size_t size = answer(std::move(message), *request, server);
+      server.inFlightRequests.remove(*request);
+      if (size >= largeAnswerBytes) returnFreedMemory();
+    };
+    if (!server.workers.submit(std::move(task))) throw errors::noThread();
+  } catch (...) {
     server.inFlightRequests.remove(*request);
-    server.output.writeMessage(makeErrorResponse(request->requestID, errors::noThread()));
+    throw;
   }
 }
 

@@ -8,8 +8,8 @@ namespace quillmere {
 
 /// Hands `message`, a request with this id, to a worker that carries it out and answers it, and
 /// returns at once. From then until its answer is out the request can be cancelled by its id; a
-/// request that was cancelled in time gets no answer. Main thread only. A request for which no
-/// thread can be had is answered with an error.
+/// request that was cancelled in time gets no answer. Main thread only. Throws `MCPError` -32603,
+/// with nothing left behind, when no thread can be had for it.
 void dispatchRequest(JsonObject message, JsonValue id, ServerContext& server);
 
 }  // namespace quillmere

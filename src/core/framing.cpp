@@ -106,16 +106,17 @@ std::optional<std::string> readNextPayload(StdinReader& reader, ServerState& sta
 }
 
 std::size_t MessageWriter::writeMessage(const JsonObject& message) {
-  std::string body = compactJson(message);
+  const std::string body = compactJson(message);
   const std::lock_guard hold(stdoutLock);
-  std::string header;
+  bool written = false;
   if (state.usesContentLengthFraming()) {
-    header = "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n";
+    const std::string header = "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n";
+    written = writeAll(output, header, body);
   } else {
-    body += '\n';
+    written = writeAll(output, body, "\n");
   }
-  if (!writeAll(output, header, body)) endProcess();
-  return header.size() + body.size();
+  if (!written) endProcess();
+  return body.size();
 }
 
 }  // namespace quillmere

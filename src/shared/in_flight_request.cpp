@@ -44,10 +44,9 @@ void InFlightRequest::detach() {
   released.swap(_connection);
 }
 
-void InFlightRequests::add(std::shared_ptr<InFlightRequest> request) {
-  std::string key = requestIDKey(request->requestID);
+void InFlightRequests::add(const std::shared_ptr<InFlightRequest>& request) {
   const std::lock_guard hold(inFlightLock);
-  _requests.insert_or_assign(std::move(key), std::move(request));
+  _requests.insert_or_assign(request->key, request);
 }
 
 std::shared_ptr<InFlightRequest> InFlightRequests::find(const JsonValue& requestID) const {
@@ -57,11 +56,10 @@ std::shared_ptr<InFlightRequest> InFlightRequests::find(const JsonValue& request
   return place == _requests.end() ? nullptr : place->second;
 }
 
-void InFlightRequests::remove(const InFlightRequest& request) {
-  const std::string key = requestIDKey(request.requestID);
+void InFlightRequests::remove(const InFlightRequest& request) noexcept {
   std::shared_ptr<InFlightRequest> removed;
   const std::lock_guard hold(inFlightLock);
-  const auto place = _requests.find(key);
+  const auto place = _requests.find(request.key);
   if (place == _requests.end() || place->second.get() != &request) return;
   removed = std::move(place->second);
   _requests.erase(place);

@@ -20,9 +20,12 @@ namespace quillmere {
 /// by whoever cancels it. Every function may be called from any thread.
 class InFlightRequest {
  public:
-  explicit InFlightRequest(JsonValue id) : requestID(std::move(id)) {}
+  explicit InFlightRequest(JsonValue id) : requestID(std::move(id)), key(requestIDKey(requestID)) {}
 
   const JsonValue requestID;
+  /// The id's key, kept so that removing the record needs no memory: it must work when there is
+  /// none.
+  const std::string key;
 
   /// Marks the request as cancelled and breaks its connection to the desktop app, if it has one: a
   /// send or receive that blocks on it returns at once. `reason` is what the client gave.
@@ -49,13 +52,13 @@ class InFlightRequests {
  public:
   /// Files `request` under its id. A record already there is replaced; its request runs on, and can
   /// no longer be found.
-  void add(std::shared_ptr<InFlightRequest> request);
+  void add(const std::shared_ptr<InFlightRequest>& request);
 
   /// The record filed under the id, or null.
   [[nodiscard]] std::shared_ptr<InFlightRequest> find(const JsonValue& requestID) const;
 
   /// Removes this very record; another one under the same id stays.
-  void remove(const InFlightRequest& request);
+  void remove(const InFlightRequest& request) noexcept;
 
  private:
   mutable std::mutex inFlightLock;
