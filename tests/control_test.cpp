@@ -33,7 +33,7 @@ std::size_t openDescriptors() {
 class ControlTest : public testing::Test {
  protected:
   static void SetUpTestSuite() { prepareProcess(); }
-  ~ControlTest() override { EXPECT_EQ(openDescriptors(), openBefore); }
+  void TearDown() override { EXPECT_EQ(openDescriptors(), openBefore); }
 
   const TemporaryHome home;
 
