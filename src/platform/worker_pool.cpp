@@ -15,14 +15,17 @@ constexpr std::size_t stackBytes = 1'048'576;
 }  // namespace
 
 bool WorkerPool::submit(std::function<void()> task) {
+  bool isThreadIdle = false;
   {
     const std::lock_guard hold(lock);
     _tasks.push_back(std::move(task));
-    // Each waiting task has an idle thread of its own, so this one has one too.
-    if (_tasks.size() <= _idle) {
-      taskWaits.notify_one();
-      return true;
-    }
+    // Each task that waits has an idle thread of its own.
+    isThreadIdle = _tasks.size() <= _idle;
+  }
+  if (isThreadIdle) {
+    // With the lock free, so that the thread does not wake up only to wait for it.
+    taskWaits.notify_one();
+    return true;
   }
   if (startThread()) return true;
 
