@@ -1,0 +1,234 @@
+#include "bench/app.hpp"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstddef>
+#include <deque>
+#include <optional>
+#include <stdexcept>
+#include <string_view>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+namespace quillmere::bench {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+struct Report {
+  enum class Kind : std::int64_t { arrived, broken } kind;
+  std::int64_t nanoseconds;
+};
+
+[[noreturn]] void fail(const char* what) {
+  throw std::system_error(errno, std::generic_category(), what);
+}
+
+std::string framed(std::string_view body) {
+  std::string frame;
+  for (const unsigned shift : {24U, 16U, 8U, 0U}) {
+    frame += static_cast<char>(static_cast<unsigned char>(body.size() >> shift));
+  }
+  return frame.append(body);
+}
+
+constexpr std::string_view smallAnswer =
+    R"({"ok":true,"action":{"message":"Tapped at 120, 340.","foregroundVerified":true},)"
+    R"("visibleState":{"uiTopPackageName":"com.example.notes","width":1080,"height":2400},)"
+    R"("warnings":[],"nextRecommendedTool":{"name":"quillmere.ui.get_state"},"auditId":"a-000123"})";
+
+/// A screenshot: one long text of base64.
+std::string imageAnswer(std::size_t bytes) {
+  constexpr std::string_view digits =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  std::string body = R"({"ok":true,"image":{"mimeType":"image/png","data":")";
+  std::uint32_t state = 1;
+  while (body.size() + 4 < bytes) {
+    state = state * 1'664'525 + 1'013'904'223;
+    body += digits[state >> 26U];
+  }
+  return body + "\"}}";
+}
+
+/// A large page: many small objects.
+std::string uiAnswer(std::size_t nodes) {
+  std::string body = R"({"ok":true,"uiState":{"elementCount":)" + std::to_string(nodes) +
+                     R"(,"truncated":false,"nodes":[)";
+  for (std::size_t i = 0; i < nodes; ++i) {
+    const std::string number = std::to_string(i);
+    body += i == 0 ? "" : ",";
+    body += R"({"nodeId":"n)" + number +
+            R"(","className":"android.widget.TextView","text":"Line )" + number +
+            R"( – ok","bounds":{"x":24,"y":)" + number +
+            R"(,"width":1032.5,"height":96},"clickable":true,"parent":null})";
+  }
+  return body + "]}}";
+}
+
+/// The child's side.
+class Service {
+ public:
+  Service(Descriptor socket, Descriptor reportPipe)
+      : listener(std::move(socket)), reports(std::move(reportPipe)) {}
+
+  [[noreturn]] void run() {
+    for (;;) {
+      std::vector<pollfd> entries = {{listener.number(), POLLIN, 0}};
+      for (const Descriptor& each : unanswered) entries.push_back({each.number(), POLLIN, 0});
+      waitFor(entries);
+      for (std::size_t i = unanswered.size(); i-- > 0;) {
+        if (entries[i + 1].revents == 0) continue;
+        report(Report::Kind::broken);
+        unanswered.erase(unanswered.begin() + static_cast<std::ptrdiff_t>(i));
+      }
+      if (entries[0].revents != 0) acceptAll();
+      while (!held.empty() && held.front().due <= Clock::now()) {
+        send(held.front().connection, small);
+        held.pop_front();
+      }
+    }
+  }
+
+ private:
+  struct Held {
+    Descriptor connection;
+    Clock::time_point due;
+  };
+
+  void waitFor(std::vector<pollfd>& entries) const {
+    timespec time{};
+    if (!held.empty()) {
+      const auto left = std::max(held.front().due - Clock::now(), Clock::duration::zero());
+      time.tv_nsec = std::chrono::nanoseconds(left).count();
+    }
+    static_cast<void>(
+        ::ppoll(entries.data(), entries.size(), held.empty() ? nullptr : &time, nullptr));
+  }
+
+  void acceptAll() {
+    for (;;) {
+      Descriptor connection(::accept4(listener.number(), nullptr, nullptr, SOCK_CLOEXEC));
+      if (!connection.isOpen()) return;
+      if (const auto request = receive(connection)) answer(std::move(connection), *request);
+    }
+  }
+
+  static std::optional<std::string> receive(const Descriptor& connection) {
+    std::array<unsigned char, 4> prefix{};
+    if (::recv(connection.number(), prefix.data(), 4, MSG_WAITALL) != 4) return std::nullopt;
+    std::size_t length = 0;
+    for (const unsigned char byte : prefix) length = length << 8U | byte;
+    std::string body(length, '\0');
+    const auto count = ::recv(connection.number(), body.data(), length, MSG_WAITALL);
+    return count == static_cast<ssize_t>(length) ? std::optional(std::move(body)) : std::nullopt;
+  }
+
+  void answer(Descriptor connection, std::string_view request) {
+    constexpr std::string_view key = R"("taskId":")";
+    const std::size_t at = request.find(key);
+    if (at == std::string_view::npos) return;
+    request.remove_prefix(at + key.size());
+    const std::string_view wanted = request.substr(0, request.find('"'));
+    if (wanted == answers::small) {
+      send(connection, small);
+    } else if (wanted == answers::image4Mb) {
+      send(connection, image4Mb);
+    } else if (wanted == answers::image20Mb) {
+      send(connection, image20Mb);
+    } else if (wanted == answers::uiNodes) {
+      send(connection, uiNodes);
+    } else if (wanted == answers::held) {
+      held.push_back({std::move(connection), Clock::now() + std::chrono::milliseconds(heldMs)});
+    } else if (wanted == answers::none) {
+      unanswered.push_back(std::move(connection));
+      report(Report::Kind::arrived);
+    }
+  }
+
+  static void send(const Descriptor& connection, std::string_view bytes) {
+    while (!bytes.empty()) {
+      const auto count = ::send(connection.number(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
+      if (count <= 0) return;
+      bytes.remove_prefix(static_cast<std::size_t>(count));
+    }
+  }
+
+  void report(Report::Kind kind) const {
+    const Report entry{kind, std::chrono::nanoseconds(Clock::now().time_since_epoch()).count()};
+    if (::write(reports.number(), &entry, sizeof entry) != sizeof entry) ::_exit(0);
+  }
+
+  const Descriptor listener;
+  const Descriptor reports;
+  const std::string small = framed(smallAnswer);
+  const std::string image4Mb = framed(imageAnswer(image4MbBytes));
+  const std::string image20Mb = framed(imageAnswer(image20MbBytes));
+  const std::string uiNodes = framed(uiAnswer(uiNodeCount));
+  std::deque<Held> held;
+  std::vector<Descriptor> unanswered;
+};
+
+Descriptor listenAt(const std::string& path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  if (path.size() >= sizeof address.sun_path) throw std::length_error(path);
+  std::ranges::copy(path, address.sun_path);
+  Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  if (::bind(socket.number(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+      ::listen(socket.number(), SOMAXCONN) != 0) {
+    fail("listen");
+  }
+  return socket;
+}
+
+Report nextReport(const Descriptor& reports) {
+  Report entry{};
+  if (::read(reports.number(), &entry, sizeof entry) != sizeof entry) fail("the benchmark's app");
+  return entry;
+}
+
+}  // namespace
+
+App::App(const std::string& socketPath) {
+  Descriptor listener = listenAt(socketPath);
+  std::array<int, 2> ends{};
+  if (::pipe2(ends.data(), O_CLOEXEC) != 0) fail("pipe");
+  reports = Descriptor(ends[0]);
+  Descriptor reportsIn(ends[1]);
+  child = ::fork();
+  if (child < 0) fail("fork");
+  if (child == 0) {
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    Service(std::move(listener), std::move(reportsIn)).run();
+  }
+}
+
+App::~App() {
+  ::kill(child, SIGKILL);
+  ::waitpid(child, nullptr, 0);
+}
+
+void App::waitForArrival() {
+  if (nextReport(reports).kind != Report::Kind::arrived) throw std::logic_error("No call came.");
+}
+
+std::int64_t App::waitForBreak() {
+  const Report entry = nextReport(reports);
+  if (entry.kind != Report::Kind::broken) throw std::logic_error("A call too many came.");
+  return entry.nanoseconds;
+}
+
+}  // namespace quillmere::bench

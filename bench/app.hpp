@@ -1,0 +1,57 @@
+// The desktop app of the benchmark: a process that answers calls with prepared bytes.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "platform/descriptor.hpp"
+
+namespace quillmere::bench {
+
+/// The answers it has. A call names the one it wants in its argument `taskId`, which servers pass
+/// on.
+namespace answers {
+inline constexpr const char* small = "small";
+inline constexpr const char* image4Mb = "image4";
+inline constexpr const char* image20Mb = "image20";
+inline constexpr const char* uiNodes = "nodes";
+/// The small one, held back for `heldMs`.
+inline constexpr const char* held = "held";
+/// None: the app waits until the connection breaks.
+inline constexpr const char* none = "none";
+}  // namespace answers
+
+inline constexpr int heldMs = 50;
+inline constexpr std::size_t image4MbBytes = 4 << 20;
+inline constexpr std::size_t image20MbBytes = 20 << 20;
+inline constexpr std::size_t uiNodeCount = 20'000;
+
+/// A child process that listens at a control socket from construction to destruction. One thread
+/// serves all connections, so that its own scheduling adds nothing to what is measured.
+class App {
+ public:
+  /// Throws `std::system_error` when it can't listen at `socketPath` or be started. Call while the
+  /// process has one thread.
+  explicit App(const std::string& socketPath);
+  App(const App&) = delete;
+  App& operator=(const App&) = delete;
+  App(App&&) = delete;
+  App& operator=(App&&) = delete;
+  ~App();
+
+  [[nodiscard]] pid_t processID() const { return child; }
+
+  /// Waits until a call for `answers::none` has come in, or until the connection of one has broken.
+  /// The moment is in nanoseconds of the monotonic clock, which all processes share.
+  void waitForArrival();
+  [[nodiscard]] std::int64_t waitForBreak();
+
+ private:
+  pid_t child = -1;
+  Descriptor reports;
+};
+
+}  // namespace quillmere::bench

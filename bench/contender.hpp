@@ -1,0 +1,51 @@
+// One of the programs that are compared, in one scenario.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "bench/app.hpp"
+#include "bench/session.hpp"
+
+namespace quillmere::bench {
+
+struct Rival {
+  std::string name;
+  /// The program's path and its arguments.
+  std::vector<std::string> command;
+};
+
+/// A rival at work, with the app behind it. Starts the process when it is first asked for.
+class Contender {
+ public:
+  Contender(const Rival& rivalToStart, std::string homeFolder, Streams streamKind, App& desktopApp)
+      : app(desktopApp), rival(rivalToStart), home(std::move(homeFolder)), streams(streamKind) {}
+
+  /// A new process, not spoken to yet.
+  [[nodiscard]] std::unique_ptr<Session> start() const;
+  /// A new process after the handshake.
+  [[nodiscard]] std::unique_ptr<Session> startInitialized() const;
+  /// The process of this scenario, after the handshake.
+  [[nodiscard]] Session& session();
+
+  App& app;
+
+ private:
+  const Rival& rival;
+  const std::string home;
+  const Streams streams;
+  std::unique_ptr<Session> running;
+};
+
+/// Messages of the client, each a line.
+[[nodiscard]] std::string initializeRequest();
+[[nodiscard]] std::string request(int id, std::string_view method, std::string_view params = "{}");
+/// Asks for one of the app's answers, with `text` as an argument unless it is empty.
+[[nodiscard]] std::string callRequest(int id, std::string_view answer, std::string_view text = {});
+
+/// `line` in header framing.
+[[nodiscard]] std::string withHeader(std::string_view line);
+
+}  // namespace quillmere::bench

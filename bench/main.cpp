@@ -1,0 +1,204 @@
+// Measures the server beside its rivals: all of them in turn, round by round, in one run.
+//
+//   quillmere-bench [option...] SERVER FLOOR
+#include <stdlib.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <exception>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "bench/affinity.hpp"
+#include "bench/report.hpp"
+#include "platform/json_parser.hpp"
+#include "platform/json_writer.hpp"
+
+namespace quillmere::bench {
+
+namespace {
+
+constexpr std::string_view usage =
+    "quillmere-bench [option...] SERVER FLOOR    the two programs to compare\n"
+    "\n"
+    "  --sdk NODE SCRIPT   a third one: a script for Node.js\n"
+    "  --quick             fewer and shorter rounds\n"
+    "  --only TEXT         only scenarios with TEXT in their name\n"
+    "  --guard FILE        fail when a ratio to the floor is more than twice the one recorded "
+    "there\n"
+    "  --record FILE       record the ratios there\n";
+
+struct Options {
+  std::string server;
+  std::string floor;
+  std::vector<std::string> sdk;
+  int rounds = 15;
+  std::chrono::milliseconds budget{150};
+  std::string only;
+  std::optional<std::string> guard;
+  std::optional<std::string> record;
+};
+
+Options readOptions(std::vector<std::string> arguments) {
+  Options options;
+  std::vector<std::string> programs;
+  for (std::size_t i = 0; i < arguments.size(); ++i) {
+    const std::string option = arguments[i];
+    const auto value = [&]() -> std::string {
+      if (++i == arguments.size()) throw std::invalid_argument(option + " needs a value.");
+      return arguments[i];
+    };
+    if (option == "--sdk") {
+      options.sdk = {value()};
+      options.sdk.push_back(value());
+    } else if (option == "--quick") {
+      options.rounds = 5;
+      options.budget = std::chrono::milliseconds(50);
+    } else if (option == "--only") {
+      options.only = value();
+    } else if (option == "--guard") {
+      options.guard = value();
+    } else if (option == "--record") {
+      options.record = value();
+    } else if (option.starts_with("-")) {
+      throw std::invalid_argument(option + " is no option.");
+    } else {
+      programs.push_back(option);
+    }
+  }
+  if (programs.size() != 2) throw std::invalid_argument("SERVER and FLOOR are needed.");
+  options.server = programs[0];
+  options.floor = programs[1];
+  return options;
+}
+
+/// A home folder with a control socket's place in it, gone when it goes out of scope.
+class Home {
+ public:
+  Home() {
+    // Not where TMPDIR says: the path of a socket must be short.
+    if (::mkdtemp(folder.data()) == nullptr) throw std::runtime_error("No folder can be made.");
+    std::filesystem::create_directories(std::filesystem::path(socket()).parent_path());
+  }
+  Home(const Home&) = delete;
+  Home& operator=(const Home&) = delete;
+  Home(Home&&) = delete;
+  Home& operator=(Home&&) = delete;
+  ~Home() {
+    std::error_code ignored;
+    std::filesystem::remove_all(folder, ignored);
+  }
+
+  [[nodiscard]] const std::string& path() const { return folder; }
+  [[nodiscard]] std::string socket() const {
+    return folder + "/Library/Group Containers/group.com.tallowbrook.wickfern.shared/qm-mcp.sock";
+  }
+
+ private:
+  std::string folder = "/tmp/qm-bench-XXXXXX";
+};
+
+/// Writes what the server answers to `tools/list` into a file for its rivals, and returns its path.
+std::string saveToolList(const Options& options, const Home& home, App& app) {
+  const Rival server{"server", {options.server}};
+  Contender contender(server, home.path(), Streams::pipes, app);
+  contender.session().send(request(1, "tools/list"));
+  const JsonValue response = parseJson(contender.session().receive());
+  const JsonObject* result = response.asObject()->findObject("result");
+  if (result == nullptr) throw std::runtime_error("The server lists no tools.");
+  const std::string path = home.path() + "/tools.json";
+  std::ofstream(path) << compactJson(*result);
+  return path;
+}
+
+class Benchmark {
+ public:
+  explicit Benchmark(Options given) : options(std::move(given)), app(home.socket()) {
+    const std::string list = saveToolList(options, home, app);
+    rivals.push_back({"floor", {options.floor, home.socket(), list}});
+    rivals.push_back({"server", {options.server}});
+    if (!options.sdk.empty()) {
+      rivals.push_back({"SDK", {options.sdk[0], options.sdk[1], home.socket(), list}});
+    }
+  }
+
+  /// Returns whether the guard is content.
+  bool run() {
+    std::vector<std::string> names;
+    for (const Rival& rival : rivals) names.push_back(rival.name);
+    printHead(names);
+    std::vector<Row> rows;
+    for (const Scenario& scenario : scenarios()) {
+      if (scenario.name.find(options.only) == std::string_view::npos) continue;
+      rows.push_back(measure(scenario));
+      printRow(rows.back());
+    }
+    printLegend(std::ranges::any_of(rows, isNoisy));
+    if (options.record) writeRatios(*options.record, rows);
+    return !options.guard || passes(rows, readRatios(*options.guard));
+  }
+
+ private:
+  Row measure(const Scenario& scenario) {
+    affinity.pin(scenario.onOneProcessor, app.processID());
+    std::vector<Contender> contenders;
+    for (const Rival& rival : rivals) {
+      contenders.emplace_back(rival, home.path(), scenario.streams, app);
+    }
+    Row row{scenario, std::vector<std::vector<double>>(rivals.size())};
+    for (int round = 0; round < options.rounds; ++round) {
+      for (std::size_t i = 0; i < contenders.size(); ++i) {
+        row.rounds[i].push_back(scenario.measure(contenders[i], options.budget));
+      }
+    }
+    return row;
+  }
+
+  /// What fails is measured once more, and fails if it fails again: machines stumble.
+  bool passes(const std::vector<Row>& rows, const RecordedRatios& recorded) {
+    bool allPass = true;
+    for (const Row& row : rows) {
+      if (!failsGuard(row, recorded)) continue;
+      const Row again = measure(row.scenario);
+      if (!failsGuard(again, recorded)) continue;
+      printRow(again);
+      std::printf("FAILED: %.*s: more than twice the recorded ratio, two times running.\n",
+                  static_cast<int>(row.scenario.name.size()), row.scenario.name.data());
+      allPass = false;
+    }
+    return allPass;
+  }
+
+  const Options options;
+  const Home home;
+  App app;
+  const Affinity affinity;
+  std::vector<Rival> rivals;
+};
+
+}  // namespace
+
+}  // namespace quillmere::bench
+
+int main(int argumentCount, char** arguments) {
+  using namespace quillmere::bench;
+  const std::vector<std::string> given(arguments + 1, arguments + argumentCount);
+  if (std::ranges::find(given, "--help") != given.end()) {
+    std::fputs(usage.data(), stdout);
+    return 0;
+  }
+  try {
+    return Benchmark(readOptions(given)).run() ? 0 : 1;
+  } catch (const std::invalid_argument& mistake) {
+    std::fprintf(stderr, "quillmere-bench: %s\n\n%s", mistake.what(), usage.data());
+    return 2;
+  } catch (const std::exception& failure) {
+    std::fprintf(stderr, "quillmere-bench: %s\n", failure.what());
+    return 2;
+  }
+}

@@ -1,0 +1,42 @@
+// What the figures say: the table, and the comparison with recorded ratios.
+#pragma once
+
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "bench/scenarios.hpp"
+
+namespace quillmere::bench {
+
+/// One scenario's figures, one a round, of the floor, the server and the other rivals in turn.
+struct Row {
+  const Scenario& scenario;
+  std::vector<std::vector<double>> rounds;
+};
+
+/// Median over the rounds of a contender's figure divided by the floor's of the same round: what
+/// slows the machine down for a while slows both.
+[[nodiscard]] double ratioToFloor(const Row& row, std::size_t contender);
+
+/// Whether the floor's own rounds differ so much that the row tells little.
+[[nodiscard]] bool isNoisy(const Row& row);
+
+/// Prints the head of the table, a row, and how to read it. Markdown, aligned for a terminal.
+void printHead(const std::vector<std::string>& rivals);
+void printRow(const Row& row);
+void printLegend(bool anyNoisy);
+
+/// The server's recorded ratios, by scenario. A file of lines: ratio, blank, name of the scenario.
+using RecordedRatios = std::map<std::string, double, std::less<>>;
+
+/// Throws `std::runtime_error` when the file can't be read.
+[[nodiscard]] RecordedRatios readRatios(const std::string& path);
+void writeRatios(const std::string& path, const std::vector<Row>& rows);
+
+/// Whether the server does more than twice as badly as recorded. A scenario that was never recorded
+/// passes.
+[[nodiscard]] bool failsGuard(const Row& row, const RecordedRatios& recorded);
+
+}  // namespace quillmere::bench

@@ -1,0 +1,34 @@
+// What is measured.
+#pragma once
+
+#include <chrono>
+#include <span>
+#include <string_view>
+
+#include "bench/contender.hpp"
+
+namespace quillmere::bench {
+
+/// What the server is to reach: a ratio to the floor, or a figure in the scenario's own unit.
+struct Bar {
+  enum class Kind { none, ratio, figure } kind = Kind::none;
+  double value = 0;
+};
+
+struct Scenario {
+  std::string_view name;
+  std::string_view unit;
+  /// One round: takes samples for about as long as `budget`, at least one, and returns their median
+  /// in `unit`.
+  double (*measure)(Contender& contender, std::chrono::milliseconds budget);
+  Bar bar = {};
+  Streams streams = Streams::pipes;
+  /// Client, server and app on one processor.
+  bool onOneProcessor = true;
+  bool moreIsBetter = false;
+};
+
+/// All scenarios, in the order of the table.
+[[nodiscard]] std::span<const Scenario> scenarios();
+
+}  // namespace quillmere::bench
