@@ -131,6 +131,9 @@ void ControlService::answerConnection(const Descriptor& connection) {
 std::optional<JsonObject> ControlService::answerTo(const JsonObject& request,
                                                    const Descriptor& connection) {
   if (faults.isSilent) {
+    // Told now: it may be long until the client hangs up, and people look here whether the call
+    // came.
+    log(commandOf(request), "unanswered on purpose");
     waitWhileConnected(connection, std::nullopt);
     return std::nullopt;
   }
