@@ -7,15 +7,11 @@
 
 #include "core/message.hpp"
 #include "core/routing.hpp"
-#include "platform/allocator.hpp"
 #include "shared/mcp_error.hpp"
 
 namespace quillmere {
 
 namespace {
-
-/// From this size of an answer on, freed memory is worth giving back.
-constexpr std::size_t largeAnswerBytes = 1'048'576;
 
 /// Answers with the failure being handled, unless the request was cancelled. A failure to do so is
 /// dropped: there is nobody left to tell.
@@ -28,15 +24,13 @@ void reportFailure(const InFlightRequest& request, ServerContext& server) {
   }
 }
 
-/// Returns the size of the answer.
-std::size_t answer(JsonObject message, InFlightRequest& request, ServerContext& server) {
+void answer(JsonObject message, InFlightRequest& request, ServerContext& server) {
   try {
     auto result = handleRequest(std::move(message), server, &request);
-    if (!result || request.isCancelled()) return 0;
-    return server.output.writeMessage(makeResultResponse(request.requestID, std::move(*result)));
+    if (!result || request.isCancelled()) return;
+    server.output.writeMessage(makeResultResponse(request.requestID, std::move(*result)));
   } catch (...) {
     reportFailure(request, server);
-    return 0;
   }
 }
 
@@ -47,9 +41,8 @@ void dispatchRequest(JsonObject message, JsonValue id, ServerContext& server) {
   server.inFlightRequests.add(request);
   try {
     auto task = [request, &server, message = std::move(message)]() mutable {
-      const std::size_t size = answer(std::move(message), *request, server);
+      answer(std::move(message), *request, server);
       server.inFlightRequests.remove(*request);
-      if (size >= largeAnswerBytes) returnFreedMemory();
     };
     if (!server.workers.submit(std::move(task))) throw errors::noThread();
   } catch (...) {

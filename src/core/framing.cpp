@@ -105,7 +105,7 @@ std::optional<std::string> readNextPayload(StdinReader& reader, ServerState& sta
   return reader.readExact(bodyLength(readHeaderBlock(reader, std::move(*firstLine))));
 }
 
-std::size_t MessageWriter::writeMessage(const JsonObject& message) {
+void MessageWriter::writeMessage(const JsonObject& message) {
   const std::string body = compactJson(message);
   const std::lock_guard hold(stdoutLock);
   bool written = false;
@@ -116,7 +116,6 @@ std::size_t MessageWriter::writeMessage(const JsonObject& message) {
     written = writeAll(output, body, "\n");
   }
   if (!written) endProcess();
-  return body.size();
 }
 
 }  // namespace quillmere

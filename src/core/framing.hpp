@@ -50,11 +50,11 @@ class MessageWriter {
   MessageWriter(int descriptor, const ServerState& serverState)
       : output(descriptor), state(serverState) {}
 
-  /// Writes one whole JSON-RPC message as one frame, in the framing that `state` asks for, and
-  /// returns the size of its JSON text in bytes. From any thread; frames never mix. Blocks while
-  /// the client does not read. Does not return, and ends the process, when the client is gone.
-  /// Throws `JsonError`, with nothing written, when the message can't be written as JSON.
-  std::size_t writeMessage(const JsonObject& message);
+  /// Writes one whole JSON-RPC message as one frame, in the framing that `state` asks for. From any
+  /// thread; frames never mix. Blocks while the client does not read. Does not return, and ends the
+  /// process, when the client is gone. Throws `JsonError`, with nothing written, when the message
+  /// can't be written as JSON.
+  void writeMessage(const JsonObject& message);
 
  private:
   const int output;

@@ -1,6 +1,7 @@
 #include "platform/allocator.hpp"
 
 #include <cstdlib>
+#include <limits>
 #ifdef __GLIBC__
 #include <malloc.h>
 #endif
@@ -9,9 +10,11 @@ namespace quillmere {
 
 void tuneAllocator() {
 #ifdef __GLIBC__
-  // A fixed threshold: glibc would otherwise raise it to the size of the first large block freed,
-  // and keep such blocks from then on.
-  mallopt(M_MMAP_THRESHOLD, 131'072);
+  // The most that glibc allows: larger blocks are mappings of their own, new at each use.
+  mallopt(M_MMAP_THRESHOLD, 32 * 1024 * 1024);
+  mallopt(M_TRIM_THRESHOLD, std::numeric_limits<int>::max());
+  // What one thread frees another can use; small blocks come from a cache of each thread's own.
+  mallopt(M_ARENA_MAX, 1);
 #endif
 }
 

@@ -32,7 +32,11 @@ std::size_t cleanRun(std::string_view text) {
 
 class Writer {
  public:
-  explicit Writer(bool forPeople) : indented(forPeople) {}
+  enum class Style { compact, indented };
+
+  Writer(Style style, std::size_t expectedSize) : indented(style == Style::indented) {
+    text.reserve(expectedSize);
+  }
 
   void write(const JsonValue& value) {
     if (const auto* object = value.asObject()) {
@@ -167,9 +171,38 @@ class Writer {
   std::string text;
 };
 
+constexpr std::size_t quotes = 2;
+constexpr std::size_t brackets = 2;
+
+std::size_t unescapedSize(const JsonValue& value);
+
+/// How long the compact text is if nothing in it needs an escape.
+std::size_t unescapedSize(const JsonObject& object) {
+  std::size_t size = brackets;
+  for (const auto& [key, value] : object) {
+    size += key.size() + quotes + sizeof(":,") - 1 + unescapedSize(value);
+  }
+  return size;
+}
+
+std::size_t unescapedSize(const JsonValue& value) {
+  constexpr std::size_t longestWord = 5;
+  if (const auto* string = value.asString()) return string->size() + quotes;
+  if (const auto* number = value.asNumber()) return number->text().size();
+  if (const auto* object = value.asObject()) return unescapedSize(*object);
+  const auto* array = value.asArray();
+  if (array == nullptr) return longestWord;
+  std::size_t size = brackets;
+  for (const JsonValue& element : *array) size += unescapedSize(element) + sizeof(",") - 1;
+  return size;
+}
+
 template <typename Json>
-std::string written(const Json& json, bool forPeople) {
-  Writer writer(forPeople);
+std::string compact(const Json& json) {
+  // In one piece from the start, escapes included as a rule: a text that grows is copied at each
+  // step, and the largest ones would need a half more memory than they have to.
+  const std::size_t size = unescapedSize(json);
+  Writer writer(Writer::Style::compact, size + size / 8);
   writer.write(json);
   return writer.take();
 }
@@ -177,13 +210,16 @@ std::string written(const Json& json, bool forPeople) {
 }  // namespace
 
 std::string compactJson(const JsonValue& value) {
-  return written(value, false);
+  return compact(value);
 }
 std::string compactJson(const JsonObject& object) {
-  return written(object, false);
+  return compact(object);
 }
+
 std::string indentedJson(const JsonObject& object) {
-  return written(object, true);
+  Writer writer(Writer::Style::indented, 0);
+  writer.write(object);
+  return writer.take();
 }
 
 }  // namespace quillmere

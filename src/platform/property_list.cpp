@@ -1,12 +1,12 @@
 #include "platform/property_list.hpp"
 
+#include <dlfcn.h>
 #include <plist/plist.h>
 
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
-#include <type_traits>
 
 #include "platform/binary_property_list.hpp"
 #include "platform/text.hpp"
@@ -15,14 +15,41 @@ namespace quillmere {
 
 namespace {
 
-struct FreePropertyList {
-  void operator()(void* list) const { plist_free(list); }
-};
-struct FreeText {
-  void operator()(char* text) const { std::free(text); }
-};
+/// The functions of libplist that are used here. The library is loaded when the first XML list is
+/// read, which most processes never do: linked to the program, it and what it needs in turn took a
+/// quarter of the time that the program needs to start.
+struct Library {
+  decltype(&plist_from_xml) fromXml = nullptr;
+  decltype(&plist_get_node_type) nodeType = nullptr;
+  decltype(&plist_dict_get_item) dictionaryItem = nullptr;
+  decltype(&plist_get_string_val) stringValue = nullptr;
+  decltype(&plist_free) free = nullptr;
 
-using PropertyList = std::unique_ptr<std::remove_pointer_t<plist_t>, FreePropertyList>;
+  /// The one library of the process, or null when the system has none. Thread-safe.
+  static const Library* get() {
+    static const std::optional<Library> library = load();
+    return library ? &*library : nullptr;
+  }
+
+ private:
+  static std::optional<Library> load() {
+    void* handle = ::dlopen(QUILLMERE_LIBPLIST, RTLD_NOW | RTLD_LOCAL);
+    if (handle == nullptr) return std::nullopt;
+    Library library;
+    const bool complete = find(handle, "plist_from_xml", library.fromXml) &&
+                          find(handle, "plist_get_node_type", library.nodeType) &&
+                          find(handle, "plist_dict_get_item", library.dictionaryItem) &&
+                          find(handle, "plist_get_string_val", library.stringValue) &&
+                          find(handle, "plist_free", library.free);
+    return complete ? std::optional(library) : std::nullopt;
+  }
+
+  template <typename Function>
+  static bool find(void* handle, const char* name, Function& function) {
+    function = reinterpret_cast<Function>(::dlsym(handle, name));
+    return function != nullptr;
+  }
+};
 
 /// The time that the library takes grows with the square of how many tags and entities there are,
 /// and the stack that it takes with how deep they are nested. An Info.plist has some hundred.
@@ -33,16 +60,18 @@ std::optional<std::string> xmlPropertyListString(std::string_view data, std::str
   if (static_cast<std::size_t>(std::ranges::count_if(data, isMark)) > maxXmlMarks) {
     return std::nullopt;
   }
+  const Library* library = Library::get();
+  if (library == nullptr) return std::nullopt;
   plist_t parsed = nullptr;
-  plist_from_xml(data.data(), static_cast<std::uint32_t>(data.size()), &parsed);
-  const PropertyList list(parsed);
-  if (!list || plist_get_node_type(list.get()) != PLIST_DICT) return std::nullopt;
-  plist_t value = plist_dict_get_item(list.get(), std::string(key).c_str());
-  if (value == nullptr || plist_get_node_type(value) != PLIST_STRING) return std::nullopt;
+  library->fromXml(data.data(), static_cast<std::uint32_t>(data.size()), &parsed);
+  const std::unique_ptr<void, decltype(&plist_free)> list(parsed, library->free);
+  if (!list || library->nodeType(list.get()) != PLIST_DICT) return std::nullopt;
+  plist_t value = library->dictionaryItem(list.get(), std::string(key).c_str());
+  if (value == nullptr || library->nodeType(value) != PLIST_STRING) return std::nullopt;
 
   char* text = nullptr;
-  plist_get_string_val(value, &text);
-  const std::unique_ptr<char, FreeText> owned(text);
+  library->stringValue(value, &text);
+  const std::unique_ptr<char, decltype(&std::free)> owned(text, std::free);
   return text == nullptr ? std::nullopt : std::optional<std::string>(text);
 }
 

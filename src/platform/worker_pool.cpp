@@ -60,7 +60,7 @@ void WorkerPool::work() {
       ++_idle;
       const bool found = taskWaits.wait_for(hold, idleLife, [this] { return !_tasks.empty(); });
       --_idle;
-      if (!found) return;
+      if (!found) break;
     }
     auto task = std::move(_tasks.front());
     _tasks.pop_front();
@@ -69,6 +69,9 @@ void WorkerPool::work() {
     task = nullptr;
     hold.lock();
   }
+  const bool isLastIdle = _idle == 0;
+  hold.unlock();
+  if (isLastIdle) restTask();
 }
 
 }  // namespace quillmere

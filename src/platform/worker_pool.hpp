@@ -15,7 +15,8 @@ namespace quillmere {
 /// Threads are never joined: a pool must live until the process ends.
 class WorkerPool {
  public:
-  WorkerPool() = default;
+  /// `whenIdle` is called, on a worker, each time that none has had anything to do for a while.
+  explicit WorkerPool(void (*whenIdle)() = [] {}) : restTask(whenIdle) {}
   WorkerPool(const WorkerPool&) = delete;
   WorkerPool& operator=(const WorkerPool&) = delete;
   ~WorkerPool() = default;
@@ -31,6 +32,7 @@ class WorkerPool {
   void work();
   static void* workerMain(void* pool);
 
+  void (*const restTask)();
   std::mutex lock;
   std::condition_variable taskWaits;
   std::deque<std::function<void()>> _tasks;

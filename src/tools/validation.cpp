@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <string>
 
 #include "platform/text.hpp"
@@ -52,9 +53,16 @@ void validateString(const JsonValue& value, const Property& property) {
   }
 }
 
+bool isWhole(double value) {
+  // From here on 64-bit floats have no fraction, infinity included.
+  constexpr double allWhole = 9'007'199'254'740'992;
+  if (std::abs(value) >= allWhole) return true;
+  return static_cast<double>(static_cast<std::int64_t>(value)) == value;
+}
+
 void validateInteger(const JsonValue& value, const Property& property) {
   const JsonNumber* number = value.asNumber();
-  if (number == nullptr || number->value() != std::round(number->value())) {
+  if (number == nullptr || !isWhole(number->value())) {
     throw errors::notAnInteger(property.name);
   }
   validateNumericRange(number->value(), property);
