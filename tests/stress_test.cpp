@@ -1,0 +1,307 @@
+// Thousands of calls at once, cancelled at random, against an app that answers, waits, cuts off and
+// resets at random: what each request was sent with tells what must come of it.
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+
+#include <condition_variable>
+#include <cstdlib>
+#include <filesystem>
+#include <iostream>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <random>
+#include <set>
+#include <thread>
+
+#include "control/control_frame.hpp"
+#include "platform/worker_pool.hpp"
+#include "simulator/server_process.hpp"
+#include "support/desktop_app.hpp"
+#include "support/json.hpp"
+#include "support/temporary_home.hpp"
+
+namespace quillmere {
+namespace {
+
+/// What the app does with a call. Its `taskId` begins with the letter.
+enum Fate : char {
+  answered = 'a',
+  answeredInPieces = 'p',
+  /// Until some later calls have come, or there will be none.
+  answeredLater = 'l',
+  /// Never answered: the client must cancel it.
+  held = 'h',
+  cutOff = 'c',
+  /// Closed with a byte unread, which the server sees as a connection reset.
+  reset = 'r',
+};
+
+/// Does with each call what its `taskId` says, many calls at a time.
+class StressedApp {
+ public:
+  explicit StressedApp(const std::string& path) : listener(path) {
+    // Its threads are never joined, so it lives as long as the process.
+    static auto& workers = *new WorkerPool;
+    accepting = std::thread([this] {
+      while (auto accepted = listener.accept()) {
+        auto connection = std::make_shared<AppConnection>(std::move(*accepted));
+        count(1);
+        EXPECT_TRUE(workers.submit([this, connection = std::move(connection)]() mutable {
+          serve(*connection);
+          connection.reset();
+          count(-1);
+        }));
+      }
+    });
+  }
+  StressedApp(const StressedApp&) = delete;
+  StressedApp& operator=(const StressedApp&) = delete;
+  ~StressedApp() {
+    expectNoMoreCalls();
+    waitUntilIdle();
+    listener.stop();
+    accepting.join();
+  }
+
+  /// Answers whatever still waits for later calls.
+  void expectNoMoreCalls() {
+    const std::lock_guard hold(lock);
+    _isLast = true;
+    changed.notify_all();
+  }
+  /// Waits until every connection has come to its end.
+  void waitUntilIdle() {
+    std::unique_lock hold(lock);
+    changed.wait(hold, [this] { return _open == 0; });
+  }
+
+ private:
+  void count(int difference) {
+    const std::lock_guard hold(lock);
+    _open += difference;
+    if (difference > 0) ++_calls;
+    changed.notify_all();
+  }
+
+  void serve(const AppConnection& connection) {
+    ControlPrefix prefix{};
+    const auto read = [&](char* to, std::size_t size) {
+      return ::recv(connection.number(), to, size, MSG_WAITALL) == static_cast<ssize_t>(size);
+    };
+    if (!read(prefix.data(), prefix.size())) return;
+    // All but the last byte, which can only be the closing brace.
+    std::string body(controlBodyLength(prefix) - 1, '\0');
+    if (!read(body.data(), body.size())) return;
+    const JsonObject request = json(body + "}");
+    const std::string& taskId = *request.findString("taskId");
+    const auto fate = static_cast<Fate>(taskId.front());
+    if (fate == reset) return;
+    char brace = 0;
+    if (!read(&brace, 1)) return;
+    if (fate == held) {
+      EXPECT_EQ(0U, connection.waitUntilClosed());
+      return;
+    }
+    if (fate == answeredLater) {
+      constexpr std::int64_t laterCalls = 8;
+      std::unique_lock hold(lock);
+      changed.wait(hold, [&, until = _calls + laterCalls] { return _calls >= until || _isLast; });
+    }
+    // Sometimes longer than a socket takes at once.
+    const std::string text(taskId.ends_with("77") ? 300'000 : 10, 'x');
+    const std::string frame =
+        controlFrame(compactJson({{"ok", true}, {"taskId", taskId}, {"text", text}}));
+    const std::size_t half = taskId.back() == '0' ? 2 : frame.size() / 2;
+    if (fate == cutOff) {
+      connection.send(frame.substr(0, half));
+    } else if (fate == answeredInPieces) {
+      connection.send(frame.substr(0, half));
+      connection.send(frame.substr(half));
+    } else {
+      connection.send(frame);
+    }
+  }
+
+  const UnixListener listener;
+  std::thread accepting;
+  std::mutex lock;
+  std::condition_variable changed;
+  std::int64_t _calls = 0;
+  std::int64_t _open = 0;
+  bool _isLast = false;
+};
+
+struct Request {
+  std::int64_t id;
+  Fate fate;
+  /// A cancellation has reached it, if it was not over by then.
+  bool isCancelled = false;
+  /// Its own answer has come.
+  bool isAnswered = false;
+};
+
+/// What happened under one id.
+struct SharedId {
+  /// Places in the list of requests; a cancellation reaches the last one only.
+  std::vector<std::size_t> requests = {};
+  std::size_t cancelled = 0;
+  std::size_t answers = 0;
+  std::size_t errors = 0;
+
+  /// Answers that must still come, at the least.
+  [[nodiscard]] std::size_t owed() const {
+    return requests.size() - std::min(requests.size(), cancelled + answers + errors);
+  }
+};
+
+std::uint64_t setting(const char* name, std::uint64_t otherwise) {
+  const char* text = std::getenv(name);
+  return text != nullptr ? std::strtoull(text, nullptr, 10) : otherwise;
+}
+
+struct Stress : testing::Test {
+  static constexpr std::size_t mostInFlight = 64;
+  /// So few that the window never fills up with calls that only a cancellation ends.
+  static constexpr std::size_t mostHeld = 16;
+
+  const std::size_t wanted = setting("QUILLMERE_STRESS_CALLS", 10'000);
+  const std::uint64_t seed = setting("QUILLMERE_STRESS_SEED", std::random_device()());
+  std::mt19937_64 random{seed};
+  TemporaryHome home;
+  StressedApp app{home.releaseSocket()};
+  ServerProcess server{{.program = QUILLMERE_SERVER, .home = home.path()}};
+  std::vector<Request> requests;
+  std::map<std::int64_t, SharedId> ids;
+  std::set<std::size_t> holds;
+  std::size_t owed = 0;
+
+  std::size_t below(std::size_t end) { return random() % end; }
+
+  void send() {
+    const std::size_t place = requests.size();
+    constexpr std::string_view fates = "aaaapplllhhccr";
+    Request request{.id = static_cast<std::int64_t>(place),
+                    .fate = static_cast<Fate>(fates[below(fates.size())])};
+    // What is held could not be cancelled any more if a later one took its id.
+    if (const std::size_t other = recent(); place > 0 && below(8) == 0) {
+      const std::int64_t id = requests[other].id;
+      if (!holds.contains(ids[id].requests.back())) request.id = id;
+    }
+    if (request.fate == held) holds.insert(place);
+    change(request.id, [&](SharedId& id) { id.requests.push_back(place); });
+    requests.push_back(request);
+    const std::string taskId = static_cast<char>(request.fate) + std::to_string(place);
+    server.send(JsonObject{{"jsonrpc", "2.0"},
+                           {"id", request.id},
+                           {"method", "tools/call"},
+                           {"params", JsonObject{{"name", "quillmere.devices.list"},
+                                                 {"arguments", JsonObject{{"taskId", taskId}}}}}});
+  }
+
+  /// One of the latest requests, whether or not it is over.
+  std::size_t recent() {
+    const std::size_t among = std::min(requests.size(), 2 * mostInFlight);
+    return among == 0 ? 0 : requests.size() - 1 - below(among);
+  }
+
+  void cancel(std::int64_t id) {
+    const std::size_t place = ids[id].requests.back();
+    holds.erase(place);
+    if (!requests[place].isCancelled) {
+      requests[place].isCancelled = true;
+      change(id, [](SharedId& shared) { ++shared.cancelled; });
+    }
+    server.send(JsonObject{{"jsonrpc", "2.0"},
+                           {"method", "notifications/cancelled"},
+                           {"params", JsonObject{{"requestId", id}}}});
+  }
+
+  /// Takes the next message, however long it takes. Returns false at the end and for a pong.
+  bool receive() {
+    const auto message = server.receive(std::chrono::milliseconds(-1));
+    if (!message || message->findString("id") != nullptr) return false;
+    const std::int64_t id = message->findNumber("id")->integer().value();
+    EXPECT_TRUE(ids.contains(id)) << id;
+    if (const JsonObject* error = message->findObject("error")) {
+      EXPECT_EQ("Quillmere closed the MCP control connection.", *error->findString("message"));
+      change(id, [](SharedId& shared) { ++shared.errors; });
+      return true;
+    }
+    const JsonObject* payload = message->findObject("result")->findObject("structuredContent");
+    Request& request = requests.at(std::stoul(payload->findString("taskId")->substr(1)));
+    EXPECT_EQ(id, request.id) << "another's answer";
+    EXPECT_FALSE(request.isAnswered) << "a second answer";
+    request.isAnswered = true;
+    change(id, [](SharedId& shared) { ++shared.answers; });
+    return true;
+  }
+
+  template <typename Change>
+  void change(std::int64_t id, Change apply) {
+    SharedId& shared = ids[id];
+    owed -= shared.owed();
+    apply(shared);
+    owed += shared.owed();
+  }
+
+  [[nodiscard]] std::size_t serverCount(const std::string& what) const {
+    const auto folder = "/proc/" + std::to_string(server.processID()) + "/" + what;
+    const std::filesystem::directory_iterator entries(folder);
+    return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
+  }
+};
+
+TEST_F(Stress, EachRequestGetsItsOwnAnswerOnceOrNoneWhenCancelledInTime) {
+  std::cout << "QUILLMERE_STRESS_SEED=" << seed << std::endl;
+  server.send("{\"jsonrpc\":\"2.0\",\"id\":\"hello\",\"method\":\"initialize\"}\n");
+  ASSERT_TRUE(server.receive());
+  const std::size_t threads = serverCount("task");
+  const std::size_t descriptors = serverCount("fd");
+
+  while (requests.size() < wanted) {
+    if (holds.size() > mostHeld) {
+      cancel(requests[*std::next(holds.begin(), static_cast<long>(below(holds.size())))].id);
+    } else if (owed >= mostInFlight) {
+      ASSERT_TRUE(receive());
+    } else {
+      send();
+      if (below(8) == 0) cancel(requests[recent()].id);
+    }
+  }
+  while (!holds.empty()) cancel(requests[*holds.begin()].id);
+  app.expectNoMoreCalls();
+  while (owed > 0) ASSERT_TRUE(receive());
+  app.waitUntilIdle();
+  while (serverCount("task") > threads) {
+    server.send("{\"jsonrpc\":\"2.0\",\"id\":\"ping\",\"method\":\"ping\"}\n");
+    while (receive()) {
+    }
+  }
+  EXPECT_EQ(threads, serverCount("task"));
+  EXPECT_EQ(descriptors, serverCount("fd"));
+  server.closeInput();
+  while (receive()) {
+  }
+  EXPECT_EQ(0, server.waitForExit());
+
+  std::map<std::string_view, std::size_t> totals;
+  for (const auto& [id, shared] : ids) {
+    std::size_t due = 0;
+    std::size_t possible = 0;
+    for (const std::size_t place : shared.requests) {
+      const Request& request = requests[place];
+      const bool isToFail = request.fate == cutOff || request.fate == reset;
+      EXPECT_TRUE(isToFail || request.isAnswered || request.isCancelled)
+          << "no answer to " << place;
+      if (isToFail) ++(request.isCancelled ? possible : due);
+      ++totals[request.isAnswered ? "answered" : request.isCancelled ? "cancelled" : "failed"];
+    }
+    EXPECT_GE(shared.errors, due) << "under the id " << id;
+    EXPECT_LE(shared.errors, due + possible) << "under the id " << id;
+  }
+  for (const auto& [what, count] : totals) std::cout << count << " " << what << "\n";
+}
+
+}  // namespace
+}  // namespace quillmere
