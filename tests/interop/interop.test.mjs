@@ -180,36 +180,18 @@ test('every tool does its part in a phone task', async (t) => {
 });
 
 const refusals = [
-  { name: 'an unknown tool', tool: 'nothing', code: -32602, says: /: quillmere\.nothing$/ },
-  {
-    name: 'a missing target',
-    tool: 'input.tap',
-    args: { x: 1, y: 2 },
-    code: -32602,
-    says: /sessionId/,
-  },
-  {
-    name: 'a wrong type',
-    tool: 'wait',
-    args: { durationMs: '1' },
-    code: -32602,
-    says: /durationMs must be/,
-  },
-  { name: 'no app', tool: 'devices.list', code: -32000, says: /Start Quillmere first\.$/ },
-  {
-    name: 'a broken answer',
-    tool: 'wait',
-    fault: '--truncate',
-    code: -32000,
-    says: /closed the MCP control/,
-  },
+  { name: 'an unknown tool', tool: 'nothing', says: /-32602: Unknown .*: quillmere\.nothing$/ },
+  { name: 'no target', tool: 'input.tap', args: { x: 1, y: 2 }, says: /-32602: .*sessionId/ },
+  { name: 'a wrong type', tool: 'wait', args: { durationMs: '1' }, says: /-32602: durationMs must/ },
+  { name: 'no app', tool: 'wait', says: /-32000: .* Start Quillmere first\.$/ },
+  { name: 'a broken answer', tool: 'wait', fault: '--truncate', says: /-32000: .* closed the MCP/ },
 ];
-for (const { name, tool, args, fault, code, says } of refusals) {
+for (const { name, tool, args, fault, says } of refusals) {
   test(`${name} is an error, and the server goes on`, async (t) => {
     const home = fault ? await startSimulator(t, simulator, fault) : makeHome(t);
     await withClient({ home }, async (client) => {
       const call = client.callTool({ name: `quillmere.${tool}`, arguments: args });
-      await assert.rejects(call, { code, message: says });
+      await assert.rejects(call, { message: says });
       assert.equal((await client.callTool({ name: 'quillmere.help' })).isError, false);
     });
   });
