@@ -182,12 +182,7 @@ test('every tool does its part in a phone task', async (t) => {
 const refusals = [
   { name: 'an unknown tool', tool: 'nothing', says: /-32602: Unknown .*: quillmere\.nothing$/ },
   { name: 'no target', tool: 'input.tap', args: { x: 1, y: 2 }, says: /-32602: .*sessionId/ },
-  {
-    name: 'a wrong type',
-    tool: 'wait',
-    args: { durationMs: '1' },
-    says: /-32602: durationMs must/,
-  },
+  { name: 'a wrong type', tool: 'wait', args: { durationMs: '1' }, says: /-32602: durationMs/ },
   { name: 'no app', tool: 'wait', says: /-32000: .* Start Quillmere first\.$/ },
   { name: 'a broken answer', tool: 'wait', fault: '--truncate', says: /-32000: .* closed the MCP/ },
 ];
