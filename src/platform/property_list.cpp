@@ -22,7 +22,7 @@ struct Library {
   decltype(&plist_from_xml) fromXml = nullptr;
   decltype(&plist_get_node_type) nodeType = nullptr;
   decltype(&plist_dict_get_item) dictionaryItem = nullptr;
-  decltype(&plist_get_string_val) stringValue = nullptr;
+  decltype(&plist_get_string_ptr) stringPointer = nullptr;
   decltype(&plist_free) free = nullptr;
 
   /// The one library of the process, or null when the system has none. Thread-safe.
@@ -39,7 +39,7 @@ struct Library {
     const bool complete = find(handle, "plist_from_xml", library.fromXml) &&
                           find(handle, "plist_get_node_type", library.nodeType) &&
                           find(handle, "plist_dict_get_item", library.dictionaryItem) &&
-                          find(handle, "plist_get_string_val", library.stringValue) &&
+                          find(handle, "plist_get_string_ptr", library.stringPointer) &&
                           find(handle, "plist_free", library.free);
     return complete ? std::optional(library) : std::nullopt;
   }
@@ -69,10 +69,10 @@ std::optional<std::string> xmlPropertyListString(std::string_view data, std::str
   plist_t value = library->dictionaryItem(list.get(), std::string(key).c_str());
   if (value == nullptr || library->nodeType(value) != PLIST_STRING) return std::nullopt;
 
-  char* text = nullptr;
-  library->stringValue(value, &text);
-  const std::unique_ptr<char, decltype(&std::free)> owned(text, std::free);
-  return text == nullptr ? std::nullopt : std::optional<std::string>(text);
+  // Not plist_get_string_val: it aborts the process over a string that holds a NUL.
+  std::uint64_t length = 0;
+  const char* text = library->stringPointer(value, &length);
+  return text == nullptr ? std::nullopt : std::optional<std::string>(std::in_place, text, length);
 }
 
 }  // namespace

@@ -69,7 +69,8 @@ AppConnection DesktopApp::accept() const {
 
 void DesktopApp::acceptAll() {
   while (auto connection = listener.accept()) {
-    Handling& handling = handlings.emplace_back(AppConnection(std::move(*connection)));
+    Handling& handling =
+        handlings.emplace_back(Handling{AppConnection(std::move(*connection)), {}});
     handling.thread = std::thread([this, &handling] {
       handler(handling.connection);
       handling.connection.close();

@@ -1,0 +1,64 @@
+// What the fuzz targets share.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <thread>
+
+#include "support/desktop_app.hpp"
+#include "support/temporary_home.hpp"
+
+namespace quillmere {
+
+/// Ends the run as a finding unless `holds`.
+inline void demand(bool holds) {
+  if (!holds) std::abort();
+}
+
+[[nodiscard]] inline std::string_view textOf(const std::uint8_t* data, std::size_t size) {
+  return {reinterpret_cast<const char*>(data), size};
+}
+
+/// A desktop app at its usual place in a home of this process's own, that answers each call with
+/// the same bytes and hangs up.
+class AnsweringApp {
+ public:
+  /// The one of the process; it lives until the process ends.
+  static AnsweringApp& instance() {
+    static auto& app = *new AnsweringApp;
+    // Its threads use it to the end, so it is never destroyed; its folder must not stay.
+    static const int registered = std::atexit([] { std::filesystem::remove_all(app.home.path()); });
+    static_cast<void>(registered);
+    return app;
+  }
+
+  void setAnswer(std::string bytes) {
+    const std::lock_guard hold(lock);
+    _answer = std::move(bytes);
+  }
+
+ private:
+  AnsweringApp() {
+    std::thread([this] {
+      for (;;) {
+        const AppConnection connection = app.accept();
+        if (!connection.receive()) continue;
+        const std::lock_guard hold(lock);
+        connection.send(_answer);
+      }
+    }).detach();
+  }
+
+  TemporaryHome home;
+  DesktopApp app{home.releaseSocket()};
+  std::mutex lock;
+  std::string _answer;
+};
+
+}  // namespace quillmere

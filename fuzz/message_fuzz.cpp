@@ -1,0 +1,89 @@
+// A whole message through the server, with a desktop app that answers anything: each request gets
+// the one response that it must get, with its own id, and nothing else comes.
+#include <sys/socket.h>
+
+#include <array>
+#include <map>
+
+#include "core/message.hpp"
+#include "core/routing.hpp"
+#include "core/server.hpp"
+#include "fuzz_support.hpp"
+#include "platform/json_writer.hpp"
+
+namespace quillmere {
+namespace {
+
+/// A server that has been shaken hands with, and the client's end of its output.
+struct Served {
+  Descriptor client;
+  ServerContext* server = nullptr;
+  std::optional<StdinReader> reader;
+  ServerState clientState;
+
+  Served() {
+    std::array<int, 2> ends{};
+    demand(::socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()) == 0);
+    client = Descriptor(ends[0]);
+    server = new ServerContext(ends[1]);
+    reader.emplace(client.number());
+    demand(processPayload(R"({"jsonrpc":"2.0","id":0,"method":"initialize"})", *server));
+    demand(nextID() == "0");
+  }
+
+  /// The id of the next response, as text.
+  std::string nextID() {
+    const JsonObject response = parseMessage(*readNextPayload(*reader, clientState));
+    demand(*response.findString("jsonrpc") == "2.0");
+    demand(response.contains("result") != response.contains("error"));
+    return compactJson(*response.find("id"));
+  }
+};
+
+/// The id that a message waits for an answer with, if it is a request for a worker.
+std::optional<std::string> workerRequestID(std::string_view payload) {
+  try {
+    const JsonObject message = parseMessage(payload);
+    const auto id = requestIDOf(message);
+    const std::string* method = message.findString("method");
+    if (!id || method == nullptr || !runsOnWorker(*method)) return std::nullopt;
+    return compactJson(*id);
+  } catch (...) {
+    return std::nullopt;
+  }
+}
+
+}  // namespace
+}  // namespace quillmere
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  using namespace quillmere;
+  // The message, a NUL, and what the app answers.
+  const std::string_view input = textOf(data, size);
+  const std::size_t split = std::min(input.find('\0'), input.size());
+  const std::string_view payload = input.substr(0, split);
+  AnsweringApp::instance().setAnswer(std::string(input.substr(std::min(split + 1, input.size()))));
+
+  static auto& served = *new Served;
+  static std::uint64_t round = 0;
+  const std::string fence = "\"fence " + std::to_string(++round) + "\"";
+  std::map<std::string, int> expected = {{fence, 1}};
+  const auto worker = workerRequestID(payload);
+  if (worker) ++expected[*worker];
+  static_cast<void>(processPayload(payload, *served.server));
+  static_cast<void>(
+      processPayload(R"({"jsonrpc":"2.0","method":"ping","id":)" + fence + "}", *served.server));
+
+  // Whatever the main thread has to say about the message comes before the fence; a worker's answer
+  // comes when it comes.
+  int fromMainThread = 0;
+  while (!expected.empty()) {
+    const auto place = expected.find(served.nextID());
+    if (place == expected.end()) {
+      demand(!worker && ++fromMainThread == 1);
+    } else if (--place->second == 0) {
+      expected.erase(place);
+    }
+  }
+  return 0;
+}
