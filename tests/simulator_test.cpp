@@ -6,8 +6,8 @@
 #include <csignal>
 #include <deque>
 #include <filesystem>
+#include <fstream>
 #include <set>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -38,9 +38,7 @@ struct Desk {
 
   View view() const { return viewOf(world.devices[0].phone, now); }
 
-  /// `line` is a command and, behind a blank, the members of its request. The session is added to
-  /// a request that names no device; `on` stands for the id of the node of that name; a signature
-  /// may be given by its letter, and is the present one when it is left out.
+  /// `line` is a call as the transcript writes it: a command and the members of its request.
   JsonObject ask(std::string_view line) {
     const std::size_t end = std::min(line.find(' '), line.size());
     const std::string members(line.substr(end));
@@ -105,104 +103,13 @@ std::string outcomeOf(const JsonObject& answer) {
   return outcome;
 }
 
-/// Cases, each with its name and a line for each call: the screen that is shown behind it, the
-/// call, and the outcome, of which "..." leaves out the rest. Screens are lettered as they are
-/// first seen in a case, which begins with A: the same letter is the same signature, another
-/// letter another one.
-const std::string transcript = R"(A toggle goes there and back
-B launchApp "packageName":"com.example.settings" -> Launched Settings.
-C uiClickElement "on":"settings.wifi" -> Turned Wi-Fi off.
-B uiClickElement "on":"settings.wifi" -> Turned Wi-Fi on.
-
-Screens open and close
-B launchApp "packageName":"com.example.settings" -> Launched Settings.
-C uiClickElement "on":"settings.about" -> Opened About phone.
-B key "key":"back" -> Went back to Settings.
-D key "key":"recents" -> Showed the recent apps.
-B uiClickElement "on":"recents.apps[0]" -> Launched Settings.
-A key "key":"home" -> Went to the home screen.
-A key "key":"back" -> Pressed back. [The home screen is shown already: there is nothing to go back to.]
-
-Lists move and come back, and an app that loads changes by itself
-B launchApp "packageName":"com.example.shopping" -> Launched Shopping.
-C wait "durationMs":60 -> ok
-D wait "durationMs":60 -> ok
-D wait "durationMs":60 -> ok
-E uiScrollElement "on":"shopping.items","direction":"down" -> Scrolled down by 5 lines.
-E key "key":"page_down" -> Scrolled. [The list did not move: it ends here.]
-F swipe "startX":50,"startY":300,"endX":60,"endY":516 -> Scrolled up by 3 lines.
-G key "key":"dpad_down" -> Scrolled down by 1 line.
-D uiScrollElement "on":"shopping.items","direction":"up" -> Scrolled up by 3 lines.
-H uiClickElement "on":"shopping.items[1]" -> Ticked "Bread".
-I key "key":"dpad_down" -> Scrolled down by 1 line.
-I uiWaitForStable "stateSignature":"D" -> stable after 600 ms, uiDiff +shopping.items[9] ~shopping.items ~shopping.items[1] -shopping.items[0]
-
-Text goes where the focus is, and delete takes whole characters
-B launchApp "packageName":"com.example.shopping" -> Launched Shopping.
-C wait "durationMs":200 -> ok
-C text "text":"a" -> refused: The Quillmere IME is not active: no text field has the focus...
-D uiFocusElement "on":"shopping.newItem" -> Focused "Add an item"; the Quillmere IME is active.
-E text "text":"a" -> Typed "a".
-F text "text":"é" -> Typed "é".
-G text "text":"🙂" -> Typed "🙂".
-F key "key":"delete" -> Deleted the last character.
-E key "key":"delete" -> Deleted the last character.
-D key "key":"delete" -> Deleted the last character.
-D key "key":"delete" -> Pressed delete. [There is nothing to delete.]
-D key "key":"enter" -> Nothing was added. [The text field is empty.]
-H uiSetText "on":"shopping.newItem","text":" a " -> Set the text to " a ".
-D key "key":"enter" -> Added "a".
-C key "key":"escape" -> Closed the keyboard.
-
-An app that needs the user's words may be looked at, and wants to hear them once
-B launchApp "packageName":"com.example.messages" -> Launched Messages.
-B observeScreen -> ok
-B uiClickElement "on":"messages.chats[0]" -> refused: Messages needs the user's explicit acknowledgement...
-B tap "x":50,"y":170,"userAcknowledgementText":"I confirm." -> refused: These are not the words of...
-C tap "x":50,"y":170,"userAcknowledgementText":" I confirm that AI may use Messages for me." -> Opened Robin.
-B key "key":"back" -> Went back to Messages.
-
-Once control is stopped, looking goes on and acting does not
-A stopControl -> AI control is off until the app restarts.
-A launchApp "packageName":"com.example.settings" -> refused: AI control has been stopped...
-A tap "x":50,"y":300 -> refused: AI control has been stopped. It is off until the app restarts.
-A uiGetState -> ok, uiState
-
-Waits last until the screen is stable, and no longer
-A uiWaitForStable "stableMs":700 -> stable after 750 ms, uiState
-A uiWaitForStable "stateSignature":"A" -> stable unchanged after 0 ms, uiDiff
-A uiWaitForStable "stateSignature":"A","expectedPackageName":"x","timeoutMs":200 -> moving unchanged after 200 ms, uiDiff [Another package than expectedPackageName was in front when the time was up.]
-B launchApp "packageName":"com.example.browser" -> Launched Browser.
-C uiWaitForStable "timeoutMs":40 -> moving after 40 ms, uiState [The screen was still changing when the time was up.]
-D uiWaitForStable "stateSignature":"A","stableMs":250,"pollIntervalMs":100 -> stable after 700 ms, uiDiff +browser.address...
-A key "key":"home" -> Went to the home screen.
-A uiWaitForStable "stateSignature":"D","includeFullState":true -> stable after 600 ms, uiState, uiDiff +home.greeting...
-
-What makes no sense is refused and changes nothing
-A Tap -> refused: There is no such command.
-A adbCommand "adbCommand":"ls" -> refused: ADB commands are never run. The request has been audited.
-A tap "sessionId":"" -> refused: sessionId or deviceSerial must be given.
-A tap "sessionId":"x" -> refused: No active session has this sessionId...
-A tap "deviceSerial":"QM2C9B4402" -> refused: The device QM2C9B4402 has no active session...
-A tap "deviceSerial":"QM2C9B4402","sessionId":"5E551011-0000-4000-8000-000000000001" -> refused: This session mirrors another device than deviceSerial.
-A startSession "deviceSerial":"QM2C9B4402" -> refused: The device QM2C9B4402 is offline...
-A listApps "deviceSerial":"?" -> refused: There is no device with the serial "?".
-A tap "x":540,"y":1 -> refused: x must be a number from 0 to below 540.
-A tap "x":1,"y":1e400 -> refused: y must be a number from 0 to below 1200.
-A key "key":"Home" -> refused: key must be one of the allowed key names.
-A uiClickElement "nodeId":2,"stateSignature":"B" -> refused: The screen has changed...
-A uiClickElement "nodeId":6 -> refused: No node of this screen has the nodeId 6; the last one is 5.
-A uiClickElement "nodeId":1 -> refused: The node home.greeting can't be clicked.
-A uiSetText "nodeId":1,"text":"a" -> refused: The node home.greeting takes no text.
-A uiScrollElement "nodeId":1,"direction":"up" -> refused: The node home.greeting can't be scrolled.
-A launchApp "packageName":"?" -> refused: The package ? has nothing to launch.
-)";
-
 TEST(Simulator, AnswersAsItIsWrittenAndTheSignatureIsTheScreen) {
-  std::istringstream lines(transcript);
+  std::ifstream lines(QUILLMERE_TRANSCRIPT);
   std::optional<Desk> desk;
   std::string name;
+  int calls = 0;
   for (std::string line; std::getline(lines, line);) {
+    if (line.starts_with('#')) continue;
     if (line.empty()) {
       desk.reset();
     } else if (!desk) {
@@ -219,11 +126,13 @@ TEST(Simulator, AnswersAsItIsWrittenAndTheSignatureIsTheScreen) {
       std::string outcome = letter + line.substr(1, arrow + 3) + outcomeOf(answer);
       if (line.ends_with("...")) outcome = outcome.substr(0, line.size() - 3) + "...";
       EXPECT_EQ(line, outcome);
+      ++calls;
       if (const JsonObject* told = answer.findObject("visibleState")) {
         EXPECT_EQ(signature, *told->findString("stateSignature"));
       }
     }
   }
+  EXPECT_GT(calls, 0) << "no transcript";
 }
 
 TEST(Simulator, EveryNodeLiesOnTheMirrorAndATapOnItsMiddleIsAClick) {
