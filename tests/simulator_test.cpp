@@ -116,7 +116,7 @@ TEST(Simulator, AnswersAsItIsWrittenAndTheSignatureIsTheScreen) {
       desk.emplace();
       name = line;
     } else {
-      SCOPED_TRACE(name + ": " + line);
+      SCOPED_TRACE(testing::Message() << name << ": " << line);
       const std::size_t arrow = line.find(" -> ");
       const JsonObject answer = desk->ask(line.substr(2, arrow - 2));
       const std::string signature = desk->view().signature;
@@ -149,7 +149,7 @@ TEST(Simulator, EveryNodeLiesOnTheMirrorAndATapOnItsMiddleIsAClick) {
 
     const auto after = [&](const std::string& request) {
       Desk next = desk;
-      const std::string answer = compactJson(next.ask(
+      std::string answer = compactJson(next.ask(
           request + R"(,"userAcknowledgementText":"I confirm that AI may use Messages for me.")"));
       unseen.push_back(next);
       next.now += WorldTime(1000);
