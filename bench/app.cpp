@@ -22,6 +22,8 @@
 #include <utility>
 #include <vector>
 
+#include "bench/payloads.hpp"
+
 namespace quillmere::bench {
 
 namespace {
@@ -43,39 +45,6 @@ std::string framed(std::string_view body) {
     frame += static_cast<char>(static_cast<unsigned char>(body.size() >> shift));
   }
   return frame.append(body);
-}
-
-constexpr std::string_view smallAnswer =
-    R"({"ok":true,"action":{"message":"Tapped at 120, 340.","foregroundVerified":true},)"
-    R"("visibleState":{"uiTopPackageName":"com.example.notes","width":1080,"height":2400},)"
-    R"("warnings":[],"nextRecommendedTool":{"name":"quillmere.ui.get_state"},"auditId":"a-000123"})";
-
-/// A screenshot: one long text of base64.
-std::string imageAnswer(std::size_t bytes) {
-  constexpr std::string_view digits =
-      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-  std::string body = R"({"ok":true,"image":{"mimeType":"image/png","data":")";
-  std::uint32_t state = 1;
-  while (body.size() + 4 < bytes) {
-    state = state * 1'664'525 + 1'013'904'223;
-    body += digits[state >> 26U];
-  }
-  return body + "\"}}";
-}
-
-/// A large page: many small objects.
-std::string uiAnswer(std::size_t nodes) {
-  std::string body = R"({"ok":true,"uiState":{"elementCount":)" + std::to_string(nodes) +
-                     R"(,"truncated":false,"nodes":[)";
-  for (std::size_t i = 0; i < nodes; ++i) {
-    const std::string number = std::to_string(i);
-    body += i == 0 ? "" : ",";
-    body += R"({"nodeId":"n)" + number +
-            R"(","className":"android.widget.TextView","text":"Line )" + number +
-            R"( – ok","bounds":{"x":24,"y":)" + number +
-            R"(,"width":1032.5,"height":96},"clickable":true,"parent":null})";
-  }
-  return body + "]}}";
 }
 
 /// The child's side.
@@ -173,10 +142,10 @@ class Service {
 
   const Descriptor listener;
   const Descriptor reports;
-  const std::string small = framed(smallAnswer);
-  const std::string image4Mb = framed(imageAnswer(image4MbBytes));
-  const std::string image20Mb = framed(imageAnswer(image20MbBytes));
-  const std::string uiNodes = framed(uiAnswer(uiNodeCount));
+  const std::string small = framed(smallPayload());
+  const std::string image4Mb = framed(imagePayload(image4MbBytes));
+  const std::string image20Mb = framed(imagePayload(image20MbBytes));
+  const std::string uiNodes = framed(uiPayload(uiNodeCount));
   std::deque<Held> held;
   std::vector<Descriptor> unanswered;
 };

@@ -3,7 +3,6 @@
 
 #include <sys/types.h>
 
-#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -25,9 +24,6 @@ inline constexpr const char* none = "none";
 }  // namespace answers
 
 inline constexpr int heldMs = 50;
-inline constexpr std::size_t image4MbBytes = 4 << 20;
-inline constexpr std::size_t image20MbBytes = 20 << 20;
-inline constexpr std::size_t uiNodeCount = 20'000;
 
 /// A child process that listens at a control socket from construction to destruction. One thread
 /// serves all connections, so that its own scheduling adds nothing to what is measured.

@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/payloads.hpp"
 #include "bench/statistics.hpp"
 
 namespace quillmere::bench {

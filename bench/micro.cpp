@@ -1,0 +1,102 @@
+// The parts of a call that a profile shows to matter, each alone.
+#include <benchmark/benchmark.h>
+#include <unistd.h>
+
+#include <array>
+#include <stdexcept>
+#include <string>
+
+#include "bench/contender.hpp"
+#include "bench/payloads.hpp"
+#include "core/framing.hpp"
+#include "platform/allocator.hpp"
+#include "platform/json_parser.hpp"
+#include "platform/json_writer.hpp"
+#include "platform/text.hpp"
+#include "results/tool_result.hpp"
+#include "tools/normalisation.hpp"
+#include "tools/validation.hpp"
+
+namespace quillmere::bench {
+
+namespace {
+
+void countBytes(benchmark::State& state, std::size_t each) {
+  state.SetBytesProcessed(static_cast<std::int64_t>(each) * state.iterations());
+}
+
+void parse(benchmark::State& state, const std::string& text) {
+  for (auto _ : state) benchmark::DoNotOptimize(parseJson(text));
+  countBytes(state, text.size());
+}
+
+void write(benchmark::State& state, const std::string& text) {
+  const JsonValue value = parseJson(text);
+  for (auto _ : state) benchmark::DoNotOptimize(compactJson(value));
+  countBytes(state, text.size());
+}
+
+void summarise(benchmark::State& state, const std::string& text) {
+  const JsonValue value = parseJson(text);
+  for (auto _ : state) benchmark::DoNotOptimize(summarizeToolPayload(*value.asObject()));
+}
+
+void validate(benchmark::State& state) {
+  const JsonValue value = parseJson(
+      R"({"sessionId":"session-1","x":120,"y":340.5,"taskId":"t","taskName":"Open the notes"})");
+  for (auto _ : state) validateSchemaArguments("quillmere.input.tap", *value.asObject());
+}
+
+void normalise(benchmark::State& state) {
+  const JsonObject arguments{{"sessionId", "session-1"}, {"key", " Page-Up "}};
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(normalizeToolArguments("quillmere.input.key", arguments));
+  }
+}
+
+/// As many characters as the longest argument may have, of which each takes `character`.
+void countCharacters(benchmark::State& state, const std::string& character) {
+  constexpr std::size_t longest = 16'384;
+  std::string text;
+  for (std::size_t i = 0; i < longest; ++i) text += character;
+  for (auto _ : state) benchmark::DoNotOptimize(hasMoreCharactersThan(text, longest));
+  countBytes(state, text.size());
+}
+
+void readLine(benchmark::State& state) {
+  std::array<int, 2> ends{};
+  if (::pipe(ends.data()) != 0) throw std::runtime_error("No pipe can be had.");
+  const std::string line = callRequest(1, "small");
+  StdinReader reader(ends[0]);
+  for (auto _ : state) {
+    if (!writeAll(ends[1], line, {})) throw std::runtime_error("The pipe can't be written to.");
+    benchmark::DoNotOptimize(reader.readLine(maxFirstLineBytes));
+  }
+  ::close(ends[0]);
+  ::close(ends[1]);
+}
+
+BENCHMARK_CAPTURE(parse, call, callRequest(1, "small"));
+BENCHMARK_CAPTURE(parse, small_answer, smallPayload());
+BENCHMARK_CAPTURE(parse, image_of_4_MB, imagePayload(image4MbBytes));
+BENCHMARK_CAPTURE(parse, 20000_ui_nodes, uiPayload(uiNodeCount));
+BENCHMARK_CAPTURE(write, small_answer, smallPayload());
+BENCHMARK_CAPTURE(write, image_of_4_MB, imagePayload(image4MbBytes));
+BENCHMARK_CAPTURE(write, 20000_ui_nodes, uiPayload(uiNodeCount));
+BENCHMARK_CAPTURE(summarise, small_answer, smallPayload());
+BENCHMARK(validate);
+BENCHMARK(normalise);
+BENCHMARK_CAPTURE(countCharacters, ascii, "x");
+BENCHMARK_CAPTURE(countCharacters, emoji_of_four_code_points, "👩🏽‍🚀");
+BENCHMARK(readLine);
+
+}  // namespace
+
+}  // namespace quillmere::bench
+
+int main(int argumentCount, char** arguments) {
+  // As the server does: it decides how much of a large answer's time is page faults.
+  quillmere::tuneAllocator();
+  benchmark::Initialize(&argumentCount, arguments);
+  benchmark::RunSpecifiedBenchmarks();
+}

@@ -1,0 +1,42 @@
+#include "bench/payloads.hpp"
+
+#include <cstdint>
+#include <string_view>
+
+namespace quillmere::bench {
+
+std::string smallPayload() {
+  return R"({"ok":true,"action":{"message":"Tapped at 120, 340.","foregroundVerified":true},)"
+         R"("visibleState":{"uiTopPackageName":"com.example.notes","width":1080,"height":2400},)"
+         R"("warnings":[],"nextRecommendedTool":{"name":"quillmere.ui.get_state"},)"
+         R"("auditId":"a-000123"})";
+}
+
+std::string imagePayload(std::size_t bytes) {
+  constexpr std::string_view digits =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  constexpr std::string_view end = "\"}}";
+  std::string payload = R"({"ok":true,"image":{"mimeType":"image/png","data":")";
+  payload.reserve(bytes);
+  for (std::uint32_t state = 1; payload.size() + end.size() < bytes;) {
+    state = state * 1'664'525 + 1'013'904'223;
+    payload += digits[state >> 26U];
+  }
+  return payload.append(end);
+}
+
+std::string uiPayload(std::size_t nodes) {
+  std::string payload = R"({"ok":true,"uiState":{"elementCount":)" + std::to_string(nodes) +
+                        R"(,"truncated":false,"nodes":[)";
+  for (std::size_t i = 0; i < nodes; ++i) {
+    const std::string number = std::to_string(i);
+    payload += i == 0 ? "" : ",";
+    payload += R"({"nodeId":"n)" + number +
+               R"(","className":"android.widget.TextView","text":"Line )" + number +
+               R"( – ok","bounds":{"x":24,"y":)" + number +
+               R"(,"width":1032.5,"height":96},"clickable":true,"parent":null})";
+  }
+  return payload + "]}}";
+}
+
+}  // namespace quillmere::bench
