@@ -3,7 +3,8 @@
 # Makes the current folder a static library that may include its own headers and those of the layers
 # in USES, and of no other. Headers are included as "folder/header.hpp". Each layer's include root is a
 # folder of the build tree that holds one link, to that layer alone: an include of a layer that is not
-# named in USES finds no file and fails to compile.
+# named in USES finds no file and fails to compile. Nothing is passed on: a layer names all that it
+# includes.
 function(quillmere_layer name)
   cmake_parse_arguments(LAYER "" "" "USES;SOURCES;LIBRARIES" ${ARGN})
   set(root ${PROJECT_BINARY_DIR}/include_roots/${name})
@@ -14,6 +15,6 @@ function(quillmere_layer name)
   target_include_directories(quillmere_${name} PUBLIC ${root})
   target_link_libraries(quillmere_${name} PRIVATE quillmere_flags ${LAYER_LIBRARIES})
   foreach(used IN LISTS LAYER_USES)
-    target_link_libraries(quillmere_${name} PUBLIC quillmere_${used})
+    target_link_libraries(quillmere_${name} PRIVATE quillmere_${used})
   endforeach()
 endfunction()

@@ -17,7 +17,7 @@ void checkTool(const quillmere::Tool& tool, const quillmere::JsonObject& given) 
   const JsonObject arguments = normalizeToolArguments(tool.name, given);
   demand(compactJson(normalizeToolArguments(tool.name, arguments)) == compactJson(arguments));
   try {
-    validateSchemaArguments(tool.name, arguments);
+    validateSchemaArguments(tool, arguments);
     checkStringLimits(arguments);
   } catch (const MCPError& error) {
     demand(error.code == -32602 && !error.message.empty());

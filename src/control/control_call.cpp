@@ -6,6 +6,7 @@
 
 #include "control/control_frame.hpp"
 #include "control/socket_connection.hpp"
+#include "platform/allocator.hpp"
 #include "platform/json_parser.hpp"
 #include "platform/json_writer.hpp"
 #include "platform/uuid.hpp"
@@ -15,6 +16,9 @@
 namespace quillmere {
 
 namespace {
+
+/// From this size of an answer on, the memory that carries it is worth keeping, and giving back.
+constexpr std::size_t largeAnswerBytes = 1'048'576;
 
 void stopIfCancelled(const InFlightRequest* inFlight) {
   if (inFlight != nullptr && inFlight->isCancelled()) throw errors::cancelled();
@@ -88,6 +92,7 @@ JsonObject callAppControl(std::string_view command, const JsonObject& arguments,
   const std::size_t length = controlBodyLength(prefix);
   if (length == 0 || length > maxControlResponseBytes) throw errors::invalidControlFrame();
 
+  if (length >= largeAnswerBytes) noteLargeWork();
   // Not filled with zeros: what the desktop app announces and does not send takes up no memory.
   const auto answer = std::make_unique_for_overwrite<char[]>(length);
   connection.readExact(answer.get(), length);

@@ -7,6 +7,7 @@
 
 #include "control/socket_discovery.hpp"
 #include "platform/file_system.hpp"
+#include "platform/text.hpp"
 #include "shared/mcp_error.hpp"
 
 namespace quillmere {
@@ -35,7 +36,8 @@ UnixSocket connectAppControlSocket() {
       }
     }
     if (!failures.empty()) failures += "; ";
-    failures += path;
+    // A path may hold any bytes, and this text goes to the client.
+    failures += withUtf8Repaired(path);
     failures += ": ";
     failures += failure;
   }

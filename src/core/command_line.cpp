@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <exception>
 #include <string>
 #include <string_view>
 
@@ -34,7 +35,7 @@ int printDoctorReport() {
   try {
     print(indentedJson(doctorPayload()));
     return 0;
-  } catch (const JsonError&) {
+  } catch (const std::exception&) {
     return 1;
   }
 }

@@ -7,6 +7,7 @@
 
 #include "core/message.hpp"
 #include "core/routing.hpp"
+#include "platform/allocator.hpp"
 #include "shared/mcp_error.hpp"
 
 namespace quillmere {
@@ -43,6 +44,7 @@ void dispatchRequest(JsonObject message, JsonValue id, ServerContext& server) {
     auto task = [request, &server, message = std::move(message)]() mutable {
       answer(std::move(message), *request, server);
       server.inFlightRequests.remove(*request);
+      returnUnneededMemory();
     };
     if (!server.workers.submit(std::move(task))) throw errors::noThread();
   } catch (...) {

@@ -10,7 +10,7 @@
 namespace quillmere {
 
 /// Made once at start and never destroyed: workers may still use it while the process ends. Each
-/// part is safe to use from any thread.
+/// part but the pool, which takes work from the main thread alone, is safe to use from any thread.
 struct ServerContext {
   ServerState state;
   MessageWriter output;

@@ -48,15 +48,13 @@ std::string argumentText(const JsonObject& arguments, const PromptArgument& argu
   return std::string(text != nullptr ? *text : argument.fallback);
 }
 
-std::string joined(std::initializer_list<std::string_view> pieces) {
-  std::string text;
-  for (const std::string_view piece : pieces) text += piece;
-  return text;
+std::string concatenated(std::initializer_list<std::string_view> pieces) {
+  return joined({pieces.begin(), pieces.size()}, "");
 }
 
 std::string taskText(const JsonObject& arguments) {
   const std::string task = argumentText(arguments, taskArguments[0]);
-  return joined(
+  return concatenated(
       {"Task: ", task, "\n\nUse Quillmere's Phone Screen MCP tools.\n", connectionInstructions,
        " Use taskId `", randomUuid(), "` and taskName `", task,
        "` on every Quillmere tool call for this task. ", workflowInstructions,
@@ -75,7 +73,7 @@ std::string taskText(const JsonObject& arguments) {
 }
 
 std::string smokeTestText(const JsonObject& arguments) {
-  return joined(
+  return concatenated(
       {"Run a short Android smoke test for package ",
        argumentText(arguments, smokeTestArguments[0]), " on device ",
        argumentText(arguments, smokeTestArguments[1]), " using Phone Screen MCP control. ",

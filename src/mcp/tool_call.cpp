@@ -32,8 +32,7 @@ ToolArguments toolArguments(JsonObject params) {
   return {*name, std::move(*arguments->asObject())};
 }
 
-JsonObject help(const std::string& name, const JsonObject& arguments) {
-  validateSchemaArguments(name, arguments);
+JsonObject help(const JsonObject& arguments) {
   const std::string* topic = arguments.findString("topic");
   return toolResult(
       helpPayload(topic != nullptr ? std::optional<std::string_view>(*topic) : std::nullopt));
@@ -47,9 +46,9 @@ JsonObject callTool(JsonObject params, InFlightRequest* inFlight) {
 
   const Tool* tool = findTool(name);
   if (tool == nullptr) throw errors::unknownTool(name);
-  if (tool->command.empty()) return help(name, arguments);
+  validateSchemaArguments(*tool, arguments);
+  if (tool->command.empty()) return help(arguments);
 
-  validateSchemaArguments(name, arguments);
   JsonObject payload = callAppControl(tool->command, arguments, inFlight);
   return toolResult(addGuidance(name, arguments, std::move(payload)));
 }

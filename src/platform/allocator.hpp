@@ -4,12 +4,20 @@
 namespace quillmere {
 
 /// Makes the process keep freed memory, large blocks included, for what comes next, in one heap for
-/// all threads. Call once, at start.
+/// all threads. Memory fresh from the system costs a page fault for each 4 KiB, which is more time
+/// than all else that is done with a large answer. Call once, at start.
 void tuneAllocator();
 
-/// Gives freed memory back to the system. For when there is nothing to do: memory that is fresh
-/// from the system costs more time than all that is done with it, a page fault for each 4 KiB.
-/// Takes up to milliseconds. Thread-safe.
+/// Tells that a piece of work needs much memory: what it frees is kept for a while, since more such
+/// work may follow. Thread-safe.
+void noteLargeWork();
+
+/// Gives freed memory back to the system if there was large work and then none for two seconds.
+/// Call when a piece of work has ended. Takes up to milliseconds when it does. Thread-safe.
+void returnUnneededMemory();
+
+/// Gives freed memory back to the system. For when there is nothing to do. Takes up to
+/// milliseconds. Thread-safe.
 void returnFreedMemory();
 
 }  // namespace quillmere

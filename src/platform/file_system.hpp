@@ -4,13 +4,11 @@
 
 #include <optional>
 #include <string>
-#include <string_view>
 
 namespace quillmere {
 
 /// The user's home: `$HOME` when it is an absolute path, otherwise that of the password entry,
-/// otherwise
-/// "/".
+/// otherwise "/".
 [[nodiscard]] std::string homeDirectory();
 
 /// The current directory, or "/" when it can't be told.
@@ -26,7 +24,7 @@ namespace quillmere {
 [[nodiscard]] bool isSocket(const std::string& path);
 
 /// The content of the regular file at `path`, or nothing if it can't be read or holds more than
-/// `maxBytes`. Never waits: a pipe or device in its place is not opened for reading.
+/// `maxBytes`. Never waits: a pipe or device in its place is not read.
 [[nodiscard]] std::optional<std::string> readFile(const std::string& path, std::size_t maxBytes);
 
 }  // namespace quillmere

@@ -13,7 +13,7 @@ inline constexpr std::size_t maxJsonDepth = 512;
 
 /// Parses one UTF-8 JSON document, strictly by RFC 8259: nothing behind it but blanks, no lone
 /// surrogates, no byte order mark. Only an object or an array is accepted at the top. Of repeated
-/// keys the last one counts; numbers keep their digits. Exponents beyond 32 bits are refused. Pure.
+/// keys the last one counts; numbers keep their digits. Exponents beyond 31 bits are refused. Pure.
 /// Throws `JsonError`.
 [[nodiscard]] JsonValue parseJson(std::string_view text);
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdlib>
-#include <unordered_map>
+#include <numeric>
 
 namespace quillmere {
 
@@ -27,7 +27,7 @@ Decimal takeApart(std::string_view text) {
   if (exponentAt != std::string_view::npos) {
     std::string_view exponent = text.substr(exponentAt + 1);
     if (exponent.starts_with('+')) exponent.remove_prefix(1);
-    // The parser has refused exponents past 32 bits, so this cannot fail, nor the sums below
+    // The parser has refused exponents past 31 bits, so this cannot fail, nor the sums below
     // overflow.
     std::from_chars(exponent.data(), exponent.data() + exponent.size(), result.exponent);
     text = text.substr(0, exponentAt);
@@ -48,7 +48,7 @@ Decimal takeApart(std::string_view text) {
   return result;
 }
 
-/// From how many members on a hash table finds repeated keys faster than comparing each with each.
+/// From how many members on sorting finds repeated keys faster than comparing each with each.
 constexpr std::size_t manyMembers = 16;
 
 }  // namespace
@@ -109,21 +109,32 @@ JsonObject JsonObject::fromMembers(std::vector<JsonMember> given) {
     }
   }
 
-  std::unordered_map<std::string_view, std::size_t> places;
-  places.reserve(given.size());
-  std::vector<std::size_t> kept;
-  kept.reserve(given.size());
-  for (std::size_t i = 0; i < given.size(); ++i) {
-    const auto [place, isNew] = places.try_emplace(given[i].key, i);
-    if (isNew) {
-      kept.push_back(i);
+  // Sorted, not hashed: whoever sends the text could choose keys that all have one hash.
+  std::vector<std::size_t> order(given.size());
+  std::iota(order.begin(), order.end(), std::size_t{0});
+  std::ranges::stable_sort(order, {},
+                           [&](std::size_t i) -> const std::string& { return given[i].key; });
+  std::vector<bool> isRepeated(given.size(), false);
+  for (std::size_t i = 1, first = 0; i < order.size(); ++i) {
+    JsonMember& place = given[order[first]];
+    JsonMember& later = given[order[i]];
+    if (place.key == later.key) {
+      place.value = std::move(later.value);
+      isRepeated[order[i]] = true;
     } else {
-      given[place->second].value = std::move(given[i].value);
+      first = i;
     }
   }
-  object.members.reserve(kept.size());
-  for (std::size_t i : kept) object.members.push_back(std::move(given[i]));
+  object.members.reserve(given.size());
+  for (std::size_t i = 0; i < given.size(); ++i) {
+    if (!isRepeated[i]) object.members.push_back(std::move(given[i]));
+  }
   return object;
+}
+
+bool holdsOnlyStrings(const JsonArray& array) {
+  return std::ranges::all_of(
+      array, [](const JsonValue& element) { return element.asString() != nullptr; });
 }
 
 const JsonValue* JsonObject::find(std::string_view key) const {

@@ -68,7 +68,7 @@ class JsonObject {
   ~JsonObject();
 
   /// Takes `given` members that may repeat a key; of equal keys the last one's value counts, in the
-  /// place of the first. Linear in the number of members.
+  /// place of the first. As good as linear in the number of members, whatever the keys.
   [[nodiscard]] static JsonObject fromMembers(std::vector<JsonMember> given);
 
   /// The value under `key`, or null. Valid until the object changes. Linear in the number of
@@ -158,6 +158,9 @@ inline JsonObject::Iterator JsonObject::begin() const {
 inline JsonObject::Iterator JsonObject::end() const {
   return members.end();
 }
+
+/// Whether every element is a string; true for an empty array.
+[[nodiscard]] bool holdsOnlyStrings(const JsonArray& array);
 
 /// An array of the given values, each nested as it is.
 template <typename... Values>

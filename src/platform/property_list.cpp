@@ -60,6 +60,9 @@ std::optional<std::string> xmlPropertyListString(std::string_view data, std::str
   if (static_cast<std::size_t>(std::ranges::count_if(data, isMark)) > maxXmlMarks) {
     return std::nullopt;
   }
+  constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
+  if (data.starts_with(byteOrderMark)) data.remove_prefix(byteOrderMark.size());
+
   const Library* library = Library::get();
   if (library == nullptr) return std::nullopt;
   plist_t parsed = nullptr;

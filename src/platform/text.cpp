@@ -87,6 +87,25 @@ std::size_t utf8CharacterLength(std::string_view text) {
   return length > 0 ? static_cast<std::size_t>(length) : 0;
 }
 
+std::string withUtf8Repaired(std::string_view text) {
+  std::string repaired;
+  while (!text.empty()) {
+    const std::size_t length = utf8CharacterLength(text);
+    repaired += length > 0 ? text.substr(0, length) : "\uFFFD";
+    text.remove_prefix(length > 0 ? length : 1);
+  }
+  return repaired;
+}
+
+std::string joined(std::span<const std::string_view> texts, std::string_view separator) {
+  std::string result;
+  for (std::size_t i = 0; i < texts.size(); ++i) {
+    if (i > 0) result += separator;
+    result += texts[i];
+  }
+  return result;
+}
+
 bool isAscii(std::string_view text) {
   return asciiRun(text) == text.size();
 }

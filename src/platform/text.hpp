@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -14,6 +15,13 @@ namespace quillmere {
 /// Length in bytes, 1 to 4, of the UTF-8 character at the start of `text`, or 0 if there is none.
 [[nodiscard]] std::size_t utf8CharacterLength(std::string_view text);
 
+/// `text` with each byte that belongs to no UTF-8 character replaced by U+FFFD.
+[[nodiscard]] std::string withUtf8Repaired(std::string_view text);
+
+/// The texts with `separator` between each two.
+[[nodiscard]] std::string joined(std::span<const std::string_view> texts,
+                                 std::string_view separator);
+
 /// Whether every byte is below 0x80.
 [[nodiscard]] bool isAscii(std::string_view text);
 
@@ -24,8 +32,8 @@ namespace quillmere {
 /// and U+0085. `text` must be UTF-8.
 [[nodiscard]] std::string_view trimmed(std::string_view text);
 
-/// `text` in lower case, by the full mapping of the Unicode Character Database (U+0130 becomes
-/// U+0069 U+0307). `text` must be UTF-8.
+/// `text` in lower case, character by character, by the mappings of the Unicode Character Database
+/// that depend on nothing around (U+0130 becomes U+0069 U+0307). `text` must be UTF-8.
 [[nodiscard]] std::string lowerCased(std::string_view text);
 
 /// Whether `text` has more, or fewer, user-perceived characters (extended grapheme clusters, UAX

@@ -15,7 +15,8 @@ namespace quillmere {
 /// Threads are never joined: a pool must live until the process ends.
 class WorkerPool {
  public:
-  /// `whenIdle` is called, on a worker, each time that none has had anything to do for a while.
+  /// `whenIdle` is called on a worker that ends because it had nothing to do, if no other one is
+  /// idle then.
   explicit WorkerPool(void (*whenIdle)() = [] {}) : restTask(whenIdle) {}
   WorkerPool(const WorkerPool&) = delete;
   WorkerPool& operator=(const WorkerPool&) = delete;

@@ -5,6 +5,8 @@
 #include <utility>
 #include <vector>
 
+#include "platform/text.hpp"
+
 namespace quillmere {
 
 namespace {
@@ -24,11 +26,8 @@ std::vector<const JsonObject*> objectsIn(const JsonObject& payload, std::string_
 /// Adds behind the warnings that came; an array that does not hold strings only counts as none.
 void addWarning(JsonObject& payload, std::string text) {
   JsonArray warnings;
-  if (const JsonArray* present = payload.findArray("warnings")) {
-    const bool allStrings = std::ranges::all_of(
-        *present, [](const JsonValue& warning) { return warning.asString() != nullptr; });
-    if (allStrings) warnings = *present;
-  }
+  const JsonArray* present = payload.findArray("warnings");
+  if (present != nullptr && holdsOnlyStrings(*present)) warnings = *present;
   warnings.emplace_back(std::move(text));
   payload.set("warnings", std::move(warnings));
 }
@@ -53,23 +52,18 @@ void addSessionHint(JsonObject& payload, const JsonObject& arguments) {
 }
 
 void addStartHint(JsonObject& payload, const JsonObject& /*arguments*/) {
-  std::vector<const std::string*> serials;
+  std::vector<std::string_view> serials;
   for (const JsonObject* device : objectsIn(payload, "devices")) {
     const std::string* serial = device->findString("serial");
     if (device->findBoolean("supportsMirror") == true &&
         device->findBoolean("hasActiveMirrorSessions") == false && serial != nullptr) {
-      serials.push_back(serial);
+      serials.emplace_back(*serial);
     }
   }
   if (serials.empty()) return;
-
-  std::string text =
-      "Devices with no active mirror session can be started with quillmere.session.start: ";
-  for (const std::string* serial : serials) {
-    if (serial != serials.front()) text += ", ";
-    text += *serial;
-  }
-  addWarning(payload, std::move(text));
+  addWarning(payload,
+             "Devices with no active mirror session can be started with quillmere.session.start: " +
+                 joined(serials, ", "));
 }
 
 struct Hint {

@@ -5,6 +5,7 @@
 #include <string>
 #include <utility>
 
+#include "platform/text.hpp"
 #include "shared/server_info.hpp"
 #include "tools/catalogue.hpp"
 
@@ -71,15 +72,6 @@ constexpr Topic topics[] = {
 };
 static_assert(std::ranges::equal(topics, helpTopics, {}, &Topic::name));
 
-std::string canonicalNames() {
-  std::string text = "Canonical names: ";
-  for (const std::string_view name : allowedKeyValues) {
-    if (name != allowedKeyValues.front()) text += ", ";
-    text += name;
-  }
-  return text + ".";
-}
-
 }  // namespace
 
 JsonObject helpPayload(std::optional<std::string_view> topic) {
@@ -87,7 +79,9 @@ JsonObject helpPayload(std::optional<std::string_view> topic) {
   if (chosen == std::end(topics)) chosen = std::begin(topics);
 
   JsonArray guidance(chosen->guidance.begin(), chosen->guidance.end());
-  if (chosen->name == "key") guidance.emplace_back(canonicalNames());
+  if (chosen->name == "key") {
+    guidance.emplace_back("Canonical names: " + joined(allowedKeyValues, ", ") + ".");
+  }
 
   JsonObject payload{{"ok", true}, {"topic", chosen->name}};
   payload.set("guidance", std::move(guidance));

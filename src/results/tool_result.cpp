@@ -69,9 +69,7 @@ void addVisiblePackage(Summary& summary, const JsonObject& visibleState) {
 }
 
 void addWarnings(Summary& summary, const JsonArray& warnings) {
-  const bool allStrings = std::ranges::all_of(
-      warnings, [](const JsonValue& warning) { return warning.asString() != nullptr; });
-  if (!allStrings) return;
+  if (!holdsOnlyStrings(warnings)) return;
   for (std::size_t i = 0; i < std::min(shownWarnings, warnings.size()); ++i) {
     const std::string& warning = *warnings[i].asString();
     if (!warning.empty()) summary.addLine("warning: ", warning);

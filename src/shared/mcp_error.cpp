@@ -3,6 +3,8 @@
 #include <exception>
 #include <initializer_list>
 
+#include "platform/text.hpp"
+
 namespace quillmere {
 
 MCPError currentFailure() {
@@ -31,9 +33,7 @@ constexpr int desktopAppFailure = -32000;
 constexpr int requestCancelled = -32800;
 
 MCPError error(int code, std::initializer_list<std::string_view> pieces) {
-  MCPError result{.code = code, .message = {}};
-  for (const std::string_view piece : pieces) result.message += piece;
-  return result;
+  return {.code = code, .message = joined({pieces.begin(), pieces.size()}, "")};
 }
 
 }  // namespace

@@ -29,15 +29,6 @@ void demandRequiredArguments(const Tool& tool, const JsonObject& arguments) {
   }
 }
 
-std::string joined(std::span<const std::string_view> texts) {
-  std::string result;
-  for (const std::string_view text : texts) {
-    if (!result.empty()) result += ", ";
-    result += text;
-  }
-  return result;
-}
-
 void validateString(const JsonValue& value, const Property& property) {
   const std::string* text = value.asString();
   if (text == nullptr) throw errors::notAString(property.name);
@@ -49,7 +40,17 @@ void validateString(const JsonValue& value, const Property& property) {
   }
   if (!property.allowed.empty() &&
       std::ranges::find(property.allowed, *text) == property.allowed.end()) {
-    throw errors::notOneOf(property.name, joined(property.allowed));
+    throw errors::notOneOf(property.name, joined(property.allowed, ", "));
+  }
+}
+
+void validateNumericRange(double value, const Property& property) {
+  if (!std::isfinite(value)) throw errors::notFinite(property.name);
+  if (property.minimum && value < static_cast<double>(*property.minimum)) {
+    throw errors::belowMinimum(property.name);
+  }
+  if (property.maximum && value > static_cast<double>(*property.maximum)) {
+    throw errors::aboveMaximum(property.name);
   }
 }
 
@@ -90,27 +91,15 @@ void validateValue(const JsonValue& value, const Property& property) {
 
 }  // namespace
 
-void validateSchemaArguments(std::string_view name, const JsonObject& arguments) {
-  const Tool* tool = findTool(name);
-  if (tool == nullptr) throw errors::unknownTool(name);
-  refuseUnknownArguments(*tool, arguments);
-  demandRequiredArguments(*tool, arguments);
+void validateSchemaArguments(const Tool& tool, const JsonObject& arguments) {
+  refuseUnknownArguments(tool, arguments);
+  demandRequiredArguments(tool, arguments);
   for (const JsonMember& argument : arguments) {
-    if (!argument.value.isNull()) validateValue(argument.value, *findProperty(*tool, argument.key));
+    if (!argument.value.isNull()) validateValue(argument.value, *findProperty(tool, argument.key));
   }
-  if (tool->needsSessionTarget() && !arguments.contains("deviceSerial") &&
+  if (tool.needsSessionTarget() && !arguments.contains("deviceSerial") &&
       !arguments.contains("sessionId")) {
-    throw errors::missingSessionTarget(name);
-  }
-}
-
-void validateNumericRange(double value, const Property& property) {
-  if (!std::isfinite(value)) throw errors::notFinite(property.name);
-  if (property.minimum && value < static_cast<double>(*property.minimum)) {
-    throw errors::belowMinimum(property.name);
-  }
-  if (property.maximum && value > static_cast<double>(*property.maximum)) {
-    throw errors::aboveMaximum(property.name);
+    throw errors::missingSessionTarget(tool.name);
   }
 }
 
