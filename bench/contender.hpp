@@ -15,6 +15,7 @@ struct Rival {
   std::string name;
   /// The program's path and its arguments.
   std::vector<std::string> command;
+  bool takesHeaderFraming = true;
 };
 
 /// A rival at work, with the app behind it. Starts the process when it is first asked for.

@@ -14,6 +14,7 @@
 #include "platform/json_writer.hpp"
 #include "platform/text.hpp"
 #include "results/tool_result.hpp"
+#include "tools/catalogue.hpp"
 #include "tools/normalisation.hpp"
 #include "tools/validation.hpp"
 
@@ -44,7 +45,8 @@ void summarise(benchmark::State& state, const std::string& text) {
 void validate(benchmark::State& state) {
   const JsonValue value = parseJson(
       R"({"sessionId":"session-1","x":120,"y":340.5,"taskId":"t","taskName":"Open the notes"})");
-  for (auto _ : state) validateSchemaArguments("quillmere.input.tap", *value.asObject());
+  const Tool& tool = *findTool("quillmere.input.tap");
+  for (auto _ : state) validateSchemaArguments(tool, *value.asObject());
 }
 
 void normalise(benchmark::State& state) {

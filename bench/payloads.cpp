@@ -26,15 +26,14 @@ std::string imagePayload(std::size_t bytes) {
 }
 
 std::string uiPayload(std::size_t nodes) {
-  std::string payload = R"({"ok":true,"uiState":{"elementCount":)" + std::to_string(nodes) +
-                        R"(,"truncated":false,"nodes":[)";
+  std::string payload = R"({"ok":true,"uiState":{"elementCount":)";
+  payload.append(std::to_string(nodes)).append(R"(,"truncated":false,"nodes":[)");
   for (std::size_t i = 0; i < nodes; ++i) {
     const std::string number = std::to_string(i);
-    payload += i == 0 ? "" : ",";
-    payload += R"({"nodeId":"n)" + number +
-               R"(","className":"android.widget.TextView","text":"Line )" + number +
-               R"( – ok","bounds":{"x":24,"y":)" + number +
-               R"(,"width":1032.5,"height":96},"clickable":true,"parent":null})";
+    payload.append(i == 0 ? "" : ",").append(R"({"nodeId":"n)").append(number);
+    payload.append(R"(","className":"android.widget.TextView","text":"Line )").append(number);
+    payload.append(R"( – ok","bounds":{"x":24,"y":)").append(number);
+    payload.append(R"(,"width":1032.5,"height":96},"clickable":true,"parent":null})");
   }
   return payload + "]}}";
 }

@@ -23,7 +23,7 @@ std::size_t columns(std::string_view text) {
   return count;
 }
 
-std::string padded(std::string text, std::size_t width, bool toTheRight) {
+std::string padded(const std::string& text, std::size_t width, bool toTheRight) {
   const std::string blanks(width - std::min(width, columns(text)), ' ');
   return toTheRight ? blanks + text : text + blanks;
 }
@@ -65,7 +65,7 @@ std::string verdict(const Row& row) {
 
 double ratioToFloor(const Row& row, std::size_t contender) {
   std::vector<double> ratios;
-  for (std::size_t round = 0; round < row.rounds[floorAt].size(); ++round) {
+  for (std::size_t round = 0; round < row.rounds[contender].size(); ++round) {
     ratios.push_back(row.rounds[contender][round] / row.rounds[floorAt][round]);
   }
   return median(std::move(ratios));
@@ -92,8 +92,9 @@ void printHead(const std::vector<std::string>& rivals) {
 void printRow(const Row& row) {
   std::vector<std::string> cells = {std::string(row.scenario.name), std::string(row.scenario.unit)};
   for (std::size_t i = 0; i < row.rounds.size(); ++i) {
-    cells.push_back(number(median(row.rounds[i])));
-    if (i != floorAt) cells.push_back(number(ratioToFloor(row, i)));
+    const bool tookPart = !row.rounds[i].empty();
+    cells.push_back(tookPart ? number(median(row.rounds[i])) : "–");
+    if (i != floorAt) cells.push_back(tookPart ? number(ratioToFloor(row, i)) : "–");
   }
   const std::string mark = isNoisy(row) ? "~" : "";
   cells.push_back(mark + number(100 * spread(row.rounds[floorAt])) + " %");

@@ -10,7 +10,8 @@
 
 namespace quillmere::bench {
 
-/// One scenario's figures, one a round, of the floor, the server and the other rivals in turn.
+/// One scenario's figures, one a round, of the floor, the server and the other rivals in turn; none
+/// of a rival that can't take part.
 struct Row {
   const Scenario& scenario;
   std::vector<std::vector<double>> rounds;

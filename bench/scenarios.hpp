@@ -26,6 +26,8 @@ struct Scenario {
   /// Client, server and app on one processor.
   bool onOneProcessor = true;
   bool moreIsBetter = false;
+  /// With `Content-Length` headers, which not every rival takes.
+  bool inHeaderFraming = false;
 };
 
 /// All scenarios, in the order of the table.
