@@ -19,6 +19,8 @@ namespace {
 
 /// From this size of an answer on, the memory that carries it is worth keeping, and giving back.
 constexpr std::size_t largeAnswerBytes = 1'048'576;
+/// What a result adds to the answer that it holds, in bytes, as a rule.
+constexpr std::size_t roomForEnvelope = 4'096;
 
 void stopIfCancelled(const InFlightRequest* inFlight) {
   if (inFlight != nullptr && inFlight->isCancelled()) throw errors::cancelled();
@@ -93,8 +95,10 @@ JsonObject callAppControl(std::string_view command, const JsonObject& arguments,
   if (length == 0 || length > maxControlResponseBytes) throw errors::invalidControlFrame();
 
   if (length >= largeAnswerBytes) noteLargeWork();
-  // Not filled with zeros: what the desktop app announces and does not send takes up no memory.
-  const auto answer = std::make_unique_for_overwrite<char[]>(length);
+  // Not filled with zeros: what the desktop app announces and does not send takes up no memory. Nor
+  // does the room behind it, which lets the text of the result be written into the same place
+  // later, so that a large answer is never held three times.
+  const auto answer = std::make_unique_for_overwrite<char[]>(length + length / 8 + roomForEnvelope);
   connection.readExact(answer.get(), length);
   stopIfCancelled(inFlight);
 
