@@ -5,6 +5,8 @@
  *   floor SOCKET LIST    the control socket, and a file that holds the result of tools/list */
 #define _GNU_SOURCE
 #include <fcntl.h>
+#include <limits.h>
+#include <malloc.h>
 #include <pthread.h>
 #include <stdint.h>
 #include <stdio.h>
@@ -199,6 +201,10 @@ static void take(const char* line, size_t length, const char* listPath) {
 
 int main(int argumentCount, char** arguments) {
   if (argumentCount != 3) return 2;
+  /* A limit that has to fetch fresh pages for every large answer would be none. */
+  mallopt(M_MMAP_THRESHOLD, 32 << 20);
+  mallopt(M_TRIM_THRESHOLD, INT_MAX);
+  mallopt(M_ARENA_MAX, 1);
   strncpy(address.sun_path, arguments[1], sizeof address.sun_path - 1);
   for (int i = 0; i < mostCalls; ++i) {
     calls[i].connection = -1;
