@@ -27,31 +27,31 @@ void countBytes(benchmark::State& state, std::size_t each) {
 }
 
 void parse(benchmark::State& state, const std::string& text) {
-  for (auto _ : state) benchmark::DoNotOptimize(parseJson(text));
+  while (state.KeepRunning()) benchmark::DoNotOptimize(parseJson(text));
   countBytes(state, text.size());
 }
 
 void write(benchmark::State& state, const std::string& text) {
   const JsonValue value = parseJson(text);
-  for (auto _ : state) benchmark::DoNotOptimize(compactJson(value));
+  while (state.KeepRunning()) benchmark::DoNotOptimize(compactJson(value));
   countBytes(state, text.size());
 }
 
 void summarise(benchmark::State& state, const std::string& text) {
   const JsonValue value = parseJson(text);
-  for (auto _ : state) benchmark::DoNotOptimize(summarizeToolPayload(*value.asObject()));
+  while (state.KeepRunning()) benchmark::DoNotOptimize(summarizeToolPayload(*value.asObject()));
 }
 
 void validate(benchmark::State& state) {
   const JsonValue value = parseJson(
       R"({"sessionId":"session-1","x":120,"y":340.5,"taskId":"t","taskName":"Open the notes"})");
   const Tool& tool = *findTool("quillmere.input.tap");
-  for (auto _ : state) validateSchemaArguments(tool, *value.asObject());
+  while (state.KeepRunning()) validateSchemaArguments(tool, *value.asObject());
 }
 
 void normalise(benchmark::State& state) {
   const JsonObject arguments{{"sessionId", "session-1"}, {"key", " Page-Up "}};
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     benchmark::DoNotOptimize(normalizeToolArguments("quillmere.input.key", arguments));
   }
 }
@@ -61,7 +61,7 @@ void countCharacters(benchmark::State& state, const std::string& character) {
   constexpr std::size_t longest = 16'384;
   std::string text;
   for (std::size_t i = 0; i < longest; ++i) text += character;
-  for (auto _ : state) benchmark::DoNotOptimize(hasMoreCharactersThan(text, longest));
+  while (state.KeepRunning()) benchmark::DoNotOptimize(hasMoreCharactersThan(text, longest));
   countBytes(state, text.size());
 }
 
@@ -70,7 +70,7 @@ void readLine(benchmark::State& state) {
   if (::pipe(ends.data()) != 0) throw std::runtime_error("No pipe can be had.");
   const std::string line = callRequest(1, "small");
   StdinReader reader(ends[0]);
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     if (!writeAll(ends[1], line, {})) throw std::runtime_error("The pipe can't be written to.");
     benchmark::DoNotOptimize(reader.readLine(maxFirstLineBytes));
   }
