@@ -12,18 +12,12 @@
 #include <thread>
 #include <vector>
 
-#include "shared/mcp_error.hpp"
+#include "support/json.hpp"
 
 namespace quillmere {
 namespace {
 
 using Outcomes = std::vector<std::string>;
-
-std::string repeated(std::size_t count, std::string_view piece) {
-  std::string text;
-  for (std::size_t i = 0; i < count; ++i) text += piece;
-  return text;
-}
 
 /// A descriptor that a reader can be given, and what feeds it.
 struct Source {
@@ -54,35 +48,19 @@ struct Source {
     input = Descriptor();
     if (writer.joinable()) writer.join();
   }
-
-  [[nodiscard]] std::string rest() const {
-    std::string text;
-    std::array<char, 4096> buffer{};
-    for (;;) {
-      const ssize_t count = ::read(input.number(), buffer.data(), buffer.size());
-      if (count <= 0) return text;
-      text.append(buffer.data(), static_cast<std::size_t>(count));
-    }
-  }
 };
-
-std::string abbreviated(std::string text) {
-  return text.size() <= 80 ? text : "(" + std::to_string(text.size()) + " bytes)";
-}
 
 /// Everything that comes of the wire: payloads, and errors as "code text".
 Outcomes outcomesOf(const Source& source) {
   ServerState state;
   StdinReader reader(source.input.number());
   Outcomes outcomes;
-  for (;;) {
-    try {
-      const auto payload = readNextPayload(reader, state);
-      if (!payload) return outcomes;
-      outcomes.push_back(abbreviated(*payload));
-    } catch (const MCPError& error) {
-      outcomes.push_back(std::to_string(error.code) + " " + error.message);
-    }
+  for (std::optional<std::string> payload("");;) {
+    const std::string failure = failureOf([&] { payload = readNextPayload(reader, state); });
+    if (!payload) return outcomes;
+    std::string text = failure.empty() ? *payload : failure;
+    if (text.size() > 80) text = "(" + std::to_string(text.size()) + " bytes)";
+    outcomes.push_back(std::move(text));
   }
 }
 
@@ -94,6 +72,10 @@ struct FramingCase {
 
 const std::string tooLarge = "-32600 JSON-RPC message is too large.";
 const std::string missing = "-32700 Parse error: missing Content-Length.";
+const std::string notAscii = "-32700 Parse error: Content-Length header is not ASCII.";
+const std::string tooMany = "-32700 Parse error: too many Content-Length headers.";
+const std::string incomplete = "-32700 Parse error: incomplete Content-Length ";
+const std::string two = "Content-Length: 2\r\n";
 const std::string mebibyte = "(1048576 bytes)";
 
 const FramingCase framingCases[] = {
@@ -102,68 +84,46 @@ const FramingCase framingCases[] = {
     {"the last line needs no terminator", "{}\n{}", {"{}\n", "{}"}},
     {"blank lines are payloads too", "\n \n", {"\n", " \n"}},
     {"a block, then a line, then a block",
-     "Content-Length: 2\r\n\r\n{}[]\ncontent-length:3\n\n123",
+     two + "\r\n{}[]\ncontent-length:3\n\n123",
      {"{}", "[]\n", "123"}},
     {"other headers are passed over", "CONTENT-LENGTH: 2\r\nContent-Type: x\r\n\r\n{}", {"{}"}},
     {"a blank before the name makes it a line", " Content-Length: 2\n", {" Content-Length: 2\n"}},
-    {"a first line that is not ASCII is no header",
-     "Content-Length: 2 \xC3\xA9\n",
-     {"Content-Length: 2 \xC3\xA9\n"}},
+    {"not ASCII is no header", "Content-Length: 2 \xC3\xA9\n", {"Content-Length: 2 \xC3\xA9\n"}},
     {"the last of two lengths counts", "Content-Length: 9\r\nContent-Length: 2\r\n\r\n{}", {"{}"}},
-    {"a later length that is no number voids the earlier one",
-     "Content-Length: 2\r\nContent-Length: x\r\n\r\n{}",
+    {"a later length that is no number voids it",
+     two + "Content-Length: x\r\n\r\n{}",
      {missing, "{}"}},
-    {"a later line without a value leaves the earlier length",
-     "Content-Length: 2\r\nContent-Length:\r\n\r\n{}",
-     {"{}"}},
+    {"a later line without a value leaves it", two + "Content-Length:\r\n\r\n{}", {"{}"}},
     {"a value that begins with a colon is no number", "Content-Length::2\r\n\r\n", {missing}},
-    {"colons before the name are passed over on later lines",
-     "Content-Length: x\r\n::Content-Length: 2\r\n\r\n{}",
+    {"colons before a later name are passed over",
+     "Content-Length: x\r\n::" + two + "\r\n{}",
      {"{}"}},
-    {"a blank before the colon is another header",
-     "Content-Length: 2\r\nContent-Length : 9\r\n\r\n{}",
-     {"{}"}},
+    {"a blank before the colon is another header", two + "Content-Length : 9\r\n\r\n{}", {"{}"}},
     {"a plus sign is accepted", "Content-Length: \t+2 \r\n\r\n{}", {"{}"}},
     {"two signs are not", "Content-Length: +-2\r\n\r\n", {missing}},
     {"letters behind the digits", "Content-Length: 2x\r\n\r\n", {missing}},
     {"no value at all", "Content-Length:\r\n\r\n", {missing}},
-    {"a value past 64 bits is missing, not too large",
-     "Content-Length: 9223372036854775808\r\n\r\n",
-     {missing}},
+    {"a value past 64 bits is missing", "Content-Length: 9223372036854775808\r\n\r\n", {missing}},
     {"zero is too large", "Content-Length: 0\r\n\r\n{}", {tooLarge, "{}"}},
     {"so is a negative length", "Content-Length: -1\r\n\r\n", {tooLarge}},
     {"so is a mebibyte and one byte", "Content-Length: 1048577\r\n\r\n", {tooLarge}},
-    {"a mebibyte of body",
-     "Content-Length: 1048576\r\n\r\n" + std::string(1'048'576, 'b') + "{}",
+    {"a mebibyte",
+     "Content-Length: 1048576\r\n\r\n" + times(1'048'576, "b") + "{}",
      {mebibyte, "{}"}},
-    {"blanks before its terminator keep a block open", "Content-Length: 2\r\n \r\n\r\n{}", {"{}"}},
-    {"a header line that is not ASCII, behind a valid length",
-     "Content-Length: 2\r\nX: \xC3\xA9\r\n\r\n{}",
-     {"-32700 Parse error: Content-Length header is not ASCII.", "{}"}},
-    {"32 header lines", repeated(32, "Content-Length: 2\n") + "\n{}", {"{}"}},
-    {"the 33rd is refused at once, before any is decoded",
-     repeated(32, "Content-Length: 2\n") + "\xC3\nrest\n",
-     {"-32700 Parse error: too many Content-Length headers.", "rest\n"}},
-    {"a header line of 8192 bytes",
-     "Content-Length: 2\n" + std::string(8191, 'x') + "\n\n{}",
-     {"{}"}},
-    {"a header line of one byte more leaves its rest",
-     "Content-Length: 2\n" + std::string(8192, 'x') + "\nrest\n",
-     {tooLarge, "rest\n"}},
-    {"the end inside the block",
-     "Content-Length: 2\r\n",
-     {"-32700 Parse error: incomplete Content-Length headers."}},
-    {"the end inside the first header line",
-     "Content-Length: 2",
-     {"-32700 Parse error: incomplete Content-Length headers."}},
-    {"the end inside the body",
-     "Content-Length: 3\r\n\r\n{}",
-     {"-32700 Parse error: incomplete Content-Length payload."}},
-    {"a line of a mebibyte with its terminator",
-     std::string(1'048'575, 'x') + "\n{}\n",
-     {mebibyte, "{}\n"}},
-    {"one byte more is refused, even if it is the terminator",
-     std::string(1'048'576, 'x') + "\n{}\n",
+    {"blanks before its terminator keep a block open", two + " \r\n\r\n{}", {"{}"}},
+    {"a header line that is not ASCII", two + "X: \xC3\xA9\r\n\r\n{}", {notAscii, "{}"}},
+    {"32 header lines", times(32, two) + "\n{}", {"{}"}},
+    {"the 33rd is refused before any is decoded",
+     times(32, two) + "\xC3\nrest\n",
+     {tooMany, "rest\n"}},
+    {"a header line of 8192 bytes", two + times(8191, "x") + "\n\n{}", {"{}"}},
+    {"one byte more leaves its rest", two + times(8192, "x") + "\nrest\n", {tooLarge, "rest\n"}},
+    {"the end inside the block", two, {incomplete + "headers."}},
+    {"the end inside the first header line", "Content-Length: 2", {incomplete + "headers."}},
+    {"the end inside the body", "Content-Length: 3\r\n\r\n{}", {incomplete + "payload."}},
+    {"a line of a mebibyte", times(1'048'575, "x") + "\n{}\n", {mebibyte, "{}\n"}},
+    {"one byte more, though it is the terminator",
+     times(1'048'576, "x") + "\n{}\n",
      {tooLarge, "{}\n"}},
 };
 
@@ -192,7 +152,9 @@ TEST(Framing, WhatStandsBehindTheCurrentMessageStaysUnread) {
       StdinReader reader(source.input.number());
       ASSERT_TRUE(readNextPayload(reader, state).has_value());
       ASSERT_EQ("first\n", readNextPayload(reader, state));
-      EXPECT_EQ("second\n", source.rest());
+      std::array<char, 16> rest{};
+      EXPECT_EQ(7, ::read(source.input.number(), rest.data(), rest.size()));
+      EXPECT_STREQ("second\n", rest.data());
     }
   }
 }
