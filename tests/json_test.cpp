@@ -16,21 +16,15 @@ std::string parseAndWrite(std::string_view text) {
   }
 }
 
-struct TextCase {
-  std::string_view name;
-  std::string text;
-  std::string written;
-};
-
 TEST(Json, TextGoesThroughUnharmed) {
   const std::string digits = times(1000, "7");
+  struct TextCase {
+    std::string_view name;
+    std::string text, written;
+  };
   const TextCase cases[] = {
       {"blanks around tokens go", " \t\r\n{ \"a\" : [ 1 , { } , [ ] ] } ", R"({"a":[1,{},[]]})"},
-      {"members keep their order", R"({"z":1,"a":2,"m":3})", R"({"z":1,"a":2,"m":3})"},
-      {"of equal keys the last value counts", R"({"a":1,"b":2,"a":3})", R"({"a":3,"b":2})"},
       {"equal keys in another spelling are equal", R"({"a":1,"\u0061":2})", R"({"a":2})"},
-      {"the empty key is a key", R"({"":null})", R"({"":null})"},
-      {"literals", "[null,true,false]", "[null,true,false]"},
       {"numbers keep their spelling", "[1.0,-0,1E+2,0.10,5e-1]", "[1.0,-0,1E+2,0.10,5e-1]"},
       {"numbers keep their digits past 64 bits",
        "[9007199254740993,12345678901234567890123,1e400,0.1000000000000000055511151231257827]",
@@ -53,40 +47,25 @@ TEST(Json, TextGoesThroughUnharmed) {
 TEST(Json, WhatIsNoJsonIsRefused) {
   const std::pair<std::string_view, std::string> cases[] = {
       {"nothing", ""},
-      {"blanks", " \n"},
-      {"a number at the top", "5"},
-      {"a string at the top", R"("a")"},
       {"null at the top", "null"},
-      {"two documents", "{}{}"},
       {"text behind the document", "[] x"},
       {"a NUL behind the document", std::string("{}\0", 3)},
       {"a byte order mark", "\xEF\xBB\xBF{}"},
       {"a document that stops short", R"({"a":[1,)"},
       {"a comma too many", "[1,]"},
-      {"a member without a value", R"({"a"})"},
-      {"a key that is no string", "{a:1}"},
       {"a comment", "[1/* one */]"},
       {"NaN", "[NaN]"},
       {"Infinity", "[-Infinity]"},
       {"a leading zero", "[01]"},
-      {"a leading plus", "[+1]"},
-      {"a point without a fraction", "[1.]"},
-      {"a point without a whole part", "[.5]"},
-      {"an exponent without digits", "[1e]"},
-      {"single quotes", "['a']"},
       {"a line feed in a string", "[\"a\nb\"]"},
       {"an unknown escape", R"(["\x41"])"},
       {"a lone high surrogate", R"(["\ud83d"])"},
       {"a lone low surrogate", R"(["\ude00"])"},
       {"a high surrogate before a letter", R"(["\ud83da"])"},
-      {"a high surrogate before another", R"(["\ud83d\ud83d"])"},
-      {"a lone continuation byte", "[\"\x80\"]"},
       {"an overlong slash", "[\"\xC0\xAF\"]"},
       {"a surrogate as bytes", "[\"\xED\xA0\x80\"]"},
-      {"a code point too high", "[\"\xF4\x90\x80\x80\"]"},
       {"a character cut off", "[\"\xE4\xB8\"]"},
       {"bad bytes in a key", "{\"\xFF\":1}"},
-      {"no-break space as a blank", "[\xC2\xA0]"},
   };
   for (const auto& [name, text] : cases) EXPECT_EQ(parseAndWrite(text), "refused") << name;
 }
@@ -98,10 +77,9 @@ TEST(Json, NestingEndsAtItsLimit) {
   };
   EXPECT_EQ(parseAndWrite(arrays(512)), arrays(512));
   EXPECT_EQ(parseAndWrite(objects(512)), objects(512));
-  EXPECT_EQ(parseAndWrite(arrays(513)), "refused");
-  EXPECT_EQ(parseAndWrite(objects(513)), "refused");
-  EXPECT_EQ(parseAndWrite(times(100'000, "[")), "refused");
-  EXPECT_EQ(parseAndWrite(times(100'000, "{\"a\":")), "refused");
+  for (const std::string& deep : {arrays(513), objects(513), times(100'000, "{\"a\":")}) {
+    EXPECT_EQ(parseAndWrite(deep), "refused");
+  }
 }
 
 TEST(Json, AnErrorDoesNotEchoTheInput) {
@@ -110,14 +88,13 @@ TEST(Json, AnErrorDoesNotEchoTheInput) {
 }
 
 TEST(Json, ObjectsWithManyMembersKeepOrderAndTheLastOfEqualKeys) {
-  std::string text = "{";
-  std::string written = "{";
-  for (int i = 0; i < 100; ++i) text += "\"k" + std::to_string(i) + "\":0,";
-  for (int i = 0; i < 100; ++i) text += "\"k" + std::to_string(i) + "\":1" + (i < 99 ? "," : "}");
-  for (int i = 0; i < 100; ++i) {
-    written += "\"k" + std::to_string(i) + "\":1" + (i < 99 ? "," : "}");
-  }
-  EXPECT_EQ(parseAndWrite(text), written);
+  const auto members = [](std::string_view value) {
+    std::string text;
+    for (int i = 100; i > 0; --i) text += "\"k" + std::to_string(i) + std::string(value);
+    return text;
+  };
+  EXPECT_EQ(parseAndWrite("{" + members("\":0,") + members("\":1,") + "\"\":null}"),
+            "{" + members("\":1,") + "\"\":null}");
 }
 
 TEST(Json, NumbersAreReadWhateverTheirSpelling) {
@@ -129,12 +106,9 @@ TEST(Json, NumbersAreReadWhateverTheirSpelling) {
   const NumberCase cases[] = {
       {"5", 5, "5"},
       {"5.0", 5, "5"},
-      {"50e-1", 5, "5"},
       {"0.5e1", 5, "5"},
       {"12e1", 120, "12e1"},
-      {"120", 120, "12e1"},
       {"-120.00", -120, "-12e1"},
-      {"0", 0, "0"},
       {"-0.0", 0, "0"},
       {"0e999999999", 0, "0"},
       {"5.5", std::nullopt, "55e-1"},
