@@ -17,18 +17,18 @@
 namespace quillmere {
 namespace {
 
-/// Calls `visit` with each argument of each tool.
-template <typename Visit>
-void forEachArgument(Visit visit) {
-  const auto visitAll = [&](const Tool& tool, const JsonObject& schema) {
-    for (const auto& [key, value] : *schema.findObject("properties")) {
-      visit(tool, *findProperty(tool, key));
-    }
-  };
+/// Of each argument of the listed tools its name and its longest length, 0 for none.
+std::map<std::string_view, std::size_t> listedArguments() {
+  std::map<std::string_view, std::size_t> lengths;
   for (const JsonValue& entry : visibleTools()) {
-    const JsonObject& tool = *entry.asObject();
-    visitAll(*findTool(*tool.findString("name")), *tool.findObject("inputSchema"));
+    const Tool& tool = *findTool(*entry.asObject()->findString("name"));
+    const JsonObject& schema = *entry.asObject()->findObject("inputSchema");
+    for (const auto& [key, value] : *schema.findObject("properties")) {
+      const Property& argument = *findProperty(tool, key);
+      lengths.emplace(argument.name, argument.maxLength.value_or(0));
+    }
   }
+  return lengths;
 }
 
 TEST(Catalogue, IsListedWordForWord) {
@@ -39,29 +39,13 @@ TEST(Catalogue, GivesEachToolItsCommand) {
   std::string commands;
   for (const Tool& tool : allTools()) {
     EXPECT_EQ(findTool(tool.name), &tool);
-    commands += std::string(tool.name) + ">" + std::string(tool.command) + "\n";
+    commands += std::string(tool.command) + " ";
   }
-  EXPECT_EQ(commands, R"(quillmere.help>
-quillmere.devices.list>listDevices
-quillmere.sessions.list>listSessions
-quillmere.session.start>startSession
-quillmere.screen.observe>observeScreen
-quillmere.input.tap>tap
-quillmere.input.swipe>swipe
-quillmere.input.key>key
-quillmere.input.text>text
-quillmere.ui.get_state>uiGetState
-quillmere.ui.click_element>uiClickElement
-quillmere.ui.focus_element>uiFocusElement
-quillmere.ui.set_text>uiSetText
-quillmere.ui.scroll_element>uiScrollElement
-quillmere.ui.wait_for_stable>uiWaitForStable
-quillmere.wait>wait
-quillmere.apps.list>listApps
-quillmere.app.launch>launchApp
-quillmere.control.stop>stopControl
-quillmere.adb.command>adbCommand
-)");
+  // In the order of the list; help, the first, has none.
+  EXPECT_EQ(commands,
+            " listDevices listSessions startSession observeScreen tap swipe key text uiGetState "
+            "uiClickElement uiFocusElement uiSetText uiScrollElement uiWaitForStable wait listApps "
+            "launchApp stopControl adbCommand ");
   EXPECT_EQ(findTool("quillmere.input"), nullptr);
 }
 
@@ -70,7 +54,8 @@ constexpr std::string_view scroll = "quillmere.ui.scroll_element";
 
 TEST(Normalisation, RewritesKeysAndDirectionsOnly) {
   struct NormalisationCase {
-    std::string_view name, tool, sent, stored;
+    /// Nothing stored stands for what was sent.
+    std::string_view name, tool, sent, stored = {};
   };
   constexpr NormalisationCase cases[] = {
       {"blanks and a hyphen", pressKey, R"({"key":" Page-Down\n"})", R"({"key":"page_down"})"},
@@ -79,22 +64,17 @@ TEST(Normalisation, RewritesKeysAndDirectionsOnly) {
       {"esc", pressKey, R"({"key":"esc"})", R"({"key":"escape"})"},
       {"a Kelvin sign", pressKey, R"({"key":"bac\u212a"})", R"({"key":"back"})"},
       {"no key's name", pressKey, R"({"key":"space-bar"})", R"({"key":"space_bar"})"},
-      {"the empty string", pressKey, R"({"key":""})", R"({"key":""})"},
-      {"a number", pressKey, R"({"key":7})", R"({"key":7})"},
-      {"null", pressKey, R"({"key":null})", R"({"key":null})"},
-      {"no key", pressKey, R"({"text":" A ","direction":"UP"})",
-       R"({"text":" A ","direction":"UP"})"},
+      {"a number", pressKey, R"({"key":7})"},
+      {"what a key's tool does not know", pressKey, R"({"text":" A ","direction":"UP"})"},
       {"a direction", scroll, R"({"direction":" DOWN\t"})", R"({"direction":"down"})"},
-      {"a direction keeps hyphens", scroll, R"({"direction":"Page-Up"})",
-       R"({"direction":"page-up"})"},
-      {"no direction", scroll, R"({"key":"ESC","stateSignature":" S "})",
-       R"({"key":"ESC","stateSignature":" S "})"},
-      {"another tool", "quillmere.input.text", R"({"text":" A ","key":"ESC","direction":"UP"})",
-       R"({"text":" A ","key":"ESC","direction":"UP"})"},
-      {"an unknown tool", "quillmere.INPUT.key", R"({"key":"ESC"})", R"({"key":"ESC"})"},
+      {"hyphens", scroll, R"({"direction":"Page-Up"})", R"({"direction":"page-up"})"},
+      {"no direction", scroll, R"({"key":"ESC","stateSignature":" S "})"},
+      {"another tool", "quillmere.input.text", R"({"text":" A ","key":"ESC","direction":"UP"})"},
+      {"an unknown tool", "quillmere.INPUT.key", R"({"key":"ESC"})"},
   };
   for (const auto& [name, tool, sent, stored] : cases) {
-    EXPECT_EQ(compactJson(normalizeToolArguments(tool, json(sent))), stored) << name;
+    EXPECT_EQ(compactJson(normalizeToolArguments(tool, json(sent))), stored.empty() ? sent : stored)
+        << name;
   }
 }
 
@@ -118,8 +98,6 @@ constexpr std::string_view tap = "quillmere.input.tap";
 constexpr std::string_view swipe = "quillmere.input.swipe";
 constexpr std::string_view enterText = "quillmere.input.text";
 constexpr std::string_view observe = "quillmere.screen.observe";
-constexpr std::string_view click = "quillmere.ui.click_element";
-constexpr std::string_view waitStable = "quillmere.ui.wait_for_stable";
 constexpr std::string_view wait = "quillmere.wait";
 constexpr std::string_view launch = "quillmere.app.launch";
 
@@ -140,12 +118,8 @@ TEST(Validation, ChecksInAFixedOrder) {
        "Unsupported argument for quillmere.input.tap: alpha"},
       {"an unknown argument that is null", tap, R"({"x":1,"y":2,"sessionId":"s","X":null})",
        "Unsupported argument for quillmere.input.tap: X"},
-      {"help takes no taskId", help, R"({"taskId":"t"})",
-       "Unsupported argument for quillmere.help: taskId"},
       {"missing arguments go by the schema's order", tap, R"({"sessionId":5})",
        "quillmere.input.tap requires argument: x"},
-      {"the second missing argument", tap, R"({"x":1})",
-       "quillmere.input.tap requires argument: y"},
       {"null counts as missing", tap, R"({"x":null,"y":2,"sessionId":"s"})",
        "quillmere.input.tap requires argument: x"},
       {"the last of four", swipe, R"({"startX":1,"startY":1,"endX":1,"deviceSerial":"d"})",
@@ -154,10 +128,9 @@ TEST(Validation, ChecksInAFixedOrder) {
       {"the target comes last", tap, R"({"x":1,"y":2})",
        "quillmere.input.tap requires argument: deviceSerial or sessionId"},
       {"a device is a target", tap, R"({"x":1,"y":2,"deviceSerial":"d"})"},
-      {"a target of null is one", observe, R"({"sessionId":null})"},
       {"a device of null is one", observe, R"({"deviceSerial":null})"},
-      {"null passes for an optional argument", observe, R"({"sessionId":"","includeImage":null})"},
-      {"a list needs no target", "quillmere.devices.list", "{}"},
+      {"null passes for an optional argument", observe,
+       R"({"sessionId":null,"includeImage":null})"},
       {"the hidden tool is checked like any", "quillmere.adb.command",
        R"({"deviceSerial":"d","command":"ls"})", "quillmere.adb.command requires argument: reason"},
   };
@@ -173,13 +146,10 @@ TEST(Validation, ChecksEachValueByItsSchema) {
   const std::map<std::string_view, std::string_view> valid = {
       {help, "{}"},
       {tap, R"({"x":1,"y":2,"sessionId":"s"})"},
-      {swipe, R"({"startX":1,"startY":1,"endX":1,"endY":1,"sessionId":"s"})"},
       {pressKey, R"({"key":"back","sessionId":"s"})"},
       {enterText, R"({"text":"t","sessionId":"s"})"},
       {observe, R"({"sessionId":"s"})"},
-      {click, R"({"nodeId":1,"stateSignature":"s","sessionId":"s"})"},
       {scroll, R"({"nodeId":1,"stateSignature":"s","direction":"up","sessionId":"s"})"},
-      {waitStable, R"({"sessionId":"s"})"},
       {wait, "{}"},
       {launch, R"({"deviceSerial":"d","packageName":"p"})"},
   };
@@ -187,10 +157,6 @@ TEST(Validation, ChecksEachValueByItsSchema) {
   constexpr std::string_view below = "is below the minimum.";
   constexpr std::string_view above = "is above the maximum.";
   constexpr std::string_view notInteger = "must be an integer.";
-  constexpr std::string_view notNumber = "must be a number.";
-  constexpr std::string_view notString = "must be a string.";
-  constexpr std::string_view tooShort = "is too short.";
-  constexpr std::string_view tooLong = "is too long.";
   const auto quoted = [](const std::string& text) { return "\"" + text + "\""; };
   struct ValueCase {
     std::string_view tool, key;
@@ -204,47 +170,26 @@ TEST(Validation, ChecksEachValueByItsSchema) {
       {wait, "durationMs", "10001", above},
       {wait, "durationMs", "1.5", notInteger},
       {wait, "durationMs", "2.0", passes},
-      {wait, "durationMs", "5e0", passes},
       {wait, "durationMs", "\"5\"", notInteger},
       {wait, "durationMs", "true", notInteger},
       {wait, "durationMs", "1e400", "must be finite."},
       {wait, "durationMs", "12345678901234567890123", above},
-      {swipe, "durationMs", "79", below},
-      {swipe, "durationMs", "80", passes},
-      {swipe, "durationMs", "1200", passes},
-      {swipe, "durationMs", "1201", above},
-      {click, "nodeId", "0", below},
-      {click, "nodeId", "2000", passes},
-      {click, "nodeId", "2001", above},
-      {waitStable, "timeoutMs", "30001", above},
-      {waitStable, "stableMs", "249", below},
-      {waitStable, "pollIntervalMs", "99", below},
-      {waitStable, "maximumNodes", "2001", above},
       {tap, "x", "-0.5", passes},
-      {tap, "x", "1e300", passes},
       {tap, "x", "-1e400", "must be finite."},
-      {tap, "x", "true", notNumber},
-      {tap, "x", "[1]", notNumber},
+      {tap, "x", "true", "must be a number."},
       {launch, "userId", "-99999999999", passes},
       {observe, "includeImage", "false", passes},
-      {observe, "includeImage", "\"true\"", "must be a boolean."},
       {observe, "includeImage", "1", "must be a boolean."},
-      {observe, "deviceSerial", "{}", notString},
-      {enterText, "text", "5", notString},
-      {enterText, "text", "\"\"", tooShort},
+      {observe, "deviceSerial", "{}", "must be a string."},
+      {enterText, "text", "\"\"", "is too short."},
       {enterText, "text", quoted(times(16'384, "🇨🇳")), passes},
-      {enterText, "text", quoted(times(16'385, "🇨🇳")), tooLong},
+      {enterText, "text", quoted(times(16'385, "🇨🇳")), "is too long."},
       {enterText, "text", quoted(times(16'384, R"(\r\n)")), passes},
-      {click, "stateSignature", "\"\"", tooShort},
-      {click, "stateSignature", quoted(times(128, "e\u0301")), passes},
-      {click, "stateSignature", quoted(times(129, "s")), tooLong},
-      {pressKey, "key", quoted(times(513, "k")), tooLong},
       {pressKey, "key", "\"space_bar\"",
        "must be one of: back, home, recents, enter, tab, delete, forward_delete, escape, dpad_up, "
        "dpad_down, dpad_left, dpad_right, dpad_center, page_up, page_down."},
       {scroll, "direction", "\"dpad_up\"", "must be one of: up, down, left, right."},
       {help, "topic", "\"Ui\"", "must be one of: quickstart, workflow, session, ui, key."},
-      {help, "topic", "\"ui\"", passes},
   };
   for (const auto& [tool, key, value, failure] : cases) {
     JsonObject arguments = json(valid.at(tool));
@@ -260,32 +205,26 @@ TEST(ArgumentGuards, RepeatTheSchemasLongestLengths) {
   const auto failure = [](std::string_view key, std::size_t characters) {
     return failureOf([&] { checkStringLimits({{std::string(key), times(characters, "🇨🇳")}}); });
   };
-  const auto expectLimit = [&](std::string_view key, std::size_t limit) {
-    EXPECT_EQ(failure(key, limit), "") << key;
-    EXPECT_EQ(failure(key, limit + 1), "-32602 " + std::string(key) + " is too long.");
-  };
   std::map<std::string_view, std::size_t> limits = {
       {"adbCommand", 4096}, {"command", 4096}, {"direction", 16}, {"reason", 2048}};
-  forEachArgument([&](const Tool&, const Property& argument) {
-    if (argument.maxLength) limits.emplace(argument.name, *argument.maxLength);
-  });
+  limits.merge(listedArguments());
+  std::erase_if(limits, [](const auto& limit) { return limit.second == 0; });
   EXPECT_EQ(limits.size(), 14);
-  for (const auto& [key, limit] : limits) expectLimit(key, limit);
-
+  for (const auto& [key, limit] : limits) {
+    EXPECT_EQ(failure(key, limit), "") << key;
+    EXPECT_EQ(failure(key, limit + 1), "-32602 " + std::string(key) + " is too long.");
+  }
   EXPECT_EQ(failure("topic", 100'000), "") << "not an argument of the desktop app";
   EXPECT_NO_THROW(checkStringLimits(json(R"({"text":5,"key":null,"taskName":["long"]})")));
 }
 
 TEST(ArgumentGuards, LetEveryArgumentPassButThoseThatStayHere) {
-  std::set<std::string_view> names = {"adbCommand", "command", "reason"};
-  forEachArgument([&](const Tool&, const Property& argument) { names.insert(argument.name); });
-  std::size_t passing = 0;
-  for (const std::string_view name : names) {
-    EXPECT_EQ(isControlField(name), name != "topic" && name != "command") << name;
-    if (isControlField(name)) ++passing;
-  }
-  EXPECT_EQ(passing, 31);
-  for (const std::string_view name : {"id", "", "X", "taskid", "arguments"}) {
+  std::set<std::string_view> passing = {"adbCommand", "reason"};
+  for (const auto& [name, length] : listedArguments()) passing.insert(name);
+  EXPECT_EQ(passing.erase("topic"), 1);
+  EXPECT_EQ(passing.size(), 31);
+  for (const std::string_view name : passing) EXPECT_TRUE(isControlField(name)) << name;
+  for (const std::string_view name : {"topic", "command", "id", "", "X", "taskid", "arguments"}) {
     EXPECT_FALSE(isControlField(name)) << name;
   }
 }
