@@ -24,80 +24,108 @@
 namespace quillmere {
 namespace {
 
-std::string xmlPropertyList(std::string_view content) {
+std::string xml(std::string_view content) {
   return R"(<?xml version="1.0" encoding="UTF-8"?>
 <!DOCTYPE plist PUBLIC "-//Apple//DTD PLIST 1.0//EN" "http://www.apple.com/DTDs/PropertyList-1.0.dtd">
 <plist version="1.0">)" +
          std::string(content) + "</plist>\n";
 }
 
-/// {"CFBundleIdentifier": "com.tallowbrook.wickfern"} in the binary form.
-std::string binaryPropertyList() {
+std::string dictionary(std::string_view content) {
+  return xml("<dict>" + std::string(content) + "</dict>");
+}
+
+/// The binary form: objects that refer to each other by one byte, the first at the top.
+std::string binary(const std::vector<std::string>& objects) {
   std::string list = "bplist00";
-  list += "\xD1\x01\x02";  // a dictionary: key 1, value 2
-  list +=
-      "\x5F\x10\x12"
-      "CFBundleIdentifier";  // a string of 18
-  list +=
-      "\x5F\x10\x18"
-      "com.tallowbrook.wickfern";                // a string of 24
-  list += "\x08\x0B\x20";                        // where the three objects stand
-  list += std::string("\0\0\0\0\0\0\1\1", 8);    // an offset and a reference take a byte each
-  list += std::string("\0\0\0\0\0\0\0\3", 8);    // three objects
-  list += std::string("\0\0\0\0\0\0\0\0", 8);    // the first is the top
-  list += std::string("\0\0\0\0\0\0\0\x3B", 8);  // the table of places
+  std::string places;
+  for (const std::string& object : objects) {
+    places += {static_cast<char>(list.size() >> 8U), static_cast<char>(list.size())};
+    list += object;
+  }
+  const std::size_t table = list.size();
+  list += places + std::string("\0\0\0\0\0\0\2\1", 8);
+  for (const std::size_t number : {objects.size(), std::size_t{0}, table}) {
+    list += std::string(6, '\0');
+    list += {static_cast<char>(number >> 8U), static_cast<char>(number)};
+  }
   return list;
 }
 
+/// A dictionary of one member: the key K and `value`.
+std::string binaryMember(const std::string& value) {
+  return binary({"\xD1\1\2", "\x51K", value});
+}
+
+/// A dictionary whose other member is an array of twice the next array, and so on: 2^60 elements.
+std::string unfoldingList() {
+  std::vector<std::string> objects = {"\xD2\1\3\2\4", "\x51K",
+                                      "\x53"
+                                      "a.b",
+                                      "\x51k"};
+  for (int i = 0; i < 60; ++i) {
+    const char next = static_cast<char>(objects.size() + 1);
+    objects.push_back({'\xA2', next, next});
+  }
+  objects.push_back("\x08");
+  return binary(objects);
+}
+
+/// A string so long that its length needs an object of its own.
+const std::string longText =
+    "\x5F\x10\x12"
+    "CFBundleIdentifier";
+
 TEST(PropertyList, GivesTheStringUnderAKeyOfTheTopDictionary) {
-  const auto dictionary = [](std::string_view content) {
-    return xmlPropertyList("<dict>" + std::string(content) + "</dict>");
-  };
+  using std::string_literals::operator""s;
   struct ListCase {
     std::string_view name;
     std::string data;
-    std::optional<std::string> value;
+    std::optional<std::string> value = std::nullopt;
   };
+  const std::string found = "<key>K</key><string>a.b</string>";
   const ListCase cases[] = {
-      {"XML", dictionary("<key>Other</key><true/><key>K</key><string>a.b</string>"), "a.b"},
+      {"XML", dictionary("<key>Other</key><true/>" + found), "a.b"},
       {"XML with an entity", dictionary("<key>K</key><string>a&amp;b</string>"), "a&b"},
       {"an empty string", dictionary("<key>K</key><string></string>"), ""},
-      {"a number", dictionary("<key>K</key><integer>5</integer>"), std::nullopt},
-      {"a dictionary", dictionary("<key>K</key><dict/>"), std::nullopt},
-      {"no such key", dictionary("<key>k</key><string>a</string>"), std::nullopt},
-      {"the key one level down",
-       dictionary("<key>D</key><dict><key>K</key><string>a</string></dict>"), std::nullopt},
-      {"an array at the top", xmlPropertyList("<array><string>K</string></array>"), std::nullopt},
-      {"a string at the top", xmlPropertyList("<string>K</string>"), std::nullopt},
-      {"nothing at the top", xmlPropertyList(""), std::nullopt},
-      {"no data", "", std::nullopt},
-      {"no property list", "K = a", std::nullopt},
-      {"JSON", R"({"K":"a"})", std::nullopt},
-      {"XML cut off", dictionary("<key>K</key><string>a.b</string>").substr(0, 200), std::nullopt},
-      {"a binary header alone", "bplist00", std::nullopt},
-      {"nested deep, within the limit", xmlPropertyList(times(10'000, "<array>")), std::nullopt},
-      {"more than is read",
-       dictionary("<key>K</key><string>a</string><key>Long</key><string>" +
-                  times(maxPropertyListBytes, "x") + "</string>"),
-       std::nullopt},
+      {"among hundreds of keys", dictionary(times(500, "<key>k</key><true/>") + found), "a.b"},
+      {"binary", binaryMember(longText), "CFBundleIdentifier"},
+      {"binary, of 16-bit characters", binaryMember("\x63\0a\x4E\x3A\0b"s), "a为b"},
+      {"binary, endless when unfolded", unfoldingList(), "a.b"},
+      {"a number", dictionary("<key>K</key><integer>5</integer>")},
+      {"a dictionary", dictionary("<key>K</key><dict/>")},
+      {"no such key", dictionary("<key>k</key><string>a</string>")},
+      {"the key one level down", dictionary("<key>D</key><dict>" + found + "</dict>")},
+      {"an array at the top", xml("<array><string>K</string></array>")},
+      {"nothing at the top", xml("")},
+      {"bytes that are no UTF-8", dictionary("<key>K</key><string>\xFF</string>")},
+      {"binary, a number", binaryMember("\x10\5")},
+      {"binary, half a surrogate pair", binaryMember("\x61\xD8\x01")},
+      {"binary, a header alone", "bplist00"},
+      {"no data", ""},
+      {"JSON", R"({"K":"a"})"},
+      {"XML cut off", dictionary(found).substr(0, 200)},
+      {"nested deep",
+       dictionary("<key>k</key>" + times(10'000, "<array>") + times(10'000, "</array>") + found)},
+      {"nested deep, within the limit", xml(times(4'000, "<array>"))},
+      {"more than is read", dictionary(found + "<!--" + times(maxPropertyListBytes, "x") + "-->")},
   };
   for (const auto& [name, data, value] : cases) {
     EXPECT_EQ(propertyListString(data, "K"), value) << name;
   }
 }
 
-TEST(PropertyList, BinaryFormIsReadAndNeverTrusted) {
-  const std::string list = binaryPropertyList();
-  EXPECT_EQ(propertyListString(list, "CFBundleIdentifier"), "com.tallowbrook.wickfern");
+TEST(PropertyList, BinaryFormIsNeverTrusted) {
+  const std::string list = binaryMember(longText);
   for (std::size_t length = 0; length < list.size(); ++length) {
-    EXPECT_EQ(propertyListString(list.substr(0, length), "CFBundleIdentifier"), std::nullopt)
+    EXPECT_EQ(propertyListString(list.substr(0, length), "K"), std::nullopt)
         << "cut off at byte " << length;
   }
   for (std::size_t at = 0; at < list.size(); ++at) {
     std::string broken = list;
     broken[at] = static_cast<char>(~broken[at]);
     // Any answer will do; the sanitizers watch what is read on the way.
-    static_cast<void>(propertyListString(broken, "CFBundleIdentifier"));
+    static_cast<void>(propertyListString(broken, "K"));
   }
 }
 
@@ -124,19 +152,18 @@ TEST(FileSystem, TellsWhatIsAtAPath) {
 
   struct PathCase {
     std::string_view path;
-    bool exists;
-    bool isSocket;
-    std::optional<std::string> content;
+    bool exists, isSocket;
+    std::optional<std::string> content = std::nullopt;
   };
   const PathCase cases[] = {
-      {"", true, false, std::nullopt},
+      {"", true, false},
       {"file", true, false, "content"},
-      {"socket", true, true, std::nullopt},
-      {"link to socket", true, false, std::nullopt},
-      {"dangling link", false, false, std::nullopt},
-      {"fifo", true, false, std::nullopt},
-      {"nothing", false, false, std::nullopt},
-      {"file/below", false, false, std::nullopt},
+      {"socket", true, true},
+      {"link to socket", true, false},
+      {"dangling link", false, false},
+      {"fifo", true, false},
+      {"nothing", false, false},
+      {"file/below", false, false},
   };
   for (const auto& [path, exists, socket, content] : cases) {
     EXPECT_EQ(pathExists(folder / path), exists) << path;
@@ -182,7 +209,7 @@ TEST(WorkerPool, NoTaskWaitsForAnother) {
   ended->wait();
 }
 
-TEST(WorkerPool, UsesItsThreadsAgain) {
+TEST(WorkerPool, UsesItsThreadsAgainAndLetsGoOfATask) {
   WorkerPool& pool = newPool();
   constexpr std::size_t tasks = 200;
   std::set<pid_t> threads;
@@ -192,10 +219,7 @@ TEST(WorkerPool, UsesItsThreadsAgain) {
     threads.insert(thread->get_future().get());
   }
   EXPECT_LT(threads.size(), tasks / 2);
-}
 
-TEST(WorkerPool, LetsGoOfATaskWhenItHasRun) {
-  WorkerPool& pool = newPool();
   const auto released = std::make_shared<std::promise<void>>();
   std::shared_ptr<void> held(nullptr, [released](void*) { released->set_value(); });
   ASSERT_TRUE(pool.submit([held = std::move(held)] {}));
