@@ -1,8 +1,6 @@
 // From the search for the desktop app's socket to the end of one call.
-#include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 
 #include <array>
@@ -45,38 +43,11 @@ using Discovery = ControlTest;
 using Connecting = ControlTest;
 using ControlCall = ControlTest;
 
-std::string infoPlist(std::string_view identifier) {
-  return R"(<plist version="1.0"><dict><key>CFBundleIdentifier</key><string>)" +
-         std::string(identifier) + "</string></dict></plist>";
-}
-
-/// Makes this process believe that it was started under another name.
-class StartedAs {
- public:
-  explicit StartedAs(std::string path) : name(std::move(path)), before(program_invocation_name) {
-    program_invocation_name = name.data();
-  }
-  StartedAs(const StartedAs&) = delete;
-  StartedAs& operator=(const StartedAs&) = delete;
-  ~StartedAs() { program_invocation_name = before; }
-
- private:
-  std::string name;
-  char* const before;
-};
-
 TEST_F(Discovery, TheInnermostBundleNamesItself) {
   home.write("Outer.app/Contents/Info.plist", infoPlist("outer"));
   home.write("Outer.app/Contents/Helper.app/Contents/Info.plist", infoPlist("inner"));
   home.write("Outer.app/Contents/Bare.app/Contents/PkgInfo", "no property list here");
-  home.write("Array.app/Contents/Info.plist",
-             R"(<plist version="1.0"><array><string>CFBundleIdentifier</string></array></plist>)");
-  home.write(
-      "Number.app/Contents/Info.plist",
-      R"(<plist version="1.0"><dict><key>CFBundleIdentifier</key><integer>5</integer></dict></plist>)");
   home.write("Small.app/contents/Info.plist", infoPlist("small"));
-  fs::create_directories(home.path() + "/Folder.app/Contents/Info.plist");
-
   constexpr std::pair<std::string_view, std::optional<std::string_view>> cases[] = {
       {"Outer.app/Contents/MacOS/server", "outer"},
       {"Outer.app/Contents/server", "outer"},
@@ -85,105 +56,53 @@ TEST_F(Discovery, TheInnermostBundleNamesItself) {
       {"Outer.app/Contents/Helper.app/server", "outer"},
       {"Outer.app/Contents/Bare.app/Contents/MacOS/server", std::nullopt},
       {"Outer.app/Contents", std::nullopt},
-      {"Array.app/Contents/server", std::nullopt},
-      {"Number.app/Contents/server", std::nullopt},
       {"Small.app/contents/server", std::nullopt},
-      {"Folder.app/Contents/server", std::nullopt},
   };
   for (const auto& [executable, identifier] : cases) {
     EXPECT_EQ(bundledAppIdentifier(home.path() + "/" + std::string(executable)), identifier)
         << executable;
   }
-  EXPECT_EQ(bundledAppIdentifier("/server"), std::nullopt);
-}
-
-TEST_F(Discovery, CandidatesStartWithTheGroupOfTheAppAround) {
-  using Paths = std::vector<std::string>;
-  const Paths debugFirst = {home.debugSocket(), home.releaseSocket(), home.ungroupedSocket()};
-  const Paths releaseFirst = {home.releaseSocket(), home.debugSocket(), home.ungroupedSocket()};
-  home.write("Release.app/Contents/Info.plist", infoPlist("com.tallowbrook.wickfern"));
-  home.write("Debug.app/Contents/Info.plist", infoPlist("com.tallowbrook.wickfern.debug"));
-  home.write("Other.app/Contents/Info.plist", infoPlist("com.example.other"));
-  const std::string server = home.write("Release.app/Contents/MacOS/server", "");
-  fs::create_symlink(server, home.path() + "/link");
-
-  const fs::path startFolder = fs::current_path();
-  const std::pair<std::string, Paths> cases[] = {
-      {"/server", debugFirst},
-      {home.path() + "/Release.app/Contents/MacOS/server", releaseFirst},
-      {home.path() + "/Debug.app/Contents/MacOS/server", debugFirst},
-      {home.path() + "/Other.app/Contents/MacOS/server", debugFirst},
-      {home.path() + "/link", releaseFirst},
-      {"link", releaseFirst},
-      {"Release.app/../Release.app/Contents/MacOS/server", releaseFirst},
-      {"server", debugFirst},
-      {"", debugFirst},
-  };
-  fs::current_path(home.path());
-  for (const auto& [name, candidates] : cases) {
-    const StartedAs startedAs(name);
-    EXPECT_EQ(socketCandidates(), candidates) << name;
-  }
-  fs::current_path(startFolder);
 }
 
 std::string connectFailure() {
   return failureOf([] { static_cast<void>(connectAppControlSocket()); });
 }
 
-/// Leaves a socket at `path` that nobody listens on any more.
-void leaveStaleSocket(const std::string& path) {
-  const UnixListener listener(path + "~");
-  fs::rename(path + "~", path);
-}
-
 constexpr std::string_view notFound =
     "-32000 Quillmere MCP control socket was not found. Start Quillmere first.";
-constexpr std::string_view notReached = "-32000 Could not reach Quillmere MCP control socket: ";
-
-TEST_F(Connecting, NothingThereIsNotFound) {
-  EXPECT_EQ(connectFailure(), notFound);
-  fs::create_directories(fs::path(home.releaseSocket()).parent_path());
-  fs::create_symlink(home.path() + "/gone", home.releaseSocket());
-  EXPECT_EQ(connectFailure(), notFound) << "a dangling link";
-}
+const std::string notReached = "-32000 Could not reach Quillmere MCP control socket: ";
 
 TEST_F(Connecting, EachCandidateThatFailsIsNamedInOrder) {
-  home.write(home.ungroupedSocket(), "a file");
-  EXPECT_EQ(connectFailure(), std::string(notReached) + home.ungroupedSocket() + ": not a socket");
-  leaveStaleSocket(home.debugSocket());
-  EXPECT_EQ(connectFailure(), std::string(notReached) + home.debugSocket() +
-                                  ": Connection refused; " + home.ungroupedSocket() +
-                                  ": not a socket");
-  const DesktopApp elsewhere(home.path() + "/live");
   fs::create_directories(fs::path(home.releaseSocket()).parent_path());
   fs::create_symlink(home.path() + "/live", home.releaseSocket());
-  EXPECT_EQ(connectFailure(), std::string(notReached) + home.debugSocket() +
-                                  ": Connection refused; " + home.releaseSocket() +
-                                  ": not a socket; " + home.ungroupedSocket() + ": not a socket")
-      << "a link to a live socket is none";
-}
+  EXPECT_EQ(connectFailure(), notFound) << "a dangling link is nothing";
 
-TEST_F(Connecting, ALiveSocketIsFoundBehindAStaleOne) {
+  const DesktopApp elsewhere(home.path() + "/live");
+  std::string failures = home.releaseSocket() + ": not a socket";
+  EXPECT_EQ(connectFailure(), notReached + failures) << "a link to a live socket is none";
+  home.write(home.ungroupedSocket(), "a file");
+  failures += "; " + home.ungroupedSocket() + ": not a socket";
   leaveStaleSocket(home.debugSocket());
+  failures = home.debugSocket() + ": Connection refused; " + failures;
+  EXPECT_EQ(connectFailure(), notReached + failures);
+
+  fs::remove(home.releaseSocket());
   const DesktopApp app(home.releaseSocket());
-  EXPECT_EQ(connectFailure(), "");
+  EXPECT_EQ(connectFailure(), "") << "a live socket behind a stale one";
   EXPECT_EQ(connectAppControlSocket().statusFlags().value_or(-1) & O_NONBLOCK, 0);
 }
 
 TEST_F(Connecting, APathMayHave103Bytes) {
-  const auto failure = [&](std::size_t length) {
-    std::string path = home.path() + "/";
-    path.resize(length, 's');
-    return connectUnixSocket(*UnixSocket::create(), path);
+  const auto path = [&](std::size_t length) {
+    return home.path() + "/" + std::string(length - home.path().size() - 1, 's');
   };
-  std::string longest = home.path() + "/";
-  longest.resize(103, 's');
-  const DesktopApp app(longest);
+  const auto failure = [&](std::size_t length) {
+    return connectUnixSocket(*UnixSocket::create(), path(length));
+  };
+  const DesktopApp app(path(103));
   EXPECT_EQ(failure(103), "");
   EXPECT_EQ(failure(102), "No such file or directory");
   EXPECT_EQ(failure(104), "The MCP control socket path is too long.");
-  EXPECT_EQ(failure(5000), "The MCP control socket path is too long.");
 }
 
 TEST_F(Connecting, AFullBacklogIsAFailureLikeAnyOther) {
@@ -197,18 +116,7 @@ TEST_F(Connecting, AFullBacklogIsAFailureLikeAnyOther) {
     EXPECT_EQ(waiting.back().statusFlags(), flags) << "failed or not, the flags are as before";
   }
   EXPECT_EQ(failure, "Resource temporarily unavailable");
-  EXPECT_EQ(connectFailure(), std::string(notReached) + home.releaseSocket() + ": " + failure);
-}
-
-TEST_F(Connecting, WithoutADescriptorNoCandidateIsTried) {
-  leaveStaleSocket(home.debugSocket());
-  rlimit limit{};
-  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
-  const rlimit none{.rlim_cur = 0, .rlim_max = limit.rlim_max};
-  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
-  const std::string failure = connectFailure();
-  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
-  EXPECT_EQ(failure, "-32000 Could not create Quillmere MCP control socket.");
+  EXPECT_EQ(connectFailure(), notReached + home.releaseSocket() + ": " + failure);
 }
 
 TEST(ControlRequest, HoldsControlFieldsBesideItsOwnKeys) {
@@ -250,6 +158,9 @@ TEST(ControlFrame, HasABigEndianLength) {
   EXPECT_EQ(controlBodyLength({'\xFF', '\xFE', '\x80', '\0'}), 0xFFFE8000U);
 }
 
+constexpr std::string_view closed = "-32000 Quillmere closed the MCP control connection.";
+constexpr std::string_view writeFailed = "-32000 Could not write to Quillmere MCP control socket.";
+
 /// What becomes of a call: the answer as JSON text, or the failure.
 std::string outcomeOf(const JsonObject& arguments, InFlightRequest* inFlight = nullptr) {
   std::string answer;
@@ -271,6 +182,9 @@ TEST_F(ControlCall, ArgumentsAreJudgedBeforeTheSocket) {
   };
   EXPECT_EQ(outcomeOf(ofBytes(1'048'577)), "-32602 Quillmere MCP tool request is too large.");
   EXPECT_EQ(outcomeOf(ofBytes(1'048'576)), notFound);
+  InFlightRequest cancelled(1);
+  cancelled.cancel("reason");
+  EXPECT_EQ(outcomeOf({}, &cancelled), "-32800 MCP request was cancelled.");
 
   std::size_t received = 0;
   {
@@ -287,7 +201,6 @@ TEST_F(ControlCall, EndsAsTheAnswerTells) {
   using std::string_literals::operator""s;
   constexpr std::string_view badFrame =
       "-32000 Quillmere returned an invalid MCP control response frame.";
-  constexpr std::string_view closed = "-32000 Quillmere closed the MCP control connection.";
   constexpr std::string_view badPayload =
       "-32000 Quillmere returned an invalid MCP control payload.";
   constexpr std::string_view noJson = "-32603 Internal error: The text is not valid JSON: ";
@@ -305,7 +218,6 @@ TEST_F(ControlCall, EndsAsTheAnswerTells) {
   for (const char byte : frame) bytes.emplace_back(1, byte);
   std::vector<AnswerCase> cases = {
       {"an answer", {frame}, answer},
-      {"an empty answer", {controlFrame("{}")}, "{}"},
       {"byte by byte", bytes, answer},
       {"no length", {"\0\0\0\0"s}, badFrame},
       {"a length past the limit", {"\x02\0\0\1"s}, badFrame},
@@ -313,10 +225,7 @@ TEST_F(ControlCall, EndsAsTheAnswerTells) {
       {"the greatest length, and no body", {"\x02\0\0\0"s}, closed, Then::close},
       {"an array", {controlFrame("[{}]")}, badPayload},
       {"a number", {controlFrame("5")}, noJson},
-      {"text", {controlFrame("ok")}, noJson},
-      {"blanks", {controlFrame("  ")}, noJson},
       {"an object cut off", {controlFrame(R"({"ok":true)")}, noJson},
-      {"two objects", {controlFrame("{}{}")}, noJson},
       {"bad bytes", {controlFrame("{\"a\":\"\xFF\"}")}, noJson},
       {"deep nesting", {controlFrame(R"({"a":)" + times(100'000, "["))}, noJson},
   };
@@ -338,30 +247,13 @@ TEST_F(ControlCall, EndsAsTheAnswerTells) {
   }
 }
 
-TEST_F(ControlCall, AnAnswerMayHave32Mebibytes) {
-  const std::string longest(33'554'432 - 8, 'x');
-  const DesktopApp app(home.releaseSocket(), [&](const AppConnection& connection) {
-    static_cast<void>(connection.receive());
-    connection.send(controlFrame(R"({"a":")" + longest + R"("})"));
-  });
-  EXPECT_TRUE(*callAppControl("listApps", {}, nullptr).findString("a") == longest);
-}
-
 TEST_F(ControlCall, AnAppThatDoesNotReadGivesAFailedWrite) {
   const DesktopApp app(home.releaseSocket(), [](const AppConnection&) {});
   // More than any socket buffer takes.
-  EXPECT_EQ(outcomeOf({{"x", times(1'000'000, "x")}}),
-            "-32000 Could not write to Quillmere MCP control socket.");
-}
-
-TEST_F(ControlCall, CancelledBeforeItStartsItMakesNoConnection) {
-  InFlightRequest inFlight(1);
-  inFlight.cancel("reason");
-  EXPECT_EQ(outcomeOf({}, &inFlight), "-32800 MCP request was cancelled.");
+  EXPECT_EQ(outcomeOf({{"x", times(1'000'000, "x")}}), writeFailed);
 }
 
 TEST_F(ControlCall, CancellingBreaksACallWhereverItBlocks) {
-  constexpr std::string_view closed = "-32000 Quillmere closed the MCP control connection.";
   struct CancelCase {
     std::string_view name, answered, failure;
     std::size_t argumentBytes;
@@ -370,7 +262,7 @@ TEST_F(ControlCall, CancellingBreaksACallWhereverItBlocks) {
       {"waiting for an answer", "", closed, 1},
       {"inside the prefix", std::string_view("\0\0", 2), closed, 1},
       {"inside the body", std::string_view("\0\0\0\x0B{\"ok", 8), closed, 1},
-      {"sending", "", "-32000 Could not write to Quillmere MCP control socket.", 1'000'000},
+      {"sending", "", writeFailed, 1'000'000},
   };
   const DesktopApp app(home.releaseSocket());
   for (const auto& [name, answered, failure, argumentBytes] : cases) {

@@ -7,6 +7,8 @@
 #include <fstream>
 #include <system_error>
 
+#include "simulator/unix_listener.hpp"
+
 namespace quillmere {
 
 TemporaryHome::TemporaryHome() : folder("/tmp/qm-XXXXXX") {
@@ -45,6 +47,17 @@ std::string TemporaryHome::write(std::string_view path, std::string_view content
   std::filesystem::create_directories(file.parent_path());
   std::ofstream(file, std::ios::binary) << content;
   return file.string();
+}
+
+std::string infoPlist(std::string_view identifier, std::string_view more) {
+  return R"(<plist version="1.0"><dict>)" + std::string(more) +
+         "<key>CFBundleIdentifier</key><string>" + std::string(identifier) +
+         "</string></dict></plist>";
+}
+
+void leaveStaleSocket(const std::string& path) {
+  const UnixListener listener(path + "~");
+  std::filesystem::rename(path + "~", path);
 }
 
 }  // namespace quillmere

@@ -33,4 +33,10 @@ class TemporaryHome {
   std::optional<std::string> oldHome;
 };
 
+/// The Info.plist of an app called `identifier`, with `more` members before its name.
+[[nodiscard]] std::string infoPlist(std::string_view identifier, std::string_view more = "");
+
+/// Leaves a socket at `path` that nobody listens on any more, creating missing folders.
+void leaveStaleSocket(const std::string& path);
+
 }  // namespace quillmere
