@@ -6,10 +6,8 @@
 #include <vector>
 
 #include "control/control_frame.hpp"
-#include "simulator/server_process.hpp"
 #include "support/desktop_app.hpp"
-#include "support/json.hpp"
-#include "support/temporary_home.hpp"
+#include "support/running_server.hpp"
 
 namespace quillmere {
 namespace {
@@ -20,47 +18,7 @@ void answer(const AppConnection& connection, std::string_view bytes = {}) {
   connection.send(bytes.data() != nullptr ? bytes : controlFrame(R"({"ok":true})"));
 }
 
-/// A running server that has been shaken hands with, in a home of its own.
-struct Program : testing::Test {
-  TemporaryHome home;
-  ServerProcess server{{.program = QUILLMERE_SERVER, .home = home.path()}};
-
-  Program() {
-    server.send("{\"jsonrpc\":\"2.0\",\"id\":\"hello\",\"method\":\"initialize\"}\n");
-    EXPECT_TRUE(server.receive());
-  }
-
-  void request(const JsonValue& id, std::string_view method, JsonObject params = {}) {
-    JsonObject message{{"jsonrpc", "2.0"}, {"id", id}, {"method", method}};
-    message.set("params", std::move(params));
-    server.send(message);
-  }
-  /// A call of a tool that needs no arguments.
-  void call(const JsonValue& id) {
-    request(id, "tools/call", {{"name", "quillmere.devices.list"}});
-  }
-  void cancel(const JsonValue& id) {
-    server.send(JsonObject{{"jsonrpc", "2.0"},
-                           {"method", "notifications/cancelled"},
-                           {"params", JsonObject{{"requestId", id}, {"reason", "enough"}}}});
-  }
-
-  /// The next message, as text.
-  std::string next() {
-    const auto message = server.receive();
-    return message ? compactJson(*message) : "(nothing)";
-  }
-  /// The next message's id, and its result's text or its error's code and text.
-  std::string nextShort() {
-    const auto message = server.receive();
-    if (!message) return "(nothing)";
-    const std::string id = compactJson(*message->find("id")) + ": ";
-    if (const JsonObject* error = message->findObject("error")) {
-      return id + error->findNumber("code")->text() + " " + *error->findString("message");
-    }
-    const JsonArray* content = message->findObject("result")->findArray("content");
-    return id + (content ? *content->front().asObject()->findString("text") : "done");
-  }
+struct Program : RunningServer {
   /// Whatever comes until the server, shut down, has ended.
   std::vector<std::string> rest() {
     request("bye", "shutdown");
@@ -73,8 +31,7 @@ struct Program : testing::Test {
 
 const std::string bye = R"({"jsonrpc":"2.0","id":"bye","result":{}})";
 const std::string pong = R"({"jsonrpc":"2.0","id":"ping","result":{}})";
-const std::string succeeded =
-    "Quillmere tool call succeeded.\nFull result is available in structuredContent.";
+const std::string succeeded = "Quillmere tool call succeeded.";
 
 TEST_F(Program, CarriesACallToTheAppAndItsAnswerBack) {
   const DesktopApp app(home.releaseSocket());
