@@ -1,6 +1,6 @@
 // Desktop apps for the server to talk to, each in a home of its own that ends with the test.
 import { spawn } from 'node:child_process';
-import { once } from 'node:events';
+import { on, once } from 'node:events';
 import { mkdirSync, mkdtempSync, rmSync } from 'node:fs';
 import net from 'node:net';
 import path from 'node:path';
@@ -32,21 +32,14 @@ export async function startScriptedApp(t) {
   const socket = `${home}/Library/Group Containers/group.com.tallowbrook.wickfern.shared/qm-mcp.sock`;
   mkdirSync(path.dirname(socket), { recursive: true });
   const app = net.createServer();
-  const waiting = [];
-  const arrived = [];
-  app.on('connection', async (connection) => {
-    const call = await receiveCall(connection);
-    if (waiting.length > 0) waiting.shift()(call);
-    else arrived.push(call);
-  });
+  const connections = on(app, 'connection');
   app.listen(socket);
   t.after(() => app.close());
   await once(app, 'listening');
   return {
     home,
     /** The next call, whenever it comes. */
-    nextCall: () =>
-      arrived.length > 0 ? arrived.shift() : new Promise((resolve) => waiting.push(resolve)),
+    nextCall: async () => receiveCall(...(await connections.next()).value),
   };
 }
 
