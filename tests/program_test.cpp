@@ -1,5 +1,6 @@
 // The real program between a scripted client and a scripted desktop app.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <set>
 #include <string>
@@ -189,6 +190,20 @@ TEST_F(Program, CarriesTheLargestAndTheDeepestAnswer) {
     while (!line.ends_with('\n')) ASSERT_TRUE(output.readThrough('\n', body.size(), line));
     EXPECT_NE(std::string::npos, line.find(part)) << line.substr(0, 1000);
   }
+  call(2);
+  answer(app.accept());
+  EXPECT_EQ("2: " + succeeded, nextShort());
+}
+
+TEST_F(Program, RunsOutOfDescriptorsForOneCallOnly) {
+  const DesktopApp app(home.releaseSocket());
+  rlimit before{};
+  ASSERT_EQ(0, ::prlimit(server.processID(), RLIMIT_NOFILE, nullptr, &before));
+  const rlimit none{.rlim_cur = 3, .rlim_max = before.rlim_max};
+  ASSERT_EQ(0, ::prlimit(server.processID(), RLIMIT_NOFILE, &none, nullptr));
+  call(1);
+  EXPECT_EQ("1: -32000 Could not create Quillmere MCP control socket.", nextShort());
+  ASSERT_EQ(0, ::prlimit(server.processID(), RLIMIT_NOFILE, &before, nullptr));
   call(2);
   answer(app.accept());
   EXPECT_EQ("2: " + succeeded, nextShort());
