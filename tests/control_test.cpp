@@ -1,6 +1,7 @@
 // From the search for the desktop app's socket to the end of one call.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 
 #include <array>
@@ -119,21 +120,28 @@ TEST_F(Connecting, AFullBacklogIsAFailureLikeAnyOther) {
   EXPECT_EQ(connectFailure(), notReached + home.releaseSocket() + ": " + failure);
 }
 
+TEST_F(Connecting, WithoutADescriptorNoCandidateIsTried) {
+  leaveStaleSocket(home.debugSocket());
+  rlimit limit{};
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
+  const rlimit none{.rlim_cur = 0, .rlim_max = limit.rlim_max};
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+  const std::string failure = connectFailure();
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
+  EXPECT_EQ(failure, "-32000 Could not create Quillmere MCP control socket.");
+}
+
 TEST(ControlRequest, HoldsControlFieldsBesideItsOwnKeys) {
   struct RequestCase {
     std::string_view name, command, arguments, request;
   };
   constexpr RequestCase cases[] = {
-      {"no arguments", "listSessions", "{}", R"({"id":0,"command":"listSessions"})"},
       {"arguments stand flat and unchanged", "tap",
-       R"({"x":1.0,"taskName":" a/b ","sessionId":"s","includeImage":false})",
-       R"({"id":0,"command":"tap","x":1.0,"taskName":" a/b ","sessionId":"s","includeImage":false})"},
-      {"null is left out", "observeScreen", R"({"sessionId":null,"deviceSerial":"d"})",
-       R"({"id":0,"command":"observeScreen","deviceSerial":"d"})"},
-      {"what is no control field is left out", "wait", R"({"topic":"ui","X":1,"durationMs":5})",
+       R"({"x":1.0,"taskName":" a/b ","includeImage":false})",
+       R"({"id":0,"command":"tap","x":1.0,"taskName":" a/b ","includeImage":false})"},
+      {"null and what is no control field are left out", "wait",
+       R"({"id":"mine","command":"tap","topic":"ui","X":1,"sessionId":null,"durationMs":5})",
        R"({"id":0,"command":"wait","durationMs":5})"},
-      {"no argument replaces a key of the request", "wait", R"({"id":"mine","command":"tap"})",
-       R"({"id":0,"command":"wait"})"},
       {"adbCommand takes its place from command", "adbCommand",
        R"({"command":"ls","adbCommand":"rm","reason":"r"})",
        R"({"id":0,"command":"adbCommand","adbCommand":"ls","reason":"r"})"},

@@ -118,6 +118,8 @@ TEST(Validation, ChecksInAFixedOrder) {
        "Unsupported argument for quillmere.input.tap: alpha"},
       {"an unknown argument that is null", tap, R"({"x":1,"y":2,"sessionId":"s","X":null})",
        "Unsupported argument for quillmere.input.tap: X"},
+      {"help takes no taskId", help, R"({"taskId":"t"})",
+       "Unsupported argument for quillmere.help: taskId"},
       {"missing arguments go by the schema's order", tap, R"({"sessionId":5})",
        "quillmere.input.tap requires argument: x"},
       {"null counts as missing", tap, R"({"x":null,"y":2,"sessionId":"s"})",
