@@ -194,15 +194,11 @@ TEST_F(ControlCall, ArgumentsAreJudgedBeforeTheSocket) {
   cancelled.cancel("reason");
   EXPECT_EQ(outcomeOf({}, &cancelled), "-32800 MCP request was cancelled.");
 
-  std::size_t received = 0;
-  {
-    const DesktopApp app(home.releaseSocket(), [&](const AppConnection& connection) {
-      received = compactJson(connection.receive().value_or(JsonObject())).size();
-      connection.answer({});
-    });
-    EXPECT_EQ(outcomeOf(ofBytes(1'048'576)), "{}");
-  }
-  EXPECT_EQ(received, 1'048'576);
+  const DesktopApp app(home.releaseSocket(), [&](const AppConnection& connection) {
+    EXPECT_EQ(compactJson(connection.receive().value_or(JsonObject())).size(), 1'048'576);
+    connection.answer({});
+  });
+  EXPECT_EQ(outcomeOf(ofBytes(1'048'576)), "{}");
 }
 
 TEST_F(ControlCall, EndsAsTheAnswerTells) {
@@ -212,13 +208,10 @@ TEST_F(ControlCall, EndsAsTheAnswerTells) {
   constexpr std::string_view badPayload =
       "-32000 Quillmere returned an invalid MCP control payload.";
   constexpr std::string_view noJson = "-32603 Internal error: The text is not valid JSON: ";
-  enum class Then { wait, close };
   struct AnswerCase {
     std::string name;
     std::vector<std::string> pieces;
     std::string_view outcome;
-    /// Where the app does not close, the server must: it waits for no byte more.
-    Then then = Then::wait;
   };
   constexpr std::string_view answer = R"({"id":"of another call","n":[1.0,1e400]})";
   const std::string frame = controlFrame(answer);
@@ -230,22 +223,20 @@ TEST_F(ControlCall, EndsAsTheAnswerTells) {
       {"no length", {"\0\0\0\0"s}, badFrame},
       {"a length past the limit", {"\x02\0\0\1"s}, badFrame},
       {"the largest number", {"\xFF\xFF\xFF\xFF"}, badFrame},
-      {"the greatest length, and no body", {"\x02\0\0\0"s}, closed, Then::close},
+      {"the greatest length, and no body", {"\x02\0\0\0"s}, closed},
       {"an array", {controlFrame("[{}]")}, badPayload},
       {"a number", {controlFrame("5")}, noJson},
-      {"an object cut off", {controlFrame(R"({"ok":true)")}, noJson},
-      {"bad bytes", {controlFrame("{\"a\":\"\xFF\"}")}, noJson},
-      {"deep nesting", {controlFrame(R"({"a":)" + times(100'000, "["))}, noJson},
+      {"two objects", {controlFrame("{}{}")}, noJson},
   };
   for (std::size_t i = 0; i < frame.size(); ++i) {
-    cases.push_back(
-        {"cut at byte " + std::to_string(i), {frame.substr(0, i)}, closed, Then::close});
+    cases.push_back({"cut at byte " + std::to_string(i), {frame.substr(0, i)}, closed});
   }
   for (const AnswerCase& each : cases) {
     const DesktopApp app(home.releaseSocket(), [&](const AppConnection& connection) {
       EXPECT_EQ(*connection.receive()->findString("command"), "tap");
       for (const std::string& piece : each.pieces) connection.send(piece);
-      if (each.then == Then::wait) {
+      // Where the app does not close, the server must: it waits for no byte more.
+      if (each.outcome != closed) {
         EXPECT_EQ(connection.waitUntilClosed(), 0) << "nothing follows the request";
       }
     });

@@ -192,7 +192,6 @@ TEST_F(Bundle, OfEachKindIsRecognisedOrIgnored) {
   };
   const PlaceCase cases[] = {
       {"a link to a list", [&] { linkTo(list, infoPath); }, release},
-      {"an array", [&] { home.write(infoPath, R"(<plist version="1.0"><array/></plist>)"); }},
       {"missing", [] {}},
       {"a directory", [&] { fs::create_directory(infoPath); }},
       {"a pipe", [&] { ::mkfifo(infoPath.c_str(), 0600); }},
