@@ -44,6 +44,8 @@ struct Source {
       }
     });
   }
+  Source(const Source&) = delete;
+  Source& operator=(const Source&) = delete;
   ~Source() {
     input = Descriptor();
     if (writer.joinable()) writer.join();
