@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <chrono>
 #include <utility>
 
 #include "platform/json_writer.hpp"
@@ -10,6 +11,9 @@
 namespace quillmere {
 
 namespace {
+
+/// The demo ends by itself, also when a program in it hangs.
+constexpr std::chrono::seconds patience{20};
 
 constexpr std::string_view bold = "\033[1m";
 constexpr std::string_view blue = "\033[34m";
@@ -101,7 +105,7 @@ std::int64_t DemoClient::beginCall(std::string_view tool, JsonObject arguments) 
 
 bool DemoClient::finish() {
   server.closeInput();
-  return !server.receive() && server.waitForExit() == 0;
+  return !server.receive(patience) && server.waitForExit(patience) == 0;
 }
 
 std::int64_t DemoClient::send(std::string_view method, JsonObject params) {
@@ -112,7 +116,7 @@ std::int64_t DemoClient::send(std::string_view method, JsonObject params) {
 }
 
 JsonObject DemoClient::receiveResponse(std::int64_t id) {
-  auto response = server.receive();
+  auto response = server.receive(patience);
   expect(response.has_value(), "the server gave no answer");
   const JsonNumber* answeredID = response->findNumber("id");
   expect(answeredID != nullptr && answeredID->integer() == id, "the answer is to another request");

@@ -26,7 +26,7 @@ const std::string_view simulatorHelp =
     "  --drop-after BYTES    Close each connection after BYTES bytes of the answer frame.\n"
     "  --fail COMMAND        Answer COMMAND with a failure; may be given more than once.\n"
     "  --truncate            End each answer frame in the middle of its body.\n"
-    "  --silence             Take requests and never answer.\n"
+    "  --silence             Take requests and never answer; logs a call and its end.\n"
     "\n"
     "Examples:\n"
     "  quillmere-desktop-simulator\n"

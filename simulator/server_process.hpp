@@ -18,6 +18,9 @@ namespace quillmere {
 /// How the child's standard input and output are made: as shells do, or as Node-based clients do.
 enum class ChildStreams { pipes, socketPairs };
 
+/// For waits that end with what is waited for, and with nothing else.
+inline constexpr std::chrono::milliseconds forever{-1};
+
 /// One running server. Killed, if it still runs, when it goes out of scope. One thread at a time.
 class ServerProcess {
  public:
@@ -44,8 +47,7 @@ class ServerProcess {
 
   /// The next message, in either framing; nothing when the server has closed its output or says
   /// nothing for `patience`.
-  [[nodiscard]] std::optional<JsonObject> receive(
-      std::chrono::milliseconds patience = std::chrono::seconds(20));
+  [[nodiscard]] std::optional<JsonObject> receive(std::chrono::milliseconds patience = forever);
 
   /// Ends the server's standard input, or its standard output.
   void closeInput() { input = Descriptor(); }
@@ -53,8 +55,7 @@ class ServerProcess {
 
   /// The exit status once the process has ended, or nothing if it runs on for `patience`; 128 and
   /// the signal's number when a signal ended it.
-  [[nodiscard]] std::optional<int> waitForExit(
-      std::chrono::milliseconds patience = std::chrono::seconds(20));
+  [[nodiscard]] std::optional<int> waitForExit(std::chrono::milliseconds patience = forever);
 
   [[nodiscard]] pid_t processID() const { return child; }
   [[nodiscard]] int inputDescriptor() const { return input.number(); }

@@ -32,9 +32,14 @@ void waitForDescriptors(const Descriptor& stop) {
   static_cast<void>(::poll(&entry, 1, pauseMs));
 }
 
-bool isLive(const std::string& path) {
+/// Whether the socket at `path` is left over from a program that is gone: the one case in which
+/// nobody else's socket is in the way. Does not wait for a program that lives but is too busy to
+/// take us.
+bool isStale(const std::string& path) {
   const auto probe = UnixSocket::create();
-  return probe && probe->connectTo(path) == 0;
+  if (!probe) return false;
+  probe->setStatusFlags(O_NONBLOCK);
+  return probe->connectTo(path) == ECONNREFUSED;
 }
 
 }  // namespace
@@ -46,7 +51,7 @@ UnixListener::UnixListener(std::string path) : socketPath(std::move(path)) {
   }
   if (std::filesystem::exists(std::filesystem::symlink_status(socketPath))) {
     if (!std::filesystem::is_socket(std::filesystem::symlink_status(socketPath)) ||
-        isLive(socketPath)) {
+        !isStale(socketPath)) {
       fail(EADDRINUSE, socketPath);
     }
     std::filesystem::remove(socketPath);

@@ -1,7 +1,6 @@
 // From the search for the desktop app's socket to the end of one call.
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 
 #include <array>
@@ -118,17 +117,6 @@ TEST_F(Connecting, AFullBacklogIsAFailureLikeAnyOther) {
   }
   EXPECT_EQ(failure, "Resource temporarily unavailable");
   EXPECT_EQ(connectFailure(), notReached + home.releaseSocket() + ": " + failure);
-}
-
-TEST_F(Connecting, WithoutADescriptorNoCandidateIsTried) {
-  leaveStaleSocket(home.debugSocket());
-  rlimit limit{};
-  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
-  const rlimit none{.rlim_cur = 0, .rlim_max = limit.rlim_max};
-  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
-  const std::string failure = connectFailure();
-  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
-  EXPECT_EQ(failure, "-32000 Could not create Quillmere MCP control socket.");
 }
 
 TEST(ControlRequest, HoldsControlFieldsBesideItsOwnKeys) {
