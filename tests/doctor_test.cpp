@@ -8,6 +8,7 @@
 
 #include <array>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <memory>
 
@@ -64,6 +65,11 @@ void linkTo(const fs::path& target, const fs::path& link) {
   fs::create_symlink(target, link);
 }
 
+void leavePlainFile(const fs::path& path) {
+  fs::create_directories(path.parent_path());
+  std::ofstream(path) << "no socket";
+}
+
 TEST(Doctor, TellsWhatIsInTheSocketsPlace) {
   struct Situation {
     std::string_view name;
@@ -80,6 +86,8 @@ TEST(Doctor, TellsWhatIsInTheSocketsPlace) {
       {"a live socket", [](const auto& path) { return std::make_unique<DesktopApp>(path); }, true,
        true},
       {"a link", [](const auto& path) { return linkTo("/", path), nullptr; }, true, false,
+       "Could not reach Quillmere MCP control socket: *: not a socket"},
+      {"a plain file", [](const auto& path) { return leavePlainFile(path), nullptr; }, true, false,
        "Could not reach Quillmere MCP control socket: *: not a socket"},
   };
   for (const auto& [name, arrange, exists, isSocket, error] : situations) {
