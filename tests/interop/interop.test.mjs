@@ -74,6 +74,8 @@ for (const version of ['2024-11-05', '2025-03-26', '2025-06-18', '2025-11-25']) 
       assert.match(messages[0].content.text, /^Task: Buy 牛奶 🥛\n/);
       const noApp = { message: /-32000: .* Start Quillmere first\.$/ };
       await assert.rejects(client.callTool({ name: 'quillmere.wait' }), noApp);
+      const refused = { name: 'quillmere.wait', arguments: { durationMs: '1' } };
+      await assert.rejects(client.callTool(refused), { message: /-32602: durationMs must be an/ });
       assert.equal((await client.callTool({ name: 'quillmere.help' })).isError, false);
     });
   });
@@ -179,6 +181,24 @@ test('every tool does its part in a phone task', async (t) => {
     await call('control.stop', {});
     await refused('quillmere.input.key', { sessionId, key: 'back' }, 'controlStopped');
     assert.deepEqual([...called].sort(), [...schemas.keys(), 'quillmere.adb.command'].sort());
+  });
+});
+
+test('64 calls are in the app at once, and each gets its own answer', async (t) => {
+  const app = await startScriptedApp(t);
+  await withClient(app, async (client) => {
+    const tasks = Array.from({ length: 64 }, (_, i) => `task ${i}`);
+    const results = tasks.map((taskId) =>
+      client.callTool({ name: 'quillmere.wait', arguments: { taskId } }),
+    );
+    const calls = [];
+    while (calls.length < tasks.length) calls.push(await app.nextCall());
+    await client.ping();
+    for (const { request, answer } of calls.reverse()) {
+      answer({ ok: true, taskId: request.taskId, padding: 'x'.repeat(20_000) });
+    }
+    const answers = await Promise.all(results);
+    assert.deepEqual(pick(pick(answers, 'structuredContent'), 'taskId'), tasks);
   });
 });
 
