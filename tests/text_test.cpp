@@ -99,6 +99,7 @@ TEST(Text, Utf8IsTheStrictForm) {
       {"\xFF", false},
   };
   for (const auto& [text, isValid] : cases) EXPECT_EQ(isUtf8(text), isValid) << text;
+  EXPECT_EQ(withUtf8Repaired("a\xFFé\xC3"), "a\uFFFDé\uFFFD");
   EXPECT_TRUE(isAscii("exactly 16 bytes"));
   EXPECT_FALSE(isAscii("exactly 16 byte\x80"));
 }
