@@ -11,13 +11,13 @@ if(QUILLMERE_SANITIZERS)
   # What the sanitizers add to the code hides from g++ that a value is set before it is read.
   if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     target_compile_options(quillmere_flags INTERFACE -Wno-maybe-uninitialized)
-    if(QUILLMERE_SANITIZERS MATCHES "undefined")
+  endif()
+  if(QUILLMERE_SANITIZERS MATCHES "undefined")
     # This check asks the system for a pipe to see whether an object can be read, and takes it for a
     # broken one where there is no descriptor to be had, which is just what a test arranges.
     add_compile_options(-fno-sanitize=vptr)
     add_link_options(-fno-sanitize=vptr)
   endif()
-endif()
 endif()
 
 # g++ 12 sees an overlap in std::string's own assignment of a one-character literal where there is none
