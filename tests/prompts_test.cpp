@@ -84,7 +84,9 @@ TEST(Prompts, RefuseArgumentsThatTheyDoNotDeclare) {
       {"one character more", task(times(16'385, "👍🏽")), "-32602 task is too long."},
   };
   for (const auto& [name, params, failure] : cases) {
-    EXPECT_EQ(failureOf([&] { static_cast<void>(getPrompt(json(params))); }), failure) << name;
+    EXPECT_EQ(failureOf([&params = params] { static_cast<void>(getPrompt(json(params))); }),
+              failure)
+        << name;
   }
 }
 
