@@ -113,6 +113,12 @@ class Service {
     const std::string_view wanted = request.substr(0, request.find('"'));
     if (wanted == answers::small) {
       send(connection, small);
+    } else if (wanted == answers::image16Kb) {
+      send(connection, image16Kb);
+    } else if (wanted == answers::image1Mb) {
+      send(connection, image1Mb);
+    } else if (wanted == answers::refusal) {
+      send(connection, refusal);
     } else if (wanted == answers::image4Mb) {
       send(connection, image4Mb);
     } else if (wanted == answers::image20Mb) {
@@ -143,6 +149,9 @@ class Service {
   const Descriptor listener;
   const Descriptor reports;
   const std::string small = framed(smallPayload());
+  const std::string refusal = framed(R"({"ok":false,"error":"noSession","message":"No session."})");
+  const std::string image16Kb = framed(imagePayload(16 << 10));
+  const std::string image1Mb = framed(imagePayload(1 << 20));
   const std::string image4Mb = framed(imagePayload(image4MbBytes));
   const std::string image20Mb = framed(imagePayload(image20MbBytes));
   const std::string uiNodes = framed(uiPayload(uiNodeCount));

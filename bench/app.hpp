@@ -14,9 +14,12 @@ namespace quillmere::bench {
 /// on.
 namespace answers {
 inline constexpr const char* small = "small";
+inline constexpr const char* image16Kb = "image0";
+inline constexpr const char* image1Mb = "image1";
 inline constexpr const char* image4Mb = "image4";
 inline constexpr const char* image20Mb = "image20";
 inline constexpr const char* uiNodes = "nodes";
+inline constexpr const char* refusal = "refusal";
 /// The small one, held back for `heldMs`.
 inline constexpr const char* held = "held";
 /// None: the app waits until the connection breaks.

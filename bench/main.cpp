@@ -1,7 +1,6 @@
 // Measures the server beside its rivals: all of them in turn, round by round, in one run.
 //
 //   quillmere-bench [option...] SERVER FLOOR
-#include <stdlib.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -17,6 +16,7 @@
 #include <vector>
 
 #include "bench/affinity.hpp"
+#include "bench/home.hpp"
 #include "bench/report.hpp"
 #include "platform/json_parser.hpp"
 #include "platform/json_writer.hpp"
@@ -78,32 +78,6 @@ Options readOptions(std::vector<std::string> arguments) {
   options.floor = programs[1];
   return options;
 }
-
-/// A home folder with a control socket's place in it, gone when it goes out of scope.
-class Home {
- public:
-  Home() {
-    // Not where TMPDIR says: the path of a socket must be short.
-    if (::mkdtemp(folder.data()) == nullptr) throw std::runtime_error("No folder can be made.");
-    std::filesystem::create_directories(std::filesystem::path(socket()).parent_path());
-  }
-  Home(const Home&) = delete;
-  Home& operator=(const Home&) = delete;
-  Home(Home&&) = delete;
-  Home& operator=(Home&&) = delete;
-  ~Home() {
-    std::error_code ignored;
-    std::filesystem::remove_all(folder, ignored);
-  }
-
-  [[nodiscard]] const std::string& path() const { return folder; }
-  [[nodiscard]] std::string socket() const {
-    return folder + "/Library/Group Containers/group.com.tallowbrook.wickfern.shared/qm-mcp.sock";
-  }
-
- private:
-  std::string folder = "/tmp/qm-bench-XXXXXX";
-};
 
 /// Writes what the server answers to `tools/list` into a file for its rivals, and returns its path.
 std::string saveToolList(const Options& options, const Home& home, App& app) {

@@ -71,7 +71,7 @@ void readLine(benchmark::State& state) {
   const std::string line = callRequest(1, "small");
   StdinReader reader(ends[0]);
   while (state.KeepRunning()) {
-    if (!writeAll(ends[1], line, {})) throw std::runtime_error("The pipe can't be written to.");
+    if (!writeAll(ends[1], {line})) throw std::runtime_error("The pipe can't be written to.");
     benchmark::DoNotOptimize(reader.readLine(maxFirstLineBytes));
   }
   ::close(ends[0]);

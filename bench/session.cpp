@@ -79,7 +79,7 @@ Session::~Session() {
 }
 
 void Session::send(std::string_view bytes) const {
-  if (!writeAll(input.number(), bytes, {})) throw std::runtime_error("A server reads no more.");
+  if (!writeAll(input.number(), {bytes})) throw std::runtime_error("A server reads no more.");
 }
 
 void Session::readMore() {

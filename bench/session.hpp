@@ -36,6 +36,8 @@ class Session {
   /// The text of the next message, in either framing; valid until the next call. Blocks.
   [[nodiscard]] std::string_view receive();
 
+  [[nodiscard]] pid_t processID() const { return child; }
+
   /// Processor time that the process has taken so far, in all its threads, ended ones included.
   [[nodiscard]] std::chrono::nanoseconds processorTime() const;
 

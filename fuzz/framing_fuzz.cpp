@@ -34,7 +34,7 @@ Outcomes outcomesOf(const Descriptor& input) {
 
 Outcomes overFile(std::string_view wire) {
   const Descriptor file(::memfd_create("wire", MFD_CLOEXEC));
-  demand(writeAll(file.number(), wire, {}));
+  demand(writeAll(file.number(), {wire}));
   ::lseek(file.number(), 0, SEEK_SET);
   return outcomesOf(file);
 }
@@ -46,7 +46,7 @@ Outcomes inPieces(std::string_view wire, std::size_t piece, bool overSocket) {
   const Descriptor input(ends[0]);
   std::thread writer([wire, piece, output = Descriptor(ends[1])] {
     for (std::size_t at = 0; at < wire.size(); at += piece) {
-      demand(writeAll(output.number(), wire.substr(at, piece), {}));
+      demand(writeAll(output.number(), {wire.substr(at, piece)}));
     }
   });
   const Outcomes outcomes = outcomesOf(input);

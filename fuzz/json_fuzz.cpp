@@ -19,6 +19,15 @@ std::string numbersIn(const quillmere::JsonValue& value) {
   return numbers;
 }
 
+std::string inPieces(const quillmere::JsonObject& object) {
+  constexpr std::size_t shortestBorrowed = 3;
+  const quillmere::JsonText text(object, shortestBorrowed);
+  std::string joined;
+  for (const std::string_view piece : text.pieces()) joined += piece;
+  quillmere::demand(joined.size() == text.size());
+  return joined;
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -29,10 +38,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     demand(isUtf8(text));
     const std::string written = compactJson(value);
     demand(written.find('\n') == std::string::npos);
+    demand(compactJson(parseJsonInPlace(std::string(text))) == written);
     const JsonValue again = parseJson(written);
     demand(compactJson(again) == written);
     demand(numbersIn(again) == numbersIn(value));
     if (const JsonObject* object = value.asObject()) {
+      demand(inPieces(*object) == written);
       demand(indentedJson(*parseJson(indentedJson(*object)).asObject()) == indentedJson(*object));
     }
   } catch (const JsonError&) {

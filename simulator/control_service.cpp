@@ -172,7 +172,7 @@ std::string ControlService::sendAnswer(const JsonObject& answer,
     sent = *faults.dropAfter;
     outcome += ", then dropped on purpose";
   }
-  if (!writeAll(connection.number(), std::string_view(frame).substr(0, sent), {})) {
+  if (!writeAll(connection.number(), {std::string_view(frame).substr(0, sent)})) {
     return "the client hung up";
   }
   return outcome;
@@ -191,7 +191,7 @@ void ControlService::log(std::string_view what, std::string_view outcome) {
   line += outcome;
   const std::lock_guard hold(logLock);
   // Whoever reads the log may have gone; the service goes on.
-  static_cast<void>(writeAll(STDERR_FILENO, line, "\n"));
+  static_cast<void>(writeAll(STDERR_FILENO, {line, "\n"}));
 }
 
 }  // namespace quillmere

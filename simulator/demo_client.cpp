@@ -22,7 +22,7 @@ constexpr std::string_view yellow = "\033[33m";
 constexpr std::string_view plain = "\033[0m";
 
 void print(std::string_view text) {
-  expect(writeAll(STDOUT_FILENO, text, "\n"), "standard output was closed");
+  expect(writeAll(STDOUT_FILENO, {text, "\n"}), "standard output was closed");
 }
 
 /// The summary in a tool result, without the line that closes every one.

@@ -24,7 +24,7 @@ using namespace quillmere;
 constexpr std::string_view newItem = "Oat milk";
 
 void print(int descriptor, std::string_view text) {
-  static_cast<void>(writeAll(descriptor, text, "\n"));
+  static_cast<void>(writeAll(descriptor, {text, "\n"}));
 }
 
 DemoFailure missing(std::string_view kind, std::string_view key) {

@@ -63,6 +63,10 @@ bool waitReadable(int descriptor, std::chrono::milliseconds patience) {
 ServerProcess::ServerProcess(const Options& options) {
   Channel toChild = makeChannel(options.streams);
   Channel fromChild = makeChannel(options.streams);
+  if (options.nonBlocking) {
+    ::fcntl(toChild.readEnd.number(), F_SETFL, O_NONBLOCK);
+    ::fcntl(fromChild.writeEnd.number(), F_SETFL, O_NONBLOCK);
+  }
 
   std::vector<std::string> arguments = {options.program};
   arguments.insert(arguments.end(), options.arguments.begin(), options.arguments.end());
@@ -88,11 +92,11 @@ ServerProcess::~ServerProcess() {
 }
 
 bool ServerProcess::send(std::string_view bytes) {
-  return writeAll(input.number(), bytes, {});
+  return writeAll(input.number(), {bytes});
 }
 
 bool ServerProcess::send(const JsonObject& message) {
-  return writeAll(input.number(), compactJson(message), "\n");
+  return writeAll(input.number(), {compactJson(message), "\n"});
 }
 
 std::optional<JsonObject> ServerProcess::receive(std::chrono::milliseconds patience) {

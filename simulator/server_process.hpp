@@ -30,6 +30,8 @@ class ServerProcess {
     /// The child's `HOME`; everything else of the environment is passed on.
     std::string home;
     ChildStreams streams = ChildStreams::pipes;
+    /// Whether the child's ends of them do not block.
+    bool nonBlocking = false;
   };
 
   /// Throws `std::system_error` when the program can't be started.

@@ -26,7 +26,7 @@ constexpr int wronglyUsed = 2;
 
 void print(int descriptor, std::string_view text) {
   // Nobody may be there to read it.
-  static_cast<void>(writeAll(descriptor, text, {}));
+  static_cast<void>(writeAll(descriptor, {text}));
 }
 
 void complain(std::string_view text) {

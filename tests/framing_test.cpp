@@ -31,7 +31,7 @@ struct Source {
     std::array<int, 2> ends{};
     if (kind == Kind::file) {
       input = Descriptor(::memfd_create("wire", MFD_CLOEXEC));
-      EXPECT_TRUE(writeAll(input.number(), wire, {}));
+      EXPECT_TRUE(writeAll(input.number(), {wire}));
       ::lseek(input.number(), 0, SEEK_SET);
       return;
     }
@@ -40,7 +40,7 @@ struct Source {
     input = Descriptor(ends[0]);
     writer = std::thread([wire, chunk, output = Descriptor(ends[1])] {
       for (std::size_t at = 0; at < wire.size(); at += chunk) {
-        if (!writeAll(output.number(), wire.substr(at, chunk), {})) return;
+        if (!writeAll(output.number(), {wire.substr(at, chunk)})) return;
       }
     });
   }

@@ -8,9 +8,16 @@
 namespace quillmere {
 namespace {
 
-std::string parseAndWrite(std::string_view text) {
+/// Both ways of parsing and both of writing, which must agree.
+std::string parseAndWrite(const std::string& text) {
   try {
-    return compactJson(parseJson(text));
+    const std::string written = compactJson(parseJson(text));
+    const JsonObject inPlace{{"value", parseJsonInPlace(text)}};
+    const JsonText inPieces(inPlace, 8);
+    std::string joined;
+    for (const std::string_view piece : inPieces.pieces()) joined += piece;
+    EXPECT_EQ(joined, "{\"value\":" + written + "}");
+    return written;
   } catch (const JsonError&) {
     return "refused";
   }
@@ -38,6 +45,9 @@ TEST(Json, TextGoesThroughUnharmed) {
        R"(["\"\\\b\f\n\r\t\u0000\u001f"])"},
       {"an escape behind a long clean run", "[\"" + times(100, "x") + "\\n\"]",
        "[\"" + times(100, "x") + "\\n\"]"},
+      {"a string that makes up most of the text", R"({"a":[1,{"b":"most of it"}]})",
+       R"({"a":[1,{"b":"most of it"}]})"},
+      {"one whose key comes again", R"({"a":"most of the text","a":1})", R"({"a":1})"},
   };
   for (const auto& [name, text, written] : cases) {
     EXPECT_EQ(parseAndWrite(text), written) << name;

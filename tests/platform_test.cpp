@@ -5,10 +5,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <barrier>
 #include <filesystem>
 #include <future>
-#include <latch>
 #include <regex>
 #include <set>
 #include <vector>
@@ -93,7 +91,6 @@ TEST(PropertyList, GivesTheStringUnderAKeyOfTheTopDictionary) {
       {"binary, of 16-bit characters", binaryMember("\x63\0a\x4E\x3A\0b"s), "a为b"},
       {"binary, endless when unfolded", unfoldingList(), "a.b"},
       {"a number", dictionary("<key>K</key><integer>5</integer>")},
-      {"a dictionary", dictionary("<key>K</key><dict/>")},
       {"no such key", dictionary("<key>k</key><string>a</string>")},
       {"the key one level down", dictionary("<key>D</key><dict>" + found + "</dict>")},
       {"an array at the top", xml("<array><string>K</string></array>")},
@@ -115,17 +112,11 @@ TEST(PropertyList, GivesTheStringUnderAKeyOfTheTopDictionary) {
   }
 }
 
-TEST(PropertyList, BinaryFormIsNeverTrusted) {
+TEST(PropertyList, BinaryFormThatIsCutOffGivesNothing) {
   const std::string list = binaryMember(longText);
   for (std::size_t length = 0; length < list.size(); ++length) {
     EXPECT_EQ(propertyListString(list.substr(0, length), "K"), std::nullopt)
         << "cut off at byte " << length;
-  }
-  for (std::size_t at = 0; at < list.size(); ++at) {
-    std::string broken = list;
-    broken[at] = static_cast<char>(~broken[at]);
-    // Any answer will do; the sanitizers watch what is read on the way.
-    static_cast<void>(propertyListString(broken, "K"));
   }
 }
 
@@ -147,6 +138,7 @@ TEST(FileSystem, TellsWhatIsAtAPath) {
   home.write("file", "content");
   const UnixListener listener(folder / "socket");
   std::filesystem::create_symlink(listener.path(), folder / "link to socket");
+  std::filesystem::create_symlink("file", folder / "link to file");
   std::filesystem::create_symlink(folder / "gone", folder / "dangling link");
   ASSERT_EQ(::mkfifo((folder / "fifo").c_str(), 0600), 0);
 
@@ -158,6 +150,7 @@ TEST(FileSystem, TellsWhatIsAtAPath) {
   const PathCase cases[] = {
       {"", true, false},
       {"file", true, false, "content"},
+      {"link to file", true, false, "content"},
       {"socket", true, true},
       {"link to socket", true, false},
       {"dangling link", false, false},
@@ -185,35 +178,13 @@ TEST(Uuid, HasTheFormOfVersion4AndIsNewEachTime) {
   }
 }
 
-/// A pool of its own for each test; pools live until the process ends.
-WorkerPool& newPool() {
-  static std::vector<WorkerPool*>& pools = *new std::vector<WorkerPool*>();
-  return *pools.emplace_back(new WorkerPool());
-}
-
-// What a task signals with is shared with it: the task may still be inside the signal when the test
-// has gone on.
-
-TEST(WorkerPool, NoTaskWaitsForAnother) {
-  WorkerPool& pool = newPool();
-  constexpr int tasks = 100;
-  const auto meeting = std::make_shared<std::barrier<>>(tasks);
-  const auto ended = std::make_shared<std::latch>(tasks);
-  for (int i = 0; i < tasks; ++i) {
-    // Each task goes on only when all have come: one that waited for another would stop them all.
-    ASSERT_TRUE(pool.submit([meeting, ended] {
-      meeting->arrive_and_wait();
-      ended->count_down();
-    }));
-  }
-  ended->wait();
-}
-
 TEST(WorkerPool, UsesItsThreadsAgainAndLetsGoOfATask) {
-  WorkerPool& pool = newPool();
+  // Lives until the process ends, as its threads may.
+  static WorkerPool& pool = *new WorkerPool();
   constexpr std::size_t tasks = 200;
   std::set<pid_t> threads;
   for (std::size_t i = 0; i < tasks; ++i) {
+    // Shared with the task, which may still be inside the signal when the test has gone on.
     const auto thread = std::make_shared<std::promise<pid_t>>();
     ASSERT_TRUE(pool.submit([thread] { thread->set_value(::gettid()); }));
     threads.insert(thread->get_future().get());

@@ -1,6 +1,7 @@
 // The real program between a scripted client and a scripted desktop app.
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 
 #include <set>
 #include <string>
@@ -71,6 +72,18 @@ TEST_F(Program, ServesManyCallsSideBySideAndTheMainThreadMeanwhile) {
 
 TEST_F(Program, CancellingBreaksTheConnectionAndAnswersNothing) {
   const DesktopApp app(home.releaseSocket());
+  // More than a socket takes while the app does not read: the call blocks as it sends.
+  const std::string text = times(16'384, "👨\u200D👩\u200D👧\u200D👦");
+  request(1, "tools/call",
+          {{"name", "quillmere.input.text"},
+           {"arguments", JsonObject{{"text", text}, {"sessionId", "s"}}}});
+  const AppConnection unread = app.accept();
+  char first = 0;
+  EXPECT_EQ(1, ::recv(unread.number(), &first, 1, 0));
+  cancel(1);
+  request("ping", "ping");
+  EXPECT_EQ(pong, next());
+  EXPECT_LT(unread.waitUntilClosed(), text.size());
   // Waiting for the answer's first byte, or in the middle of it; found under another spelling.
   for (const std::string_view begun : {"", "\0\0", "\0\0\0\x10{\"ok\""}) {
     call(1);
@@ -291,14 +304,9 @@ TEST(Options, AreFoundAnywhereAndHelpGoesFirst) {
   };
   for (const auto& [arguments, size] : cases) {
     const TemporaryHome home;
-    ServerProcess process(
-        {.program = QUILLMERE_SERVER, .arguments = arguments, .home = home.path()});
-    process.closeInput();
-    std::string text;
-    InputStream output(process.outputDescriptor());
-    while (output.read(4096, text)) {
-    }
-    EXPECT_EQ(0, process.waitForExit());
+    const auto [text, status] =
+        runToEnd({.program = QUILLMERE_SERVER, .arguments = arguments, .home = home.path()});
+    EXPECT_EQ(0, status);
     EXPECT_EQ(size, text.size());
     EXPECT_EQ(size > 0, text.starts_with("Quillmere stdio MCP sidecar for supervised Android"));
     EXPECT_EQ(size > 0, text.ends_with("  --help    Print this help and exit.\n"));

@@ -1,5 +1,6 @@
 #include "control/control_call.hpp"
 
+#include <algorithm>
 #include <memory>
 #include <string>
 #include <utility>
@@ -19,8 +20,6 @@ namespace {
 
 /// From this size of an answer on, the memory that carries it is worth keeping, and giving back.
 constexpr std::size_t largeAnswerBytes = 1'048'576;
-/// What a result adds to the answer that it holds, in bytes, as a rule.
-constexpr std::size_t roomForEnvelope = 4'096;
 
 void stopIfCancelled(const InFlightRequest* inFlight) {
   if (inFlight != nullptr && inFlight->isCancelled()) throw errors::cancelled();
@@ -46,6 +45,20 @@ class CallConnection {
       if (sent == 0) throw errors::controlWriteFailed();
       data.remove_prefix(sent);
     }
+  }
+
+  /// Takes as much memory as comes, not as much as was announced, and no more at once than stays in
+  /// the processor's cache between its being filled with zeros and with what comes.
+  std::string readText(std::size_t byteCount) const {
+    constexpr std::size_t blockBytes = 65'536;
+    std::string text;
+    text.reserve(byteCount);
+    while (text.size() < byteCount) {
+      const std::size_t at = text.size();
+      text.resize(std::min(byteCount, at + blockBytes));
+      readExact(&text[at], text.size() - at);
+    }
+    return text;
   }
 
   void readExact(char* to, std::size_t byteCount) const {
@@ -95,14 +108,10 @@ JsonObject callAppControl(std::string_view command, const JsonObject& arguments,
   if (length == 0 || length > maxControlResponseBytes) throw errors::invalidControlFrame();
 
   if (length >= largeAnswerBytes) noteLargeWork();
-  // Not filled with zeros: what the desktop app announces and does not send takes up no memory. Nor
-  // does the room behind it, which lets the text of the result be written into the same place
-  // later, so that a large answer is never held three times.
-  const auto answer = std::make_unique_for_overwrite<char[]>(length + length / 8 + roomForEnvelope);
-  connection.readExact(answer.get(), length);
+  std::string answer = connection.readText(length);
   stopIfCancelled(inFlight);
 
-  JsonValue payload = parseJson({answer.get(), length});
+  JsonValue payload = parseJsonInPlace(std::move(answer));
   if (JsonObject* object = payload.asObject()) return std::move(*object);
   throw errors::invalidControlPayload();
 }

@@ -28,7 +28,7 @@ static_assert(helpText.size() == 350);
 
 void print(std::string_view text) {
   // Whoever started us has closed standard output: there is nobody to tell.
-  static_cast<void>(writeAll(STDOUT_FILENO, text, "\n"));
+  static_cast<void>(writeAll(STDOUT_FILENO, {text, "\n"}));
 }
 
 int printDoctorReport() {

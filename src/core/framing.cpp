@@ -106,16 +106,17 @@ std::optional<std::string> readNextPayload(StdinReader& reader, ServerState& sta
 }
 
 void MessageWriter::writeMessage(const JsonObject& message) {
-  const std::string body = compactJson(message);
+  const JsonText body(message);
+  std::vector<std::string_view> pieces = body.pieces();
+  std::string header;
   const std::lock_guard hold(stdoutLock);
-  bool written = false;
   if (state.usesContentLengthFraming()) {
-    const std::string header = "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n";
-    written = writeAll(output, header, body);
+    header = "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n";
+    pieces.insert(pieces.begin(), header);
   } else {
-    written = writeAll(output, body, "\n");
+    pieces.emplace_back("\n");
   }
-  if (!written) endProcess();
+  if (!writeAll(output, std::move(pieces))) endProcess();
 }
 
 }  // namespace quillmere

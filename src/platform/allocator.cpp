@@ -27,6 +27,21 @@ LargeWork& largeWork() {
   return work;
 }
 
+#ifdef __GLIBC__
+/// Leaves a free block that small ones are cut from. Without it they are cut from the place of the
+/// last large answer, the next one of its size finds no room there and takes a new place: a peak of
+/// 2.56 times an answer of 4 MB instead of 1.55.
+void keepRoomForSmallBlocks() {
+  constexpr std::size_t room = 65'536;
+  // Volatile, because a compiler leaves out a block that nobody uses.
+  void* volatile block = std::malloc(room);
+  // In use for ever, so that the room does not become one with what comes behind it.
+  static void* volatile wall = std::malloc(1);
+  static_cast<void>(wall);
+  std::free(block);
+}
+#endif
+
 }  // namespace
 
 void tuneAllocator() {
@@ -37,6 +52,7 @@ void tuneAllocator() {
   mallopt(M_TRIM_THRESHOLD, 128 * mebibyte);
   // What one thread frees another can use; small blocks come from a cache of each thread's own.
   mallopt(M_ARENA_MAX, 1);
+  keepRoomForSmallBlocks();
 #endif
 }
 

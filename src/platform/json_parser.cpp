@@ -2,13 +2,19 @@
 
 #include <boost/json/basic_parser_impl.hpp>
 #include <iterator>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
 namespace quillmere {
 
 namespace {
+
+/// Stands for the string that stays where it is until the parser has done with the text. No string
+/// of a JSON text can be the same: this is not UTF-8.
+constexpr std::string_view placeholder = "\xFF";
 
 /// Turns the parser's events into values. Finished values wait on one stack until the array or
 /// object that holds them ends and takes them in one piece, at its exact size.
@@ -18,6 +24,11 @@ class ValueBuilder {
   static constexpr std::size_t max_array_size = static_cast<std::size_t>(-1);
   static constexpr std::size_t max_key_size = static_cast<std::size_t>(-1);
   static constexpr std::size_t max_string_size = static_cast<std::size_t>(-1);
+
+  /// Copies every string shorter than this. Of those that are not, there can be one at most.
+  std::size_t shortestLeft = std::string::npos;
+  /// The string that was not copied.
+  std::optional<std::string_view> left;
 
   using Error = boost::json::error_code;
   using View = boost::json::string_view;
@@ -55,6 +66,10 @@ class ValueBuilder {
   }
   bool on_string_part(View part, std::size_t, Error&) { return hold(part); }
   bool on_string(View rest, std::size_t, Error&) {
+    if (held.empty() && rest.size() >= shortestLeft) {
+      left = {rest.data(), rest.size()};
+      rest = placeholder;
+    }
     values.emplace_back(take(rest));
     return true;
   }
@@ -97,13 +112,15 @@ class ValueBuilder {
   std::string held;
 };
 
-}  // namespace
+using Parser = boost::json::basic_parser<ValueBuilder>;
 
-JsonValue parseJson(std::string_view text) {
+boost::json::parse_options limits() {
   boost::json::parse_options options;
   options.max_depth = maxJsonDepth;
-  boost::json::basic_parser<ValueBuilder> parser(options);
+  return options;
+}
 
+JsonValue parse(std::string_view text, Parser& parser) {
   boost::json::error_code error;
   const std::size_t used = parser.write_some(false, text.data(), text.size(), error);
   if (!error && used < text.size()) error = boost::json::error::extra_data;
@@ -112,6 +129,45 @@ JsonValue parseJson(std::string_view text) {
   JsonValue document = parser.handler().takeDocument();
   if (!document.asObject() && !document.asArray()) {
     throw JsonError("The text is not valid JSON: neither an object nor an array at top level.");
+  }
+  return document;
+}
+
+const std::string* findPlaceholder(const JsonValue& value) {
+  const std::string* found = value.asString();
+  if (found != nullptr) return *found == placeholder ? found : nullptr;
+  if (const JsonArray* array = value.asArray()) {
+    for (auto element = array->begin(); element != array->end() && found == nullptr; ++element) {
+      found = findPlaceholder(*element);
+    }
+  }
+  if (const JsonObject* object = value.asObject()) {
+    for (auto member = object->begin(); member != object->end() && found == nullptr; ++member) {
+      found = findPlaceholder(member->value);
+    }
+  }
+  return found;
+}
+
+}  // namespace
+
+JsonValue parseJson(std::string_view text) {
+  Parser parser(limits());
+  return parse(text, parser);
+}
+
+JsonValue parseJsonInPlace(std::string text) {
+  Parser parser(limits());
+  parser.handler().shortestLeft = text.size() / 2;
+  JsonValue document = parse(text, parser);
+
+  const auto left = parser.handler().left;
+  // Not there when its key came again and another value took its place.
+  if (const std::string* found = left ? findPlaceholder(document) : nullptr) {
+    const std::size_t at = static_cast<std::size_t>(left->data() - text.data());
+    text.resize(at + left->size());
+    text.erase(0, at);
+    const_cast<std::string&>(*found) = std::move(text);
   }
   return document;
 }

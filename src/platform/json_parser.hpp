@@ -1,6 +1,7 @@
 // JSON text in.
 #pragma once
 
+#include <string>
 #include <string_view>
 
 #include "platform/json_value.hpp"
@@ -16,5 +17,9 @@ inline constexpr std::size_t maxJsonDepth = 512;
 /// keys the last one counts; numbers keep their digits. Exponents beyond 31 bits are refused. Pure.
 /// Throws `JsonError`.
 [[nodiscard]] JsonValue parseJson(std::string_view text);
+
+/// The same, and the string that makes up most of `text`, if there is one, takes over its memory
+/// instead of being copied.
+[[nodiscard]] JsonValue parseJsonInPlace(std::string text);
 
 }  // namespace quillmere

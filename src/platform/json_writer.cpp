@@ -38,9 +38,14 @@ class Writer {
  public:
   enum class Style { compact, indented };
 
-  Writer(Style style, std::size_t expectedSize) : indented(style == Style::indented) {
-    text.reserve(expectedSize);
-  }
+  explicit Writer(Style style) : indented(style == Style::indented) {}
+
+  /// Makes room in one piece from the start, escapes included as a rule: a text that grows is
+  /// copied at each step, and the largest ones would need a half more memory than they have to.
+  void expect(std::size_t size) { text.reserve(size + size / 8); }
+
+  /// From now on, leaves long clean runs where they are.
+  void borrowFrom(std::size_t size) { shortestBorrowed = size; }
 
   void write(const JsonValue& value) {
     if (const auto* object = value.asObject()) {
@@ -76,6 +81,7 @@ class Writer {
   }
 
   [[nodiscard]] std::string take() { return std::move(text); }
+  [[nodiscard]] std::vector<BorrowedRun> takeBorrowed() { return std::move(borrowed); }
 
  private:
   void write(const JsonArray& array) {
@@ -92,7 +98,11 @@ class Writer {
     text += '"';
     while (!string.empty()) {
       const std::size_t clean = cleanRun(string);
-      text += string.substr(0, clean);
+      if (clean < shortestBorrowed) {
+        text += string.substr(0, clean);
+      } else {
+        borrowed.push_back({text.size(), string.substr(0, clean)});
+      }
       string.remove_prefix(clean);
       if (!string.empty()) string.remove_prefix(writeSpecial(string));
     }
@@ -173,6 +183,8 @@ class Writer {
   const bool indented;
   std::size_t depth = 0;
   std::string text;
+  std::size_t shortestBorrowed = std::string::npos;
+  std::vector<BorrowedRun> borrowed;
 };
 
 constexpr std::size_t quotes = 2;
@@ -203,10 +215,8 @@ std::size_t unescapedSize(const JsonValue& value) {
 
 template <typename Json>
 std::string compact(const Json& json) {
-  // In one piece from the start, escapes included as a rule: a text that grows is copied at each
-  // step, and the largest ones would need a half more memory than they have to.
-  const std::size_t size = unescapedSize(json);
-  Writer writer(Writer::Style::compact, size + size / 8);
+  Writer writer(Writer::Style::compact);
+  writer.expect(unescapedSize(json));
   writer.write(json);
   return writer.take();
 }
@@ -220,8 +230,36 @@ std::string compactJson(const JsonObject& object) {
   return compact(object);
 }
 
+JsonText::JsonText(const JsonObject& object, std::size_t shortestBorrowed) {
+  Writer writer(Writer::Style::compact);
+  // For long strings too, which may need escapes: room that is never written to takes no memory.
+  writer.expect(unescapedSize(object));
+  writer.borrowFrom(shortestBorrowed);
+  writer.write(object);
+  copied = writer.take();
+  borrowed = writer.takeBorrowed();
+}
+
+std::size_t JsonText::size() const {
+  std::size_t size = copied.size();
+  for (const BorrowedRun& each : borrowed) size += each.run.size();
+  return size;
+}
+
+std::vector<std::string_view> JsonText::pieces() const& {
+  std::vector<std::string_view> pieces;
+  std::size_t at = 0;
+  for (const BorrowedRun& each : borrowed) {
+    pieces.push_back(std::string_view(copied).substr(at, each.at - at));
+    pieces.push_back(each.run);
+    at = each.at;
+  }
+  pieces.push_back(std::string_view(copied).substr(at));
+  return pieces;
+}
+
 std::string indentedJson(const JsonObject& object) {
-  Writer writer(Writer::Style::indented, 0);
+  Writer writer(Writer::Style::indented);
   writer.write(object);
   return writer.take();
 }

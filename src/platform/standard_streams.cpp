@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <climits>
 
 namespace quillmere {
 
@@ -140,21 +141,27 @@ long InputStream::teeAhead() const {
 #endif
 }
 
-bool writeAll(int descriptor, std::string_view head, std::string_view body) {
-  while (!head.empty() || !body.empty()) {
-    const std::array<iovec, 2> pieces = {
-        iovec{const_cast<char*>(head.data()), head.size()},
-        iovec{const_cast<char*>(body.data()), body.size()},
-    };
+bool writeAll(int descriptor, std::vector<std::string_view> pieces) {
+  std::vector<iovec> entries;
+  auto next = pieces.begin();
+  for (;;) {
+    while (next != pieces.end() && next->empty()) ++next;
+    if (next == pieces.end()) return true;
+    entries.clear();
+    for (auto piece = next; piece != pieces.end() && entries.size() < IOV_MAX; ++piece) {
+      entries.push_back({const_cast<char*>(piece->data()), piece->size()});
+    }
     const ssize_t count = repeated(descriptor, POLLOUT, [&] {
-      return ::writev(descriptor, pieces.data(), static_cast<int>(pieces.size()));
+      return ::writev(descriptor, entries.data(), static_cast<int>(entries.size()));
     });
     if (count < 0) return false;
-    const std::size_t fromHead = std::min(static_cast<std::size_t>(count), head.size());
-    head.remove_prefix(fromHead);
-    body.remove_prefix(static_cast<std::size_t>(count) - fromHead);
+    for (auto left = static_cast<std::size_t>(count); left > 0;) {
+      const std::size_t part = std::min(left, next->size());
+      next->remove_prefix(part);
+      left -= part;
+      if (next->empty()) ++next;
+    }
   }
-  return true;
 }
 
 }  // namespace quillmere

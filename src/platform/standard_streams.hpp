@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/descriptor.hpp"
 
@@ -49,9 +50,9 @@ class InputStream {
   Descriptor duplicateOut;
 };
 
-/// Writes `head` and `body` one behind the other to `descriptor`, in one system call unless the
-/// descriptor takes less at a time. Waits as long as it must. Returns false when it can't be
-/// written to any more, which on standard output means that the client is gone.
-[[nodiscard]] bool writeAll(int descriptor, std::string_view head, std::string_view body);
+/// Writes `pieces` one behind the other to `descriptor`: in one system call, if they are at most
+/// 1,024 and the descriptor takes them all at a time. Waits as long as it must. Returns false when
+/// it can't be written to any more, which on standard output means that the client is gone.
+[[nodiscard]] bool writeAll(int descriptor, std::vector<std::string_view> pieces);
 
 }  // namespace quillmere

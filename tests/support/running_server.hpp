@@ -13,6 +13,24 @@
 
 namespace quillmere {
 
+/// What a program wrote, and its exit status.
+struct ProgramOutcome {
+  std::string output;
+  int status = -1;
+};
+
+/// Runs a program that is told nothing until it ends.
+inline ProgramOutcome runToEnd(const ServerProcess::Options& options) {
+  ServerProcess process(options);
+  process.closeInput();
+  ProgramOutcome outcome;
+  InputStream output(process.outputDescriptor());
+  while (output.read(4096, outcome.output)) {
+  }
+  outcome.status = process.waitForExit().value_or(-1);
+  return outcome;
+}
+
 /// A running server that has been shaken hands with, in a home of its own.
 struct RunningServer : testing::Test {
   TemporaryHome home;
@@ -46,12 +64,14 @@ struct RunningServer : testing::Test {
   /// The next message's id, and the first line of its result's text or its error's code and text.
   std::string nextShort() {
     const auto message = server.receive();
-    if (!message) return "(nothing)";
-    const std::string id = compactJson(*message->find("id")) + ": ";
-    if (const JsonObject* error = message->findObject("error")) {
+    return message ? shortOf(*message) : "(nothing)";
+  }
+  static std::string shortOf(const JsonObject& message) {
+    const std::string id = compactJson(*message.find("id")) + ": ";
+    if (const JsonObject* error = message.findObject("error")) {
       return id + error->findNumber("code")->text() + " " + *error->findString("message");
     }
-    const JsonArray& content = *message->findObject("result")->findArray("content");
+    const JsonArray& content = *message.findObject("result")->findArray("content");
     const std::string& text = *content.front().asObject()->findString("text");
     return id + text.substr(0, text.find('\n'));
   }
