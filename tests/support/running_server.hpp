@@ -31,24 +31,6 @@ inline ProgramOutcome runToEnd(const ServerProcess::Options& options) {
   return outcome;
 }
 
-/// What a program wrote, and its exit status.
-struct ProgramOutcome {
-  std::string output;
-  int status = -1;
-};
-
-/// Runs a program that is told nothing until it ends.
-inline ProgramOutcome runToEnd(const ServerProcess::Options& options) {
-  ServerProcess process(options);
-  process.closeInput();
-  ProgramOutcome outcome;
-  InputStream output(process.outputDescriptor());
-  while (output.read(4096, outcome.output)) {
-  }
-  outcome.status = process.waitForExit().value_or(-1);
-  return outcome;
-}
-
 /// A running server that has been shaken hands with, in a home of its own.
 struct RunningServer : testing::Test {
   TemporaryHome home;
