@@ -1,0 +1,329 @@
+// The real program where a resource runs short, where its streams are unusual ones, and where it or
+// its client is ended from outside.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <pty.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <set>
+#include <vector>
+
+#include "control/control_frame.hpp"
+#include "support/desktop_app.hpp"
+#include "support/running_server.hpp"
+
+namespace quillmere {
+namespace {
+
+const std::string succeeded = "Quillmere tool call succeeded.";
+
+/// What a process may have of a resource, until this goes out of scope. Process 0 is this one.
+class Limit {
+ public:
+  Limit(pid_t limited, __rlimit_resource what, rlim_t most) : process(limited), resource(what) {
+    EXPECT_EQ(0, ::prlimit(process, resource, nullptr, &before));
+    const rlimit limit{.rlim_cur = most, .rlim_max = std::max(before.rlim_max, most)};
+    EXPECT_EQ(0, ::prlimit(process, resource, &limit, nullptr));
+  }
+  Limit(const Limit&) = delete;
+  Limit& operator=(const Limit&) = delete;
+  ~Limit() { ::prlimit(process, resource, &before, nullptr); }
+
+ private:
+  const pid_t process;
+  const __rlimit_resource resource;
+  rlimit before{};
+};
+
+/// A control frame with the largest answer.
+std::string largestAnswer() {
+  const std::string_view begin = R"({"ok":true,"image":")";
+  return controlFrame(std::string(begin) + std::string(maxControlResponseBytes - 22, 'A') + "\"}");
+}
+
+struct Limits : RunningServer {
+  /// How often each text has come, and the ids that it came with.
+  std::map<std::string, std::size_t> texts;
+  std::set<std::string> ids;
+
+  void count(const std::string& outcome) {
+    const std::size_t colon = outcome.find(": ");
+    EXPECT_TRUE(ids.insert(outcome.substr(0, colon)).second) << "answered twice: " << outcome;
+    ++texts[outcome.substr(colon + 2)];
+  }
+  void expectAServedCall(const DesktopApp& app) {
+    call("next");
+    const AppConnection connection = app.accept();
+    EXPECT_TRUE(connection.receive());
+    connection.answer({{"ok", true}});
+    EXPECT_EQ("\"next\": " + succeeded, nextShort());
+  }
+  [[nodiscard]] std::string folderOfProcess() const {
+    return "/proc/" + std::to_string(server.processID());
+  }
+};
+
+TEST_F(Limits, CallsWithoutADescriptorFailAndTheOthersAreServed) {
+  constexpr rlim_t descriptors = 24;
+  constexpr std::size_t calls = 200;
+  const DesktopApp app(home.releaseSocket());
+  const Limit few(server.processID(), RLIMIT_NOFILE, descriptors);
+  std::size_t served = descriptors;
+  for (rlim_t number = 0; number < descriptors; ++number) {
+    const auto entry = folderOfProcess() + "/fd/" + std::to_string(number);
+    if (std::filesystem::is_symlink(std::filesystem::symlink_status(entry))) --served;
+  }
+  for (std::size_t id = 0; id < calls; ++id) call(static_cast<std::int64_t>(id));
+  for (std::size_t i = served; i < calls; ++i) count(nextShort());
+  for (std::size_t i = 0; i < served; ++i) {
+    const AppConnection connection = app.accept();
+    EXPECT_TRUE(connection.receive());
+    connection.answer({{"ok", true}});
+    count(nextShort());
+  }
+  EXPECT_EQ((std::map<std::string, std::size_t>{
+                {succeeded, served},
+                {"-32000 Could not create Quillmere MCP control socket.", calls - served}}),
+            texts);
+  expectAServedCall(app);
+}
+
+TEST_F(Limits, TwoThousandCallsWaitAtOnceAndAreAnsweredOrCancelled) {
+  constexpr std::int64_t calls = 2'000;
+  const Limit ours(0, RLIMIT_NOFILE, calls + 100);
+  const Limit theirs(server.processID(), RLIMIT_NOFILE, calls + 100);
+  const DesktopApp app(home.releaseSocket());
+  std::vector<AppConnection> held;
+  for (std::int64_t id = 0; id < calls; ++id) {
+    call(id);
+    held.push_back(app.accept());
+  }
+  for (std::int64_t id = 0; id < calls; id += 2) cancel(id);
+  for (std::size_t id = 0; id < calls; id += 2) held[id].waitUntilClosed();
+  for (std::size_t id = 1; id < calls; id += 2) {
+    held[id].answer({{"ok", true}});
+    EXPECT_EQ(std::to_string(id) + ": " + succeeded, nextShort());
+  }
+  expectAServedCall(app);
+}
+
+/// A sanitizer needs terabytes of address space, so with one there is nothing to limit.
+const bool isSanitized = std::string_view(QUILLMERE_SANITIZERS).size() > 0;
+const std::string_view cannotBeLimited =
+    "\nSKIPPED: limits of address space, which this build's sanitizers take without end.";
+
+TEST_F(Limits, WithoutRoomForAThreadOnlyThatCallFails) {
+  if (isSanitized) GTEST_SKIP() << cannotBeLimited;
+  const DesktopApp app(home.releaseSocket());
+  {
+    rlim_t pages = 0;
+    std::ifstream(folderOfProcess() + "/statm") >> pages;
+    const auto page = static_cast<rlim_t>(::sysconf(_SC_PAGESIZE));
+    // Room to work, and too little for a stack.
+    const Limit full(server.processID(), RLIMIT_AS, pages * page + 262'144);
+    for (const int id : {1, 2}) {
+      call(id);
+      count(nextShort());
+    }
+    request("ping", "ping");
+    EXPECT_EQ(R"({"jsonrpc":"2.0","id":"ping","result":{}})", next());
+  }
+  EXPECT_EQ((std::map<std::string, std::size_t>{
+                {"-32603 Internal error: no thread can be had for this request.", 2}}),
+            texts);
+  expectAServedCall(app);
+}
+
+TEST_F(Limits, LargeAnswersWithoutRoomFailAndTheNextOnesComeWhole) {
+  if (isSanitized) GTEST_SKIP() << cannotBeLimited;
+  constexpr std::int64_t calls = 16;
+  const Limit half(server.processID(), RLIMIT_AS, 512 << 20);
+  const DesktopApp app(home.releaseSocket());
+  const std::string frame = largestAnswer();
+  const std::string_view whole(frame);
+  InputStream output(server.outputDescriptor());
+  const auto take = [&] {
+    // The line is longer than this client's own reader takes.
+    std::string line;
+    while (!line.ends_with('\n')) ASSERT_TRUE(output.readThrough('\n', frame.size(), line));
+    const std::string_view body = whole.substr(controlPrefixBytes);
+    const std::size_t at = line.find(body);
+    if (at != std::string::npos) line.replace(at, body.size(), "{}");
+    count(shortOf(json(line)));
+  };
+  std::vector<AppConnection> held;
+  for (std::int64_t id = 0; id < calls; ++id) {
+    call(id);
+    held.push_back(app.accept());
+    EXPECT_TRUE(held.back().receive());
+  }
+  // By half its answer each call has room for the whole of it, or has failed. There is not room for
+  // all: 16 times 32 MiB are the limit itself.
+  std::erase_if(held, [&](const AppConnection& connection) {
+    return !connection.send(whole.substr(0, whole.size() / 2));
+  });
+  EXPECT_GT(calls, std::ssize(held));
+  for (const AppConnection& connection : held) connection.send(whole.substr(whole.size() / 2));
+  for (std::int64_t id = 0; id < calls; ++id) take();
+  for (std::int64_t id = calls; id < calls + 3; ++id) {
+    call(id);
+    const AppConnection connection = app.accept();
+    EXPECT_TRUE(connection.receive());
+    EXPECT_TRUE(connection.send(whole));
+    take();
+  }
+  EXPECT_EQ(calls + 3, std::ssize(ids));
+  EXPECT_LE(3U, texts[succeeded]);
+  EXPECT_EQ(ids.size(), texts[succeeded] + texts["-32603 Internal error: std::bad_alloc"]);
+}
+
+struct StreamCase {
+  std::string_view name;
+  /// What a shell does to the program's streams. Input that it redirects holds `script`.
+  std::string redirection;
+  /// The ids of the answers.
+  std::vector<std::string> answered;
+};
+
+TEST(Streams, AreReadToTheirEndAndEndTheProgramWhenTheyAreNoneAtAll) {
+  const TemporaryHome home;
+  const std::string script =
+      "{\"jsonrpc\":\"2.0\",\"id\":1,\"method\":\"ping\"}\n\n"
+      "Content-Length: 40\n\n{\"jsonrpc\":\"2.0\",\"id\":2,\"method\":\"ping\"}";
+  const std::string file = home.write("script", script);
+  int master = -1;
+  int slave = -1;
+  std::array<char, 64> terminal{};
+  ASSERT_EQ(0, ::openpty(&master, &slave, terminal.data(), nullptr, nullptr));
+  const Descriptor person(master);
+  const Descriptor open(slave);
+  // The end of a last line without line feed, and the end of input.
+  const std::string typed = script + "\4\4";
+  ASSERT_EQ(std::ssize(typed), ::write(master, typed.data(), typed.size()));
+
+  const StreamCase cases[] = {
+      {"input from a file", "<" + file, {"1", "2"}},
+      {"input from a terminal", "<" + std::string(terminal.data()), {"1", "2"}},
+      {"input closed", "<&-", {}},
+      {"output closed", ">&-", {}},
+      {"output full", ">/dev/full", {}},
+  };
+  for (const StreamCase& each : cases) {
+    SCOPED_TRACE(each.name);
+    ServerProcess server({.program = "/bin/sh",
+                          .arguments = {"-c", "exec \"$0\" " + each.redirection, QUILLMERE_SERVER},
+                          .home = home.path()});
+    if (each.redirection.front() == '>') server.send(script);
+    std::vector<std::string> answered;
+    while (const auto message = server.receive()) {
+      answered.push_back(compactJson(*message->find("id")));
+    }
+    EXPECT_EQ(each.answered, answered);
+    EXPECT_EQ(0, server.waitForExit());
+  }
+}
+
+TEST(Streams, ThatDoNotBlockAreWaitedFor) {
+  const std::string text(900'000, 'x');
+  for (const ChildStreams streams : {ChildStreams::pipes, ChildStreams::socketPairs}) {
+    const TemporaryHome home;
+    const DesktopApp app(home.releaseSocket());
+    ServerProcess server({.program = QUILLMERE_SERVER,
+                          .home = home.path(),
+                          .streams = streams,
+                          .nonBlocking = true});
+    server.send("{\"jsonrpc\":\"2.0\",\"id\":0,\"method\":\"initialize\"}\n");
+    ASSERT_TRUE(server.receive());
+    for (int i = 0; i < 4; ++i) {
+      server.send(
+          "{\"jsonrpc\":\"2.0\",\"id\":1,\"method\":\"tools/call\","
+          "\"params\":{\"name\":\"quillmere.devices.list\"}}\n");
+      const AppConnection connection = app.accept();
+      ASSERT_TRUE(connection.receive());
+      connection.answer({{"ok", true}, {"text", text}});
+      connection.waitUntilClosed();
+      const auto message = server.receive();
+      ASSERT_TRUE(message);
+      const JsonObject* payload = message->findObject("result")->findObject("structuredContent");
+      EXPECT_EQ(text, *payload->findString("text"));
+    }
+    server.closeInput();
+    EXPECT_EQ(0, server.waitForExit());
+  }
+}
+
+/// From now on what a process of ours leaves behind becomes ours.
+void inheritOrphans() {
+  ASSERT_EQ(0, ::prctl(PR_SET_CHILD_SUBREAPER, 1));
+}
+
+struct Signal : Limits, testing::WithParamInterface<int> {};
+
+TEST_P(Signal, EndsTheProgramAtOnceAndNothingIsLeft) {
+  const auto files = [&] {
+    std::set<std::filesystem::path> found;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(home.path())) {
+      found.insert(entry.path());
+    }
+    return found;
+  };
+  inheritOrphans();
+  const DesktopApp app(home.releaseSocket());
+  const auto before = files();
+  call(1);
+  const AppConnection held = app.accept();
+  ASSERT_TRUE(held.receive());
+  ASSERT_EQ(0, ::kill(server.processID(), GetParam()));
+  EXPECT_EQ(128 + GetParam(), server.waitForExit());
+  EXPECT_EQ(0U, held.waitUntilClosed());
+  EXPECT_EQ(-1, ::waitpid(-1, nullptr, 0)) << "a child of the server's";
+  EXPECT_EQ(before, files());
+}
+
+INSTANTIATE_TEST_SUITE_P(Limits, Signal, testing::Values(SIGTERM, SIGHUP, SIGINT));
+
+TEST(Client, KilledInTheMiddleOfAnAnswerTakesTheServerWithIt) {
+  inheritOrphans();
+  const TemporaryHome home;
+  const DesktopApp app(home.releaseSocket());
+  std::array<int, 2> ends{};
+  ASSERT_EQ(0, ::pipe2(ends.data(), O_CLOEXEC));
+  const Descriptor fromClient(ends[0]);
+  const Descriptor toTest(ends[1]);
+  const pid_t client = ::fork();
+  if (client == 0) {
+    ServerProcess server({.program = QUILLMERE_SERVER, .home = home.path()});
+    server.send(
+        "{\"jsonrpc\":\"2.0\",\"id\":0,\"method\":\"initialize\"}\n"
+        "{\"jsonrpc\":\"2.0\",\"id\":1,\"method\":\"resources/read\","
+        "\"params\":{\"uri\":\"quillmere://devices\"}}\n");
+    std::string begun;
+    static_cast<void>(server.receive());
+    static_cast<void>(InputStream(server.outputDescriptor()).read(1, begun));
+    const pid_t number = server.processID();
+    static_cast<void>(!::write(toTest.number(), &number, sizeof number));
+    for (;;) ::pause();
+  }
+  const AppConnection connection = app.accept();
+  ASSERT_TRUE(connection.receive());
+  ASSERT_TRUE(connection.send(largestAnswer()));
+  pid_t server = -1;
+  ASSERT_EQ(sizeof server, ::read(fromClient.number(), &server, sizeof server));
+  ::kill(client, SIGKILL);
+  EXPECT_EQ(client, ::waitpid(client, nullptr, 0));
+  int status = -1;
+  EXPECT_EQ(server, ::waitpid(server, &status, 0));
+  EXPECT_EQ(0, status);
+}
+
+}  // namespace
+}  // namespace quillmere
