@@ -46,35 +46,31 @@ TEST(Prompts, GiveEachTaskAnIdOfItsOwn) {
 }
 
 TEST(Prompts, RefuseArgumentsThatTheyDoNotDeclare) {
-  const auto task = [](const std::string& text) {
-    return R"({"name":"phone_task_assistant","arguments":{"task":")" + text + R"("}})";
+  const auto assistant = [](const std::string& arguments) {
+    return R"({"name":"phone_task_assistant","arguments":)" + arguments + "}";
   };
+  const auto task = [&](const std::string& text) {
+    return assistant(R"({"task":")" + text + "\"}");
+  };
+  constexpr std::string_view noTask = "-32602 phone_task_assistant requires prompt argument: task";
   struct PromptCase {
     std::string_view name;
     std::string params;
     std::string_view failure;
   };
   const PromptCase cases[] = {
-      {"no params", "{}", "-32602 prompts/get requires params.name."},
-      {"a name that is no string", R"({"name":5})", "-32602 prompts/get requires params.name."},
+      {"no name", R"({"name":5})", "-32602 prompts/get requires params.name."},
       {"an unknown prompt comes before its arguments", R"({"name":"x","arguments":{"y":1}})",
        "-32602 Unknown prompt: x"},
-      {"no arguments", R"({"name":"phone_task_assistant"})",
-       "-32602 phone_task_assistant requires prompt argument: task"},
-      {"arguments of another type are dropped",
-       R"({"name":"phone_task_assistant","arguments":"task"})",
-       "-32602 phone_task_assistant requires prompt argument: task"},
-      {"an unknown argument comes before a missing one",
-       R"({"name":"phone_task_assistant","arguments":{"zeta":1,"alpha":null}})",
+      {"no arguments", R"({"name":"phone_task_assistant"})", noTask},
+      {"arguments of another type are dropped", assistant("\"task\""), noTask},
+      {"an unknown argument comes before a missing one", assistant(R"({"zeta":1,"alpha":null})"),
        "-32602 Unsupported prompt argument for phone_task_assistant: alpha"},
-      {"an argument of the other prompt",
-       R"({"name":"phone_task_assistant","arguments":{"task":"t","packageName":"p"}})",
+      {"an argument of the other prompt", assistant(R"({"task":"t","packageName":"p"})"),
        "-32602 Unsupported prompt argument for phone_task_assistant: packageName"},
-      {"an empty required argument", task(""),
-       "-32602 phone_task_assistant requires prompt argument: task"},
+      {"an empty required argument", task(""), noTask},
       {"a blank one passes", task(" "), ""},
-      {"a number", R"({"name":"phone_task_assistant","arguments":{"task":5}})",
-       "-32602 task must be a string."},
+      {"a number", assistant(R"({"task":5})"), "-32602 task must be a string."},
       {"an optional argument of a wrong type",
        R"({"name":"android_smoke_test","arguments":{"packageName":"p","deviceSerial":[]}})",
        "-32602 deviceSerial must be a string."},

@@ -46,7 +46,6 @@ TEST(Catalogue, GivesEachToolItsCommand) {
             " listDevices listSessions startSession observeScreen tap swipe key text uiGetState "
             "uiClickElement uiFocusElement uiSetText uiScrollElement uiWaitForStable wait listApps "
             "launchApp stopControl adbCommand ");
-  EXPECT_EQ(findTool("quillmere.input"), nullptr);
 }
 
 constexpr std::string_view pressKey = "quillmere.input.key";
@@ -58,19 +57,16 @@ TEST(Normalisation, RewritesKeysAndDirectionsOnly) {
     std::string_view name, tool, sent, stored = {};
   };
   constexpr NormalisationCase cases[] = {
-      {"blanks and a hyphen", pressKey, R"({"key":" Page-Down\n"})", R"({"key":"page_down"})"},
-      {"a tab", pressKey, R"({"key":"\tback\t"})", R"({"key":"back"})"},
+      {"blanks and a tab", pressKey, R"({"key":"\tPage-Down \n"})", R"({"key":"page_down"})"},
       {"del", pressKey, R"({"key":"DEL"})", R"({"key":"delete"})"},
       {"esc", pressKey, R"({"key":"esc"})", R"({"key":"escape"})"},
       {"a Kelvin sign", pressKey, R"({"key":"bac\u212a"})", R"({"key":"back"})"},
       {"no key's name", pressKey, R"({"key":"space-bar"})", R"({"key":"space_bar"})"},
-      {"a number", pressKey, R"({"key":7})"},
-      {"what a key's tool does not know", pressKey, R"({"text":" A ","direction":"UP"})"},
+      {"a number", pressKey, R"({"key":7,"text":" A ","direction":"UP"})"},
       {"a direction", scroll, R"({"direction":" DOWN\t"})", R"({"direction":"down"})"},
-      {"hyphens", scroll, R"({"direction":"Page-Up"})", R"({"direction":"page-up"})"},
-      {"no direction", scroll, R"({"key":"ESC","stateSignature":" S "})"},
+      {"hyphens", scroll, R"({"direction":"Page-Up","key":"ESC"})",
+       R"({"direction":"page-up","key":"ESC"})"},
       {"another tool", "quillmere.input.text", R"({"text":" A ","key":"ESC","direction":"UP"})"},
-      {"an unknown tool", "quillmere.INPUT.key", R"({"key":"ESC"})"},
   };
   for (const auto& [name, tool, sent, stored] : cases) {
     EXPECT_EQ(compactJson(normalizeToolArguments(tool, json(sent))), stored.empty() ? sent : stored)
