@@ -33,6 +33,7 @@ class JsonText {
   explicit JsonText(const JsonObject& object, std::size_t shortestBorrowed = longPieceBytes);
   JsonText(const JsonText&) = delete;
   JsonText& operator=(const JsonText&) = delete;
+  ~JsonText() = default;
 
   /// In bytes.
   [[nodiscard]] std::size_t size() const;
