@@ -23,9 +23,36 @@ ProgramOutcome runDoctor(const std::string& program, const std::string& name,
        .home = ::getenv("HOME")});
 }
 
-std::string textUnder(const JsonObject& object, std::string_view key) {
-  const std::string* text = object.findString(key);
-  return text != nullptr ? *text : compactJson(*object.find(key));
+constexpr std::string_view release = "com.tallowbrook.wickfern";
+constexpr std::string_view debug = "com.tallowbrook.wickfern.debug";
+const std::string notFound = "Quillmere MCP control socket was not found. Start Quillmere first.";
+
+/// What the doctor says inside the app `identifier`, or outside of any; what it finds in the
+/// released app's place; and what a call would fail with.
+std::string report(const TemporaryHome& home, std::string_view identifier = "", bool exists = false,
+                   bool isSocket = false, const JsonValue& error = notFound) {
+  const auto candidate = [](const std::string& path, bool isThere, bool isOne) {
+    return JsonObject{{"path", path}, {"exists", isThere}, {"isSocket", isOne}};
+  };
+  JsonArray candidates{candidate(home.debugSocket(), false, false),
+                       candidate(home.releaseSocket(), exists, isSocket),
+                       candidate(home.ungroupedSocket(), false, false)};
+  if (identifier == release) std::swap(candidates[0], candidates[1]);
+  const auto textOrNull = [](bool isText, const std::string& text) {
+    return isText ? JsonValue(text) : JsonValue();
+  };
+  const std::string app(identifier);
+  return indentedJson(
+             JsonObject{{"bundledAppIdentifier", textOrNull(!app.empty(), app)},
+                        {"preferredAppGroupIdentifier",
+                         textOrNull(app == release || app == debug, "group." + app + ".shared")},
+                        {"serverVersion", "0.3.0"},
+                        {"socketCandidates", std::move(candidates)},
+                        {"socketError", error},
+                        {"socketReachable", error.isNull()},
+                        {"supportedProtocolVersions",
+                         JsonArray{"2024-11-05", "2025-03-26", "2025-06-18", "2025-11-25"}}}) +
+         "\n";
 }
 
 void linkTo(const fs::path& target, const fs::path& link) {
@@ -56,28 +83,13 @@ TEST(Doctor, TellsWhatIsInTheSocketsPlace) {
     SCOPED_TRACE(name);
     const TemporaryHome home;
     arrange(home, home.releaseSocket());
-    JsonValue error = "Quillmere MCP control socket was not found. Start Quillmere first.";
-    if (app) error = JsonValue();
+    JsonValue error = app ? JsonValue() : JsonValue(notFound);
     if (!failure.empty()) {
       error = "Could not reach Quillmere MCP control socket: " + home.releaseSocket() + ": " +
               std::string(failure);
     }
-    const auto candidate = [](const std::string& path, bool isThere, bool isOne) {
-      return JsonObject{{"path", path}, {"exists", isThere}, {"isSocket", isOne}};
-    };
-    const JsonObject report{
-        {"bundledAppIdentifier", JsonValue()},
-        {"preferredAppGroupIdentifier", JsonValue()},
-        {"serverVersion", "0.3.0"},
-        {"socketCandidates", JsonArray{candidate(home.debugSocket(), false, false),
-                                       candidate(home.releaseSocket(), exists, isSocket),
-                                       candidate(home.ungroupedSocket(), false, false)}},
-        {"socketError", error},
-        {"socketReachable", app.has_value()},
-        {"supportedProtocolVersions",
-         JsonArray{"2024-11-05", "2025-03-26", "2025-06-18", "2025-11-25"}}};
     const auto [output, status] = runDoctor(QUILLMERE_SERVER, QUILLMERE_SERVER);
-    EXPECT_EQ(output, indentedJson(report) + "\n");
+    EXPECT_EQ(output, report(home, "", exists, isSocket, error));
     EXPECT_EQ(status, 0);
     if (app) {
       EXPECT_EQ(app->accept().waitUntilClosed(), 0) << "the app is told nothing";
@@ -94,9 +106,6 @@ TEST(Doctor, SaysNothingThatWouldNotBeUtf8) {
   EXPECT_EQ(outcome.status, 1);
 }
 
-constexpr std::string_view release = "com.tallowbrook.wickfern";
-constexpr std::string_view debug = "com.tallowbrook.wickfern.debug";
-
 /// A copy of the program inside an app of its own, in a home of its own.
 struct Bundle : testing::Test {
   TemporaryHome home;
@@ -108,32 +117,12 @@ struct Bundle : testing::Test {
     fs::create_directories(server.parent_path());
     fs::copy_file(QUILLMERE_SERVER, server);
   }
-
-  /// Checks that the report names this bundle and its group and looks there first. No identifier
-  /// stands for no bundle.
-  void expectIdentifier(const ProgramOutcome& outcome, std::string_view identifier) const {
-    ASSERT_EQ(outcome.status, 0);
-    const JsonObject found = json(outcome.output);
-    constexpr std::string_view none = "null";
-    EXPECT_EQ(textUnder(found, "bundledAppIdentifier"), identifier.empty() ? none : identifier);
-    EXPECT_EQ(textUnder(found, "preferredAppGroupIdentifier"),
-              identifier == release || identifier == debug
-                  ? "group." + std::string(identifier) + ".shared"
-                  : none);
-    std::vector paths = {home.debugSocket(), home.releaseSocket(), home.ungroupedSocket()};
-    if (identifier == release) std::swap(paths[0], paths[1]);
-    for (const JsonValue& candidate : *found.findArray("socketCandidates")) {
-      EXPECT_EQ(*candidate.asObject()->findString("path"), paths.front());
-      paths.erase(paths.begin());
-    }
-    EXPECT_TRUE(paths.empty());
-  }
 };
 
 TEST_F(Bundle, NamesTheGroupToLookInFirst) {
   for (const std::string_view app : {release, debug, std::string_view("com.example.other")}) {
     home.write(infoPath, infoPlist(app));
-    expectIdentifier(runDoctor(server, server), app);
+    EXPECT_EQ(runDoctor(server, server).output, report(home, app));
   }
 }
 
@@ -167,7 +156,7 @@ TEST_F(Bundle, IsFoundUnderWhateverNameItsProgramWasStarted) {
   };
   for (const auto& [name, folder, identifier] : cases) {
     SCOPED_TRACE(name.substr(0, 100) + " in " + folder);
-    expectIdentifier(runDoctor(server, name, folder), identifier);
+    EXPECT_EQ(runDoctor(server, name, folder).output, report(home, identifier));
   }
 }
 

@@ -1,7 +1,6 @@
 // Bytes in, payloads out, over each kind of standard input; and frames out.
 #include "core/framing.hpp"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
@@ -159,39 +158,6 @@ TEST(Framing, WhatStandsBehindTheCurrentMessageStaysUnread) {
       EXPECT_STREQ("second\n", rest.data());
     }
   }
-}
-
-TEST(Framing, ANonBlockingInputIsWaitedFor) {
-  for (const Source::Kind kind : {Source::Kind::pipe, Source::Kind::socket}) {
-    const std::string wire = "{}\n";
-    const Source source(kind, wire, 1);
-    ::fcntl(source.input.number(), F_SETFL, O_NONBLOCK);
-    EXPECT_EQ((Outcomes{"{}\n"}), outcomesOf(source));
-  }
-}
-
-TEST(Framing, FramesFollowTheModeAndTheModeFlipsBeforeTheBlockIsJudged) {
-  std::array<int, 2> ends{};
-  ASSERT_EQ(0, ::pipe(ends.data()));
-  const Descriptor readEnd(ends[0]);
-  ServerState state;
-  {
-    const Descriptor writeEnd(ends[1]);
-    MessageWriter writer(writeEnd.number(), state);
-    writer.writeMessage(JsonObject{{"path", "a/é"}});
-
-    const std::string wire = "Content-Length: x\r\n\r\n";
-    const Source source(Source::Kind::pipe, wire, wire.size());
-    StdinReader reader(source.input.number());
-    EXPECT_THROW(static_cast<void>(readNextPayload(reader, state)), MCPError);
-    writer.writeMessage(JsonObject{{"path", "a/é"}});
-    EXPECT_THROW(writer.writeMessage(JsonObject{{"path", "\xFF"}}), JsonError);
-  }
-  std::string written;
-  InputStream input(readEnd.number());
-  while (input.read(1024, written)) {
-  }
-  EXPECT_EQ("{\"path\":\"a/é\"}\nContent-Length: 15\r\n\r\n{\"path\":\"a/é\"}", written);
 }
 
 }  // namespace

@@ -34,7 +34,7 @@ TEST(Prompts, AreListedAndFilledWordForWord) {
     const JsonObject params{{"name", name}, {"arguments", json(arguments)}};
     all.set(std::string(name) + " " + std::string(arguments), masked(getPrompt(params)));
   }
-  EXPECT_TRUE(matchesSnapshot(all, "prompts.json"));
+  EXPECT_EQ(indentedJson(all) + "\n", snapshot("prompts.json"));
 }
 
 TEST(Prompts, GiveEachTaskAnIdOfItsOwn) {

@@ -32,7 +32,8 @@ std::map<std::string_view, std::size_t> listedArguments() {
 }
 
 TEST(Catalogue, IsListedWordForWord) {
-  EXPECT_TRUE(matchesSnapshot(JsonObject{{"tools", visibleTools()}}, "tools_list.json"));
+  EXPECT_EQ(indentedJson(JsonObject{{"tools", visibleTools()}}) + "\n",
+            snapshot("tools_list.json"));
 }
 
 TEST(Catalogue, GivesEachToolItsCommand) {
@@ -216,15 +217,12 @@ TEST(ArgumentGuards, RepeatTheSchemasLongestLengths) {
   EXPECT_NO_THROW(checkStringLimits(json(R"({"text":5,"key":null,"taskName":["long"]})")));
 }
 
-TEST(ArgumentGuards, LetEveryArgumentPassButThoseThatStayHere) {
+TEST(ArgumentGuards, LetEveryArgumentPassButTheTopic) {
   std::set<std::string_view> passing = {"adbCommand", "reason"};
   for (const auto& [name, length] : listedArguments()) passing.insert(name);
   EXPECT_EQ(passing.erase("topic"), 1);
   EXPECT_EQ(passing.size(), 31);
   for (const std::string_view name : passing) EXPECT_TRUE(isControlField(name)) << name;
-  for (const std::string_view name : {"topic", "command", "id", "", "X", "taskid", "arguments"}) {
-    EXPECT_FALSE(isControlField(name)) << name;
-  }
 }
 
 }  // namespace
