@@ -13,6 +13,7 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <map>
 #include <set>
 #include <vector>
@@ -25,24 +26,23 @@ namespace quillmere {
 namespace {
 
 const std::string succeeded = "Quillmere tool call succeeded.";
+const std::string pong = R"({"jsonrpc":"2.0","id":"ping","result":{}})";
 
-/// What a process may have of a resource, until this goes out of scope. Process 0 is this one.
-class Limit {
- public:
-  Limit(pid_t limited, __rlimit_resource what, rlim_t most) : process(limited), resource(what) {
-    EXPECT_EQ(0, ::prlimit(process, resource, nullptr, &before));
-    const rlimit limit{.rlim_cur = most, .rlim_max = std::max(before.rlim_max, most)};
-    EXPECT_EQ(0, ::prlimit(process, resource, &limit, nullptr));
-  }
-  Limit(const Limit&) = delete;
-  Limit& operator=(const Limit&) = delete;
-  ~Limit() { ::prlimit(process, resource, &before, nullptr); }
-
- private:
-  const pid_t process;
-  const __rlimit_resource resource;
+/// Sets what a process, or with 0 this one, may have of a resource. Returns what it was before.
+rlim_t limit(pid_t process, __rlimit_resource resource, rlim_t most) {
   rlimit before{};
-};
+  EXPECT_EQ(0, ::prlimit(process, resource, nullptr, &before));
+  const rlimit after{.rlim_cur = most, .rlim_max = std::max(before.rlim_max, most)};
+  EXPECT_EQ(0, ::prlimit(process, resource, &after, nullptr));
+  return before.rlim_cur;
+}
+
+/// Answers the next call.
+void serve(const DesktopApp& app) {
+  const AppConnection connection = app.accept();
+  EXPECT_TRUE(connection.receive());
+  connection.answer({{"ok", true}});
+}
 
 /// A control frame with the largest answer.
 std::string largestAnswer() {
@@ -62,9 +62,7 @@ struct Limits : RunningServer {
   }
   void expectAServedCall(const DesktopApp& app) {
     call("next");
-    const AppConnection connection = app.accept();
-    EXPECT_TRUE(connection.receive());
-    connection.answer({{"ok", true}});
+    serve(app);
     EXPECT_EQ("\"next\": " + succeeded, nextShort());
   }
   [[nodiscard]] std::string folderOfProcess() const {
@@ -76,7 +74,7 @@ TEST_F(Limits, CallsWithoutADescriptorFailAndTheOthersAreServed) {
   constexpr rlim_t descriptors = 24;
   constexpr std::size_t calls = 200;
   const DesktopApp app(home.releaseSocket());
-  const Limit few(server.processID(), RLIMIT_NOFILE, descriptors);
+  limit(server.processID(), RLIMIT_NOFILE, descriptors);
   std::size_t served = descriptors;
   for (rlim_t number = 0; number < descriptors; ++number) {
     const auto entry = folderOfProcess() + "/fd/" + std::to_string(number);
@@ -85,9 +83,7 @@ TEST_F(Limits, CallsWithoutADescriptorFailAndTheOthersAreServed) {
   for (std::size_t id = 0; id < calls; ++id) call(static_cast<std::int64_t>(id));
   for (std::size_t i = served; i < calls; ++i) count(nextShort());
   for (std::size_t i = 0; i < served; ++i) {
-    const AppConnection connection = app.accept();
-    EXPECT_TRUE(connection.receive());
-    connection.answer({{"ok", true}});
+    serve(app);
     count(nextShort());
   }
   EXPECT_EQ((std::map<std::string, std::size_t>{
@@ -99,14 +95,15 @@ TEST_F(Limits, CallsWithoutADescriptorFailAndTheOthersAreServed) {
 
 TEST_F(Limits, TwoThousandCallsWaitAtOnceAndAreAnsweredOrCancelled) {
   constexpr std::int64_t calls = 2'000;
-  const Limit ours(0, RLIMIT_NOFILE, calls + 100);
-  const Limit theirs(server.processID(), RLIMIT_NOFILE, calls + 100);
+  for (const pid_t process : {0, server.processID()}) limit(process, RLIMIT_NOFILE, calls + 100);
   const DesktopApp app(home.releaseSocket());
   std::vector<AppConnection> held;
   for (std::int64_t id = 0; id < calls; ++id) {
     call(id);
     held.push_back(app.accept());
   }
+  request("ping", "ping");
+  EXPECT_EQ(pong, next());
   for (std::int64_t id = 0; id < calls; id += 2) cancel(id);
   for (std::size_t id = 0; id < calls; id += 2) held[id].waitUntilClosed();
   for (std::size_t id = 1; id < calls; id += 2) {
@@ -124,19 +121,18 @@ const std::string_view cannotBeLimited =
 TEST_F(Limits, WithoutRoomForAThreadOnlyThatCallFails) {
   if (isSanitized) GTEST_SKIP() << cannotBeLimited;
   const DesktopApp app(home.releaseSocket());
-  {
-    rlim_t pages = 0;
-    std::ifstream(folderOfProcess() + "/statm") >> pages;
-    const auto page = static_cast<rlim_t>(::sysconf(_SC_PAGESIZE));
-    // Room to work, and too little for a stack.
-    const Limit full(server.processID(), RLIMIT_AS, pages * page + 262'144);
-    for (const int id : {1, 2}) {
-      call(id);
-      count(nextShort());
-    }
-    request("ping", "ping");
-    EXPECT_EQ(R"({"jsonrpc":"2.0","id":"ping","result":{}})", next());
+  rlim_t pages = 0;
+  std::ifstream(folderOfProcess() + "/statm") >> pages;
+  // Room to work, and too little for a stack.
+  const rlim_t full = pages * static_cast<rlim_t>(::sysconf(_SC_PAGESIZE)) + 262'144;
+  const rlim_t before = limit(server.processID(), RLIMIT_AS, full);
+  for (const int id : {1, 2}) {
+    call(id);
+    count(nextShort());
   }
+  request("ping", "ping");
+  EXPECT_EQ(pong, next());
+  limit(server.processID(), RLIMIT_AS, before);
   EXPECT_EQ((std::map<std::string, std::size_t>{
                 {"-32603 Internal error: no thread can be had for this request.", 2}}),
             texts);
@@ -146,14 +142,15 @@ TEST_F(Limits, WithoutRoomForAThreadOnlyThatCallFails) {
 TEST_F(Limits, LargeAnswersWithoutRoomFailAndTheNextOnesComeWhole) {
   if (isSanitized) GTEST_SKIP() << cannotBeLimited;
   constexpr std::int64_t calls = 16;
-  const Limit half(server.processID(), RLIMIT_AS, 512 << 20);
+  limit(server.processID(), RLIMIT_AS, 512 << 20);
   const DesktopApp app(home.releaseSocket());
   const std::string frame = largestAnswer();
   const std::string_view whole(frame);
   InputStream output(server.outputDescriptor());
+  std::string line;
   const auto take = [&] {
     // The line is longer than this client's own reader takes.
-    std::string line;
+    line.clear();
     while (!line.ends_with('\n')) ASSERT_TRUE(output.readThrough('\n', frame.size(), line));
     const std::string_view body = whole.substr(controlPrefixBytes);
     const std::size_t at = line.find(body);
@@ -183,7 +180,8 @@ TEST_F(Limits, LargeAnswersWithoutRoomFailAndTheNextOnesComeWhole) {
   }
   EXPECT_EQ(calls + 3, std::ssize(ids));
   EXPECT_LE(3U, texts[succeeded]);
-  EXPECT_EQ(ids.size(), texts[succeeded] + texts["-32603 Internal error: std::bad_alloc"]);
+  ASSERT_EQ(2U, texts.size());
+  EXPECT_TRUE(texts.begin()->first.starts_with("-32603 Internal error: ")) << texts.begin()->first;
 }
 
 struct StreamCase {
@@ -233,28 +231,23 @@ TEST(Streams, AreReadToTheirEndAndEndTheProgramWhenTheyAreNoneAtAll) {
 }
 
 TEST(Streams, ThatDoNotBlockAreWaitedFor) {
-  const std::string text(900'000, 'x');
+  const std::string list = "{\"jsonrpc\":\"2.0\",\"id\":1,\"method\":\"tools/list\"}\n";
+  constexpr std::size_t count = 100;
   for (const ChildStreams streams : {ChildStreams::pipes, ChildStreams::socketPairs}) {
     const TemporaryHome home;
-    const DesktopApp app(home.releaseSocket());
     ServerProcess server({.program = QUILLMERE_SERVER,
                           .home = home.path(),
                           .streams = streams,
                           .nonBlocking = true});
     server.send("{\"jsonrpc\":\"2.0\",\"id\":0,\"method\":\"initialize\"}\n");
     ASSERT_TRUE(server.receive());
-    for (int i = 0; i < 4; ++i) {
-      server.send(
-          "{\"jsonrpc\":\"2.0\",\"id\":1,\"method\":\"tools/call\","
-          "\"params\":{\"name\":\"quillmere.devices.list\"}}\n");
-      const AppConnection connection = app.accept();
-      ASSERT_TRUE(connection.receive());
-      connection.answer({{"ok", true}, {"text", text}});
-      connection.waitUntilClosed();
-      const auto message = server.receive();
-      ASSERT_TRUE(message);
-      const JsonObject* payload = message->findObject("result")->findObject("structuredContent");
-      EXPECT_EQ(text, *payload->findString("text"));
+    // The answers are many times what a pipe or a socket holds.
+    server.send(times(count, list));
+    const auto first = server.receive();
+    for (std::size_t i = 1; i < count; ++i) {
+      const auto next = server.receive();
+      ASSERT_TRUE(next);
+      EXPECT_EQ(compactJson(*first), compactJson(*next));
     }
     server.closeInput();
     EXPECT_EQ(0, server.waitForExit());
@@ -270,11 +263,7 @@ struct Signal : Limits, testing::WithParamInterface<int> {};
 
 TEST_P(Signal, EndsTheProgramAtOnceAndNothingIsLeft) {
   const auto files = [&] {
-    std::set<std::filesystem::path> found;
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(home.path())) {
-      found.insert(entry.path());
-    }
-    return found;
+    return std::distance(std::filesystem::recursive_directory_iterator(home.path()), {});
   };
   inheritOrphans();
   const DesktopApp app(home.releaseSocket());
@@ -285,7 +274,7 @@ TEST_P(Signal, EndsTheProgramAtOnceAndNothingIsLeft) {
   ASSERT_EQ(0, ::kill(server.processID(), GetParam()));
   EXPECT_EQ(128 + GetParam(), server.waitForExit());
   EXPECT_EQ(0U, held.waitUntilClosed());
-  EXPECT_EQ(-1, ::waitpid(-1, nullptr, 0)) << "a child of the server's";
+  EXPECT_EQ(-1, ::waitpid(-1, nullptr, WNOHANG)) << "a child of the server's";
   EXPECT_EQ(before, files());
 }
 
