@@ -11,6 +11,7 @@
 #include <array>
 #include <cerrno>
 #include <climits>
+#include <new>
 
 namespace quillmere {
 
@@ -71,8 +72,10 @@ InputStream::LookAhead InputStream::wayToLookAhead() const {
 }
 
 bool InputStream::readThrough(char delimiter, std::size_t most, std::string& to) {
-  if (ahead.empty() && way != LookAhead::none && !fillAhead() && way != LookAhead::none)
-    return false;
+  if (ahead.empty() && way != LookAhead::none && !fillAhead() && way != LookAhead::none) {
+    hasEnded = true;
+  }
+  if (hasEnded) return false;
   // What can't be looked into is read byte by byte, to the same end.
   if (way == LookAhead::none) return read(1, to);
   const std::string_view seen = ahead.substr(0, most);
@@ -81,17 +84,20 @@ bool InputStream::readThrough(char delimiter, std::size_t most, std::string& to)
 }
 
 bool InputStream::read(std::size_t most, std::string& to) {
+  if (hasEnded) return false;
   const std::size_t before = to.size();
   to.resize(before + most);
   const ssize_t count = repeated(input, POLLIN, [&] { return ::read(input, &to[before], most); });
   const std::size_t taken = count > 0 ? static_cast<std::size_t>(count) : 0;
   to.resize(before + taken);
   ahead.remove_prefix(std::min(taken, ahead.size()));
+  hasEnded = taken == 0;
   return taken > 0;
 }
 
 bool InputStream::fillAhead() {
-  if (!aheadBuffer) aheadBuffer = std::make_unique_for_overwrite<char[]>(lookAheadBytes);
+  if (!aheadBuffer) aheadBuffer.reset(new (std::nothrow) char[lookAheadBytes]);
+  if (!aheadBuffer) way = LookAhead::none;
   long count = -1;
   switch (way) {
     case LookAhead::peek:

@@ -20,8 +20,9 @@ class InputStream {
   explicit InputStream(int descriptor);
 
   /// Appends at least one and at most `most` bytes to `to`, none of them behind the first
-  /// `delimiter`. Blocks for the first byte. Returns false, with `to` unchanged, at end of input. A
-  /// descriptor that can't be read counts as ended.
+  /// `delimiter`. Blocks for the first byte. Returns false, with `to` unchanged, at end of input,
+  /// and from then on. A descriptor that can't be read counts as ended. Throws `std::bad_alloc`,
+  /// with nothing read.
   [[nodiscard]] bool readThrough(char delimiter, std::size_t most, std::string& to);
 
   /// The same without a delimiter.
@@ -41,6 +42,8 @@ class InputStream {
 
   const int input;
   LookAhead way;
+  /// Kept, since a read after a failed one may work again, in the middle of a message.
+  bool hasEnded = false;
   /// Bytes that were seen and not yet consumed. A copy, in `aheadBuffer`: they also still stand in
   /// the descriptor.
   std::string_view ahead;
