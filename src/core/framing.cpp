@@ -1,7 +1,9 @@
 #include "core/framing.hpp"
 
+#include <algorithm>
 #include <charconv>
 #include <cstdint>
+#include <new>
 #include <string_view>
 #include <vector>
 
@@ -80,20 +82,40 @@ std::size_t bodyLength(const std::vector<std::string>& headerLines) {
 
 std::optional<std::string> StdinReader::readLine(std::size_t maxBytes) {
   std::string line;
-  while (input.readThrough('\n', maxBytes + 1 - line.size(), line)) {
-    if (line.size() > maxBytes) throw errors::messageTooLarge();
-    if (line.back() == '\n') return line;
+  try {
+    while (input.readThrough('\n', maxBytes + 1 - line.size(), line)) {
+      if (line.size() > maxBytes) throw errors::messageTooLarge();
+      if (line.back() == '\n') return line;
+    }
+  } catch (const std::bad_alloc&) {
+    skip(maxBytes + 1 - line.size(), '\n');
+    throw;
   }
   return line.empty() ? std::nullopt : std::optional(std::move(line));
 }
 
 std::string StdinReader::readExact(std::size_t byteCount) {
   std::string bytes;
-  bytes.reserve(byteCount);
+  try {
+    bytes.reserve(byteCount);
+  } catch (const std::bad_alloc&) {
+    skip(byteCount, std::nullopt);
+    throw;
+  }
   while (bytes.size() < byteCount) {
     if (!input.read(byteCount - bytes.size(), bytes)) throw errors::incompletePayload();
   }
   return bytes;
+}
+
+void StdinReader::skip(std::size_t most, std::optional<char> delimiter) {
+  constexpr std::size_t atATime = 4'096;
+  for (std::string part; most > 0; most -= part.size()) {
+    part.clear();
+    const std::size_t some = std::min(most, atATime);
+    if (!(delimiter ? input.readThrough(*delimiter, some, part) : input.read(some, part))) return;
+    if (part.back() == delimiter) return;
+  }
 }
 
 std::optional<std::string> readNextPayload(StdinReader& reader, ServerState& state) {

@@ -29,12 +29,18 @@ class StdinReader {
 
   /// The next line, its line feed included if it has one; nothing at end of input. Blocks.
   /// Throws `MCPError` -32600 behind byte `maxBytes` + 1 of a longer line; its rest stays unread.
+  /// Throws `std::bad_alloc` behind a line that there is no memory for.
   [[nodiscard]] std::optional<std::string> readLine(std::size_t maxBytes);
 
-  /// Exactly `byteCount` bytes. Blocks. Throws `MCPError` -32700 when input ends before.
+  /// Exactly `byteCount` bytes. Blocks. Throws `MCPError` -32700 when input ends before, and
+  /// `std::bad_alloc` behind bytes that there is no memory for.
   [[nodiscard]] std::string readExact(std::size_t byteCount);
 
  private:
+  /// Takes and drops at most `most` bytes, none of them behind the first `delimiter`: what is left
+  /// of a message that can't be held must not be taken for messages.
+  void skip(std::size_t most, std::optional<char> delimiter);
+
   InputStream input;
 };
 

@@ -1,5 +1,6 @@
 #include "core/server.hpp"
 
+#include <new>
 #include <optional>
 #include <string>
 #include <utility>
@@ -62,6 +63,11 @@ bool processPayload(std::string_view payload, ServerContext& server) {
     answerHere(std::move(message), id, server);
   } catch (const MCPError& error) {
     server.output.writeMessage(makeErrorResponse(id, error));
+    return true;
+  } catch (const std::bad_alloc&) {
+    // What can't be parsed for want of memory may be a request: the client is told, with or without
+    // its id.
+    server.output.writeMessage(makeErrorResponse(id, errors::outOfMemory()));
     return true;
   } catch (const std::exception& failure) {
     // Without an id this is text that is no JSON: it gets no answer, and the next message is read.

@@ -2,6 +2,7 @@
 
 #include <exception>
 #include <initializer_list>
+#include <new>
 
 #include "platform/text.hpp"
 
@@ -12,6 +13,8 @@ MCPError currentFailure() {
     throw;
   } catch (const MCPError& error) {
     return error;
+  } catch (const std::bad_alloc&) {
+    return errors::outOfMemory();
   } catch (const std::exception& failure) {
     return errors::internal(failure.what());
   } catch (...) {
@@ -85,6 +88,9 @@ MCPError paramsNotAnObject() {
 }
 MCPError internal(std::string_view description) {
   return error(internalError, {"Internal error: ", description});
+}
+MCPError outOfMemory() {
+  return internal("out of memory.");
 }
 MCPError noThread() {
   return internal("no thread can be had for this request.");

@@ -42,6 +42,8 @@ namespace errors {
 [[nodiscard]] MCPError unknownMethod(std::string_view method);
 [[nodiscard]] MCPError paramsNotAnObject();
 [[nodiscard]] MCPError internal(std::string_view description);
+/// There is not the memory that a message or its answer needs.
+[[nodiscard]] MCPError outOfMemory();
 /// The system gives no thread to carry out a request.
 [[nodiscard]] MCPError noThread();
 
