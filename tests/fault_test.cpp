@@ -1,0 +1,318 @@
+// Every system call of the server fails in turn: the first of its kind, the second, and so on; once
+// and from then on; in whole conversations over every kind of standard input.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/mman.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <system_error>
+#include <thread>
+
+#include "platform/process.hpp"
+#include "simulator/server_process.hpp"
+#include "support/desktop_app.hpp"
+#include "support/fault_order.hpp"
+#include "support/json.hpp"
+#include "support/temporary_home.hpp"
+
+namespace quillmere {
+namespace {
+
+const std::string hello = R"({"jsonrpc":"2.0","id":"hello","method":"initialize"})"
+                          "\n";
+const std::string bye = R"({"jsonrpc":"2.0","id":"bye","method":"shutdown"})"
+                        "\n";
+const std::string byeAnswer = R"({"jsonrpc":"2.0","id":"bye","result":{}})";
+const std::string largeText(90'000, 'x');
+
+std::string deviceList(std::string_view taskId) {
+  return R"({"jsonrpc":"2.0","id":1,"method":"tools/call","params":{"name":)"
+         R"("quillmere.devices.list","arguments":{"taskId":")" +
+         std::string(taskId) + "\"}}}\n";
+}
+
+std::string ping(std::string_view padding) {
+  return R"({"jsonrpc":"2.0","id":1,"method":"ping","params":{"x":")" + std::string(padding) +
+         "\"}}\n";
+}
+
+/// What a client sends while one fault is in force.
+struct Script {
+  enum class Input { pipe, socketPair, file };
+  std::string_view name;
+  Input input;
+  std::string wire;
+  /// Under which the client is told, when there is no memory for it.
+  std::string_view idWithoutMemory = "1";
+  /// The fault is in force from the program's start, and the client sends nothing more.
+  bool isWhole = false;
+};
+using Input = Script::Input;
+
+const std::string longLine = ping(largeText);
+const std::string longBody =
+    "Content-Length: " + std::to_string(longLine.size()) + "\r\n\r\n" + longLine;
+const Script scripts[] = {
+    {"a call over pipes", Input::pipe, deviceList("small")},
+    {"a call over socket pairs", Input::socketPair, deviceList("small")},
+    {"a large answer", Input::pipe, deviceList("large")},
+    {"a long line over pipes", Input::pipe, longLine, "null"},
+    {"a long line over socket pairs", Input::socketPair, longLine, "null"},
+    {"a long body", Input::pipe, longBody, "null"},
+    {"all over pipes", Input::pipe, hello + ping("") + bye, "", true},
+    {"all over socket pairs", Input::socketPair, hello + ping("") + bye, "", true},
+    {"all from a file", Input::file, hello + ping("") + bye, "", true},
+};
+
+/// What must come of a fault, beside an error's code and text.
+constexpr std::string_view works = "as without the fault";
+constexpr std::string_view ends = "the end of the process";
+/// Said before the end, when it comes behind the first header line.
+constexpr std::string_view cutOff = "-32700,\"message\":\"Parse error: incomplete Content-Length ";
+constexpr std::string_view noMemory = "-32603 Internal error: out of memory.";
+constexpr std::string_view noSocket = "-32000 Could not create Quillmere MCP control socket.";
+constexpr std::string_view notFound =
+    "-32000 Quillmere MCP control socket was not found. Start Quillmere first.";
+/// SOCKET and ERROR stand for the socket's path and the system's text.
+constexpr std::string_view notReached =
+    "-32000 Could not reach Quillmere MCP control socket: SOCKET: ERROR";
+constexpr std::string_view noSocketThere =
+    "-32000 Could not reach Quillmere MCP control socket: SOCKET: not a socket";
+constexpr std::string_view connectTimedOut =
+    "-32000 Could not reach Quillmere MCP control socket: SOCKET: Timed out connecting to "
+    "Quillmere "
+    "MCP control socket.";
+constexpr std::string_view notWritten = "-32000 Could not write to Quillmere MCP control socket.";
+constexpr std::string_view closed = "-32000 Quillmere closed the MCP control connection.";
+constexpr std::string_view noThread =
+    "-32603 Internal error: no thread can be had for this request.";
+
+constexpr int shortCount = 0;
+constexpr int timedOut = 0;
+
+struct Fault {
+  std::string_view name;
+  Call call;
+  std::vector<int> errors;
+  std::string_view outcome;
+  bool connectPends = false;
+};
+
+const Fault faults[] = {
+    {"reading input", Call::readInput, {EIO, EBADF}, ends},
+    {"waiting to read input", Call::readInput, {EINTR, EAGAIN, shortCount}, works},
+    {"peeking", Call::peek, {EIO, EOPNOTSUPP, EINTR, EAGAIN, shortCount}, works},
+    {"duplicating", Call::tee, {EIO, EINVAL, ENOMEM, EINTR, EAGAIN, shortCount}, works},
+    {"reading at a position", Call::readAtPosition, {EIO, ESPIPE, EINTR, shortCount}, works},
+    {"reading a duplicate", Call::readElsewhere, {EIO, EINTR, EAGAIN, shortCount}, works},
+    {"making a pipe", Call::pipe, {EMFILE, ENFILE}, works},
+    {"telling what a descriptor is", Call::identify, {EBADF, EIO}, works},
+    {"writing", Call::write, {EPIPE, EIO, ENOSPC, ECONNRESET, EBADF}, ends},
+    {"waiting to write", Call::write, {EINTR, EAGAIN, shortCount}, works},
+    {"looking for the app", Call::access, {EACCES, ENOENT, EIO}, notFound},
+    {"looking for a socket", Call::linkStatus, {EACCES, ENOENT, EIO}, noSocketThere},
+    {"making a socket", Call::socket, {EMFILE, ENFILE, ENOBUFS, ENOMEM, EACCES}, noSocket},
+    {"connecting", Call::connect, {ECONNREFUSED, EAGAIN, EINTR, EACCES, ENOENT}, notReached},
+    {"a late connect", Call::getStatusFlags, {EBADF}, works, true},
+    {"waiting for a late connect", Call::poll, {EINTR, ENOMEM}, notReached, true},
+    {"a connect that is too late", Call::poll, {timedOut}, connectTimedOut, true},
+    {"the outcome of a late connect", Call::getSocketOption, {ENOBUFS}, notReached, true},
+    {"telling a kind of socket", Call::getSocketOption, {ENOBUFS}, works},
+    {"setting time limits", Call::setSocketOption, {ENOPROTOOPT, EDOM}, works},
+    {"sending", Call::send, {EPIPE, ECONNRESET, EAGAIN, EINTR, ENOBUFS}, notWritten},
+    {"sending in pieces", Call::send, {shortCount}, works},
+    {"receiving", Call::receive, {ECONNRESET, EAGAIN, EINTR, ENOMEM}, closed},
+    {"receiving in pieces", Call::receive, {shortCount}, works},
+    {"resolving the program's path", Call::resolvePath, {EACCES, ENOENT, ENOMEM}, works},
+    {"starting a thread", Call::startThread, {EAGAIN, ENOMEM}, noThread},
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+    // The sanitizers bring an allocator of their own.
+    {"allocating", Call::largeAllocation, {ENOMEM}, noMemory},
+#endif
+};
+
+using Transcript = std::vector<std::string>;
+
+class FaultInjection : public testing::TestWithParam<Fault> {
+ protected:
+  static constexpr int once = 1;
+  /// More often than a script makes any call, but not for ever: what repeats its call goes on.
+  static constexpr int fromThenOn = 1'000;
+  static inline int faultsInjected = 0;
+
+  FaultInjection() {
+    const std::string path = home.write("order", std::string(sizeof(FaultOrder), '\0'));
+    const Descriptor file(::open(path.c_str(), O_RDWR | O_CLOEXEC));
+    order = static_cast<FaultOrder*>(
+        ::mmap(nullptr, sizeof(FaultOrder), PROT_READ | PROT_WRITE, MAP_SHARED, file.number(), 0));
+    EXPECT_NE(MAP_FAILED, static_cast<void*>(order));
+    ::setenv(faultOrderVariable, path.c_str(), 1);
+    ::setenv("LD_PRELOAD", QUILLMERE_FAULT_INJECTOR, 1);
+    ::setenv("ASAN_OPTIONS", "verify_asan_link_order=0", 1);
+  }
+  static void SetUpTestSuite() { prepareProcess(); }
+  static void TearDownTestSuite() { std::cout << faultsInjected << " faults injected\n"; }
+
+  /// Everything that a new server says to a script, to a call after it without a fault, and to the
+  /// end. What it must keep to whatever it says is checked here.
+  Transcript transcriptOf(const Script& script) {
+    const DesktopApp app(home.debugSocket(), [](const AppConnection& connection) {
+      if (const auto request = connection.receive()) {
+        const bool isLarge = *request->findString("taskId") == "large";
+        connection.answer({{"ok", true}, {"text", isLarge ? largeText : "small"}});
+        connection.waitUntilClosed();
+      }
+    });
+    Transcript all;
+    if (script.isWhole) order->call = GetParam().call;
+    ServerProcess server(optionsFor(script));
+    const auto isAnswered = [&] {
+      const auto message = server.receive();
+      if (message) all.push_back(compactJson(*message));
+      return message.has_value();
+    };
+    if (script.isWhole) {
+      if (script.input != Input::file) server.send(script.wire);
+    } else {
+      server.send(hello);
+      EXPECT_TRUE(isAnswered());
+      const std::ptrdiff_t descriptors = count(server, "fd");
+      order->call = GetParam().call;
+      server.send(script.wire);
+      const bool hasEnded = !isAnswered() || (GetParam().outcome == ends && order->failed > 0);
+      if (!hasEnded) {
+        order->call = Call::none;
+        // By then the worker is idle, and is not joined by another.
+        while (!isAtRest(server)) std::this_thread::yield();
+        server.send(deviceList("small"));
+        EXPECT_TRUE(isAnswered());
+        EXPECT_EQ(descriptors, count(server, "fd"));
+        EXPECT_EQ(threadsWithOneWorker, count(server, "task"));
+        server.send(bye);
+      }
+    }
+    while (isAnswered()) {
+    }
+    EXPECT_EQ(0, server.waitForExit());
+    order->call = Call::none;
+    return all;
+  }
+
+  /// Runs a script with one fault and returns how many calls failed: none, if it makes fewer.
+  int inject(const Script& script, int error, int before, int inARow, const Transcript& usual) {
+    const Fault& fault = GetParam();
+    order->error = error;
+    order->before = before;
+    order->inARow = inARow;
+    order->connectPends = fault.connectPends;
+    order->calls = 0;
+    const Transcript all = transcriptOf(script);
+    order->inARow = 0;
+    order->connectPends = false;
+    const int failed = order->failed.exchange(0);
+
+    Transcript expected = usual;
+    if (failed > 0 && fault.outcome == ends) {
+      EXPECT_LT(all.size(), usual.size());
+      expected.resize(std::min(all.size(), usual.size()));
+      if (!all.empty() && all.back().find(cutOff) != std::string::npos)
+        expected.back() = all.back();
+    } else if (failed > 0 && fault.outcome != works && !script.isWhole) {
+      expected.at(1) = errorFor(script, error);
+    }
+    EXPECT_EQ(expected, all);
+    return failed;
+  }
+
+ private:
+#ifdef __SANITIZE_THREAD__
+  static constexpr std::ptrdiff_t threadsWithOneWorker = 3;
+#else
+  static constexpr std::ptrdiff_t threadsWithOneWorker = 2;
+#endif
+
+  [[nodiscard]] ServerProcess::Options optionsFor(const Script& script) const {
+    if (script.input == Input::file) {
+      const std::string file = home.write("input", script.wire);
+      return {.program = "/bin/sh",
+              .arguments = {"-c", "exec \"$0\" <\"$1\"", QUILLMERE_SERVER, file},
+              .home = home.path()};
+    }
+    return {
+        .program = QUILLMERE_SERVER,
+        .home = home.path(),
+        .streams = script.input == Input::pipe ? ChildStreams::pipes : ChildStreams::socketPairs};
+  }
+
+  static std::filesystem::directory_iterator entries(const ServerProcess& server,
+                                                     const std::string& folder) {
+    return std::filesystem::directory_iterator("/proc/" + std::to_string(server.processID()) + "/" +
+                                               folder);
+  }
+  static std::ptrdiff_t count(const ServerProcess& server, const std::string& what) {
+    const auto all = entries(server, what);
+    return std::distance(begin(all), end(all));
+  }
+  /// Whether no thread runs.
+  static bool isAtRest(const ServerProcess& server) {
+    const auto threads = entries(server, "task");
+    return std::all_of(begin(threads), end(threads), [](const auto& thread) {
+      std::string line;
+      std::getline(std::ifstream(thread.path() / "stat"), line);
+      return line.find(") R ") == std::string::npos;
+    });
+  }
+
+  [[nodiscard]] std::string errorFor(const Script& script, int error) const {
+    const Fault& fault = GetParam();
+    std::string text(fault.outcome);
+    for (const auto& [name, value] : {std::pair("SOCKET", home.debugSocket()),
+                                      std::pair("ERROR", std::generic_category().message(error))}) {
+      if (const auto at = text.find(name); at != std::string::npos) {
+        text.replace(at, std::string_view(name).size(), value);
+      }
+    }
+    const std::size_t blank = text.find(' ');
+    const std::string_view id = fault.outcome == noMemory ? script.idWithoutMemory : "1";
+    return R"({"jsonrpc":"2.0","id":)" + std::string(id) + R"(,"error":{"code":)" +
+           text.substr(0, blank) + R"(,"message":")" + text.substr(blank + 1) + "\"}}";
+  }
+
+  TemporaryHome home;
+  FaultOrder* order = nullptr;
+};
+
+TEST_P(FaultInjection, IsAnsweredOrSurvivedOrEndsTheProcess) {
+  const int injectedBefore = faultsInjected;
+  for (const Script& script : scripts) {
+    const Transcript usual = transcriptOf(script);
+    ASSERT_EQ(script.isWhole ? 3U : 4U, usual.size());
+    for (const int error : GetParam().errors) {
+      for (const int inARow : {once, fromThenOn}) {
+        for (int before = 0; !HasFailure(); ++before, ++faultsInjected) {
+          SCOPED_TRACE(std::string(script.name) + ", error " + std::to_string(error) + ", after " +
+                       std::to_string(before) + " calls, times " + std::to_string(inARow));
+          if (inject(script, error, before, inARow, usual) == 0) break;
+        }
+      }
+    }
+  }
+  EXPECT_GT(faultsInjected, injectedBefore) << "no script makes this call";
+}
+
+std::string testName(const testing::TestParamInfo<Fault>& info) {
+  std::string name(info.param.name);
+  std::ranges::replace(name, ' ', '_');
+  std::erase(name, '\'');
+  return name;
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, FaultInjection, testing::ValuesIn(faults), testName);
+
+}  // namespace
+}  // namespace quillmere

@@ -1,0 +1,189 @@
+// A library to be preloaded into the server: its functions go before the system's of the same names
+// and fail when they are told to.
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <pthread.h>
+#include <stdlib.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdarg>
+
+#include "support/fault_order.hpp"
+
+namespace {
+
+using quillmere::Call;
+using quillmere::FaultOrder;
+
+/// Null until this library's own start, and for good in a program that is not under test.
+FaultOrder* order = nullptr;
+
+[[gnu::constructor]] void mapOrder() {
+  const char* path = ::getenv(quillmere::faultOrderVariable);
+  const int file = path != nullptr ? ::open(path, O_RDWR | O_CLOEXEC) : -1;
+  if (file < 0) return;
+  void* memory = ::mmap(nullptr, sizeof *order, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+  if (memory != MAP_FAILED) order = static_cast<FaultOrder*>(memory);
+  ::close(file);
+}
+
+enum class Fate { works, isShort, fails };
+
+/// Settles one call, and sets `errno` when it is to fail.
+Fate fateOf(Call call) {
+  if (order == nullptr || order->call != call) return Fate::works;
+  const int past = order->calls++ - order->before;
+  if (past < 0 || past >= order->inARow) return Fate::works;
+  ++order->failed;
+  if (order->error == 0) return Fate::isShort;
+  errno = order->error;
+  return Fate::fails;
+}
+
+bool fails(Call call) {
+  return fateOf(call) == Fate::fails;
+}
+
+template <typename Function>
+Function* systems(const char* name) {
+  return reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));
+}
+
+/// Carries `transfer` out on as many of `size` bytes as it may have.
+template <typename Transfer>
+ssize_t transferred(Call call, std::size_t size, Transfer transfer) {
+  const Fate fate = fateOf(call);
+  return fate == Fate::fails ? -1 : transfer(fate == Fate::isShort ? (size + 1) / 2 : size);
+}
+
+}  // namespace
+
+extern "C" {
+
+ssize_t read(int descriptor, void* to, size_t size) {
+  static const auto system = systems<decltype(read)>("read");
+  return transferred(descriptor == STDIN_FILENO ? Call::readInput : Call::readElsewhere, size,
+                     [&](std::size_t most) { return system(descriptor, to, most); });
+}
+
+ssize_t pread(int descriptor, void* to, size_t size, off_t position) {
+  static const auto system = systems<decltype(pread)>("pread");
+  return transferred(Call::readAtPosition, size,
+                     [&](std::size_t most) { return system(descriptor, to, most, position); });
+}
+
+ssize_t recv(int descriptor, void* to, size_t size, int flags) {
+  static const auto system = systems<decltype(recv)>("recv");
+  return transferred((flags & MSG_PEEK) != 0 ? Call::peek : Call::receive, size,
+                     [&](std::size_t most) { return system(descriptor, to, most, flags); });
+}
+
+ssize_t send(int descriptor, const void* from, size_t size, int flags) {
+  static const auto system = systems<decltype(send)>("send");
+  return transferred(Call::send, size,
+                     [&](std::size_t most) { return system(descriptor, from, most, flags); });
+}
+
+ssize_t tee(int from, int to, size_t size, unsigned flags) {
+  static const auto system = systems<decltype(tee)>("tee");
+  return transferred(Call::tee, size,
+                     [&](std::size_t most) { return system(from, to, most, flags); });
+}
+
+ssize_t writev(int descriptor, const iovec* pieces, int count) {
+  static const auto system = systems<decltype(writev)>("writev");
+  switch (fateOf(Call::write)) {
+    case Fate::works:
+      return system(descriptor, pieces, count);
+    case Fate::isShort:
+      return ::write(descriptor, pieces->iov_base, (pieces->iov_len + 1) / 2);
+    case Fate::fails:
+      break;
+  }
+  return -1;
+}
+
+int socket(int domain, int type, int protocol) {
+  static const auto system = systems<decltype(socket)>("socket");
+  return fails(Call::socket) ? -1 : system(domain, type, protocol);
+}
+
+int connect(int descriptor, const sockaddr* address, socklen_t length) {
+  static const auto system = systems<decltype(connect)>("connect");
+  if (fails(Call::connect)) return -1;
+  const int result = system(descriptor, address, length);
+  if (result != 0 || order == nullptr || !order->connectPends) return result;
+  errno = EINPROGRESS;
+  return -1;
+}
+
+int poll(pollfd* entries, nfds_t count, int patience) {
+  static const auto system = systems<decltype(poll)>("poll");
+  const Fate fate = fateOf(Call::poll);
+  if (fate == Fate::works) return system(entries, count, patience);
+  return fate == Fate::fails ? -1 : 0;
+}
+
+int fcntl(int descriptor, int command, ...) {
+  static const auto system = systems<decltype(fcntl)>("fcntl");
+  va_list arguments;
+  va_start(arguments, command);
+  const long argument = va_arg(arguments, long);
+  va_end(arguments);
+  if (command == F_GETFL && fails(Call::getStatusFlags)) return -1;
+  return system(descriptor, command, argument);
+}
+
+int getsockopt(int descriptor, int level, int name, void* value, socklen_t* length) {
+  static const auto system = systems<decltype(getsockopt)>("getsockopt");
+  return fails(Call::getSocketOption) ? -1 : system(descriptor, level, name, value, length);
+}
+
+int setsockopt(int descriptor, int level, int name, const void* value, socklen_t length) {
+  static const auto system = systems<decltype(setsockopt)>("setsockopt");
+  return fails(Call::setSocketOption) ? -1 : system(descriptor, level, name, value, length);
+}
+
+int lstat(const char* path, struct stat* status) {
+  static const auto system = systems<decltype(lstat)>("lstat");
+  return fails(Call::linkStatus) ? -1 : system(path, status);
+}
+
+int fstat(int descriptor, struct stat* status) {
+  static const auto system = systems<decltype(fstat)>("fstat");
+  return fails(Call::identify) ? -1 : system(descriptor, status);
+}
+
+int access(const char* path, int mode) {
+  static const auto system = systems<decltype(access)>("access");
+  return fails(Call::access) ? -1 : system(path, mode);
+}
+
+char* realpath(const char* path, char* resolved) {
+  static const auto system = systems<decltype(realpath)>("realpath");
+  return fails(Call::resolvePath) ? nullptr : system(path, resolved);
+}
+
+int pipe2(int* ends, int flags) {
+  static const auto system = systems<decltype(pipe2)>("pipe2");
+  return fails(Call::pipe) ? -1 : system(ends, flags);
+}
+
+int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*),
+                   void* argument) {
+  static const auto system = systems<decltype(pthread_create)>("pthread_create");
+  return fails(Call::startThread) ? errno : system(thread, attributes, start, argument);
+}
+
+void* malloc(size_t size) {
+  static const auto system = systems<decltype(malloc)>("malloc");
+  return size >= quillmere::largeBytes && fails(Call::largeAllocation) ? nullptr : system(size);
+}
+
+}  // extern "C"

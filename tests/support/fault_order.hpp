@@ -1,0 +1,57 @@
+// What a test tells the fault injector, in memory that it shares with the program under test.
+#pragma once
+
+#include <atomic>
+
+namespace quillmere {
+
+/// What can be made to fail.
+enum class Call : int {
+  none,
+  access,
+  connect,
+  getStatusFlags,
+  getSocketOption,
+  identify,
+  linkStatus,
+  /// Allocation of at least `largeBytes`.
+  largeAllocation,
+  peek,
+  pipe,
+  poll,
+  readAtPosition,
+  /// From anything but standard input.
+  readElsewhere,
+  readInput,
+  receive,
+  resolvePath,
+  send,
+  setSocketOption,
+  socket,
+  startThread,
+  tee,
+  write,
+};
+
+inline constexpr unsigned long largeBytes = 65'536;
+
+/// Where the injector finds the name of the file that holds a `FaultOrder`.
+inline constexpr auto faultOrderVariable = "QUILLMERE_FAULT_ORDER";
+
+/// One fault. Zeros, as in a new file, order none.
+struct FaultOrder {
+  /// Set last, and set to `none` first.
+  std::atomic<Call> call;
+  /// The error number. 0: the call works, but on half of what it is asked for; a `poll` times out.
+  std::atomic<int> error;
+  /// How many calls work before the first that fails, and how many then fail in a row.
+  std::atomic<int> before;
+  std::atomic<int> inARow;
+  /// Beside the fault: whether each connect that works says that it is still under way.
+  std::atomic<bool> connectPends;
+  /// How many calls there were, and how many of them failed.
+  std::atomic<int> calls;
+  std::atomic<int> failed;
+};
+
+}  // namespace quillmere
