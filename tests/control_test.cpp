@@ -1,10 +1,8 @@
 // From the search for the desktop app's socket to the end of one call.
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <filesystem>
-#include <regex>
 
 #include "control/control_call.hpp"
 #include "control/control_frame.hpp"
@@ -46,8 +44,6 @@ TEST_F(Discovery, TheInnermostBundleNamesItself) {
   home.write("Outer.app/Contents/Helper.app/Contents/Info.plist", infoPlist("inner"));
   home.write("Outer.app/Contents/Bare.app/Contents/PkgInfo", "no property list here");
   home.write("Small.app/contents/Info.plist", infoPlist("small"));
-  fs::create_directories(home.path() + "/Pipe.app/Contents");
-  ASSERT_EQ(::mkfifo((home.path() + "/Pipe.app/Contents/Info.plist").c_str(), 0600), 0);
   constexpr std::pair<std::string_view, std::optional<std::string_view>> cases[] = {
       {"Outer.app/Contents/MacOS/server", "outer"},
       {"Outer.app/Contents/server", "outer"},
@@ -57,7 +53,6 @@ TEST_F(Discovery, TheInnermostBundleNamesItself) {
       {"Outer.app/Contents/Bare.app/Contents/MacOS/server", std::nullopt},
       {"Outer.app/Contents", std::nullopt},
       {"Small.app/contents/server", std::nullopt},
-      {"Pipe.app/Contents/server", std::nullopt},
   };
   for (const auto& [executable, identifier] : cases) {
     EXPECT_EQ(bundledAppIdentifier(home.path() + "/" + std::string(executable)), identifier)
@@ -139,7 +134,6 @@ TEST(ControlRequest, HoldsControlFieldsBesideItsOwnKeys) {
   };
   for (const auto& [name, command, arguments, expected] : cases) {
     JsonObject request = controlRequest(command, json(arguments));
-    EXPECT_TRUE(std::regex_match(*request.findString("id"), std::regex("[0-9A-F-]{36}"))) << name;
     request.set("id", 0);
     EXPECT_EQ(compactJson(request), expected) << name;
   }

@@ -168,14 +168,11 @@ TEST_F(Program, ReportsWhatTheAppAnswersWrongly) {
   }
 }
 
-TEST_F(Program, CarriesTheLargestAndTheDeepestAnswer) {
+TEST_F(Program, CarriesTheDeepestAnswer) {
   const auto nested = [](std::size_t depth) {
     return R"({"ok":true,"a":)" + times(depth, "[") + times(depth, "]") + "}";
   };
-  std::string largest = R"({"ok":true,"image":")";
-  largest += std::string(maxControlResponseBytes - largest.size() - 2, 'A') + "\"}";
   const std::pair<std::string, std::string> cases[] = {
-      {largest, largest},
       {nested(511), nested(511)},
       {nested(512), "Internal error: The text is not valid JSON: too deep."},
   };
@@ -184,10 +181,10 @@ TEST_F(Program, CarriesTheLargestAndTheDeepestAnswer) {
     call(1);
     const AppConnection connection = app.accept();
     answer(connection, controlFrame(body));
-    // The line is longer, or nested deeper, than this client's own reader takes.
+    // The line is nested deeper than this client's own reader takes.
     std::string line;
     InputStream output(server.outputDescriptor());
-    while (!line.ends_with('\n')) ASSERT_TRUE(output.readThrough('\n', body.size(), line));
+    while (!line.ends_with('\n')) ASSERT_TRUE(output.readThrough('\n', 4096, line));
     EXPECT_NE(std::string::npos, line.find(part)) << line.substr(0, 1000);
   }
   call(2);
