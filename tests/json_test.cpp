@@ -47,6 +47,8 @@ TEST(Json, TextGoesThroughUnharmed) {
        "[\"" + times(100, "x") + "\\n\"]"},
       {"a string that makes up most of the text", R"({"a":[1,{"b":"most of it"}]})",
        R"({"a":[1,{"b":"most of it"}]})"},
+      {"one that starts with an escape", R"({"a":"\u00e9 and most of the text"})",
+       R"({"a":"é and most of the text"})"},
       {"one whose key comes again", R"({"a":"most of the text","a":1})", R"({"a":1})"},
   };
   for (const auto& [name, text, written] : cases) {

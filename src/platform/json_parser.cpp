@@ -1,6 +1,7 @@
 #include "platform/json_parser.hpp"
 
 #include <boost/json/basic_parser_impl.hpp>
+#include <functional>
 #include <iterator>
 #include <optional>
 #include <string>
@@ -25,10 +26,10 @@ class ValueBuilder {
   static constexpr std::size_t max_key_size = static_cast<std::size_t>(-1);
   static constexpr std::size_t max_string_size = static_cast<std::size_t>(-1);
 
-  /// Copies every string shorter than this. Of those that are not, there can be one at most.
-  std::size_t shortestLeft = std::string::npos;
-  /// The string that was not copied.
-  std::optional<std::string_view> left;
+  /// Leaves the string that makes up most of `text` where it is. There can be one at most.
+  void leaveLongestIn(std::string_view text) { whole = text; }
+  /// Where in the text the string starts that was left there, and its length.
+  std::optional<std::pair<std::size_t, std::size_t>> left;
 
   using Error = boost::json::error_code;
   using View = boost::json::string_view;
@@ -66,8 +67,8 @@ class ValueBuilder {
   }
   bool on_string_part(View part, std::size_t, Error&) { return hold(part); }
   bool on_string(View rest, std::size_t, Error&) {
-    if (held.empty() && rest.size() >= shortestLeft) {
-      left = {rest.data(), rest.size()};
+    if (held.empty() && isMostOfTheText(rest)) {
+      left.emplace(rest.data() - whole.data(), rest.size());
       rest = placeholder;
     }
     values.emplace_back(take(rest));
@@ -93,6 +94,13 @@ class ValueBuilder {
   [[nodiscard]] JsonValue takeDocument() { return std::move(values.back()); }
 
  private:
+  [[nodiscard]] bool isMostOfTheText(View string) const {
+    if (whole.empty() || string.size() < whole.size() / 2) return false;
+    // One that starts with an escape is no part of the text: it comes from the parser's own buffer.
+    const std::less_equal<> isNotBehind;
+    return isNotBehind(whole.data(), string.data()) &&
+           isNotBehind(string.data() + string.size(), whole.data() + whole.size());
+  }
   bool hold(View part) {
     held.append(part.data(), part.size());
     return true;
@@ -107,6 +115,7 @@ class ValueBuilder {
     return true;
   }
 
+  std::string_view whole;
   std::vector<JsonValue> values;
   std::vector<std::string> keys;
   std::string held;
@@ -158,15 +167,14 @@ JsonValue parseJson(std::string_view text) {
 
 JsonValue parseJsonInPlace(std::string text) {
   Parser parser(limits());
-  parser.handler().shortestLeft = text.size() / 2;
+  parser.handler().leaveLongestIn(text);
   JsonValue document = parse(text, parser);
 
   const auto left = parser.handler().left;
   // Not there when its key came again and another value took its place.
   if (const std::string* found = left ? findPlaceholder(document) : nullptr) {
-    const std::size_t at = static_cast<std::size_t>(left->data() - text.data());
-    text.resize(at + left->size());
-    text.erase(0, at);
+    text.resize(left->first + left->second);
+    text.erase(0, left->first);
     const_cast<std::string&>(*found) = std::move(text);
   }
   return document;
