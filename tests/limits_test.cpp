@@ -26,7 +26,7 @@ namespace quillmere {
 namespace {
 
 /// A sanitizer needs terabytes of address space, so with one there is nothing to limit.
-const bool isSanitized = std::string_view(QUILLMERE_SANITIZERS).size() > 0;
+const bool isSanitized = !std::string_view(QUILLMERE_SANITIZERS).empty();
 const std::string_view cannotBeLimited =
     "\nSKIPPED: limits of address space, which this build's sanitizers take without end.";
 
