@@ -145,29 +145,14 @@ int getsockopt(int descriptor, int level, int name, void* value, socklen_t* leng
   return fails(Call::getSocketOption) ? -1 : system(descriptor, level, name, value, length);
 }
 
-int setsockopt(int descriptor, int level, int name, const void* value, socklen_t length) {
-  static const auto system = systems<decltype(setsockopt)>("setsockopt");
-  return fails(Call::setSocketOption) ? -1 : system(descriptor, level, name, value, length);
-}
-
 int lstat(const char* path, struct stat* status) {
   static const auto system = systems<decltype(lstat)>("lstat");
   return fails(Call::linkStatus) ? -1 : system(path, status);
 }
 
-int fstat(int descriptor, struct stat* status) {
-  static const auto system = systems<decltype(fstat)>("fstat");
-  return fails(Call::identify) ? -1 : system(descriptor, status);
-}
-
 int access(const char* path, int mode) {
   static const auto system = systems<decltype(access)>("access");
   return fails(Call::access) ? -1 : system(path, mode);
-}
-
-char* realpath(const char* path, char* resolved) {
-  static const auto system = systems<decltype(realpath)>("realpath");
-  return fails(Call::resolvePath) ? nullptr : system(path, resolved);
 }
 
 int pipe2(int* ends, int flags) {

@@ -12,7 +12,6 @@ enum class Call : int {
   connect,
   getStatusFlags,
   getSocketOption,
-  identify,
   linkStatus,
   /// Allocation of at least `largeBytes`.
   largeAllocation,
@@ -24,9 +23,7 @@ enum class Call : int {
   readElsewhere,
   readInput,
   receive,
-  resolvePath,
   send,
-  setSocketOption,
   socket,
   startThread,
   tee,
