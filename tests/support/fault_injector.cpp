@@ -64,6 +64,8 @@ ssize_t transferred(Call call, std::size_t size, Transfer transfer) {
 
 }  // namespace
 
+// The system's headers use names of their own for the parameters.
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
 extern "C" {
 
 ssize_t read(int descriptor, void* to, size_t size) {
@@ -172,3 +174,4 @@ void* malloc(size_t size) {
 }
 
 }  // extern "C"
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)
