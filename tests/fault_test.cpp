@@ -145,7 +145,9 @@ class FaultInjection : public testing::TestWithParam<Fault> {
     EXPECT_NE(MAP_FAILED, static_cast<void*>(order));
     ::setenv(faultOrderVariable, path.c_str(), 1);
     ::setenv("LD_PRELOAD", QUILLMERE_FAULT_INJECTOR, 1);
+    // The one sanitizer wants to be loaded first, the other to wait a second before each end.
     ::setenv("ASAN_OPTIONS", "verify_asan_link_order=0", 1);
+    ::setenv("TSAN_OPTIONS", "atexit_sleep_ms=0", 1);
   }
   static void SetUpTestSuite() { prepareProcess(); }
   static void TearDownTestSuite() { std::cout << faultsInjected << " faults injected\n"; }
