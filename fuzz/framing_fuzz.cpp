@@ -49,7 +49,7 @@ Outcomes inPieces(std::string_view wire, std::size_t piece, bool overSocket) {
       demand(writeAll(output.number(), {wire.substr(at, piece)}));
     }
   });
-  const Outcomes outcomes = outcomesOf(input);
+  Outcomes outcomes = outcomesOf(input);
   writer.join();
   return outcomes;
 }
