@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 
+#include "platform/file_system.hpp"
 #include "support/desktop_app.hpp"
 #include "support/running_server.hpp"
 
@@ -20,7 +21,7 @@ ProgramOutcome runDoctor(const std::string& program, const std::string& name,
   return runToEnd(
       {.program = "/bin/bash",
        .arguments = {"-c", R"(cd "$0" && exec -a "$1" "$2" --doctor)", folder, name, program},
-       .home = ::getenv("HOME")});
+       .home = homeDirectory()});
 }
 
 constexpr std::string_view release = "com.tallowbrook.wickfern";

@@ -11,7 +11,7 @@ namespace {
 /// Both ways of parsing and both of writing, which must agree.
 std::string parseAndWrite(const std::string& text) {
   try {
-    const std::string written = compactJson(parseJson(text));
+    std::string written = compactJson(parseJson(text));
     const JsonObject inPlace{{"value", parseJsonInPlace(text)}};
     const JsonText inPieces(inPlace, 8);
     std::string joined;

@@ -84,7 +84,7 @@ TEST(ToolResult, HoldsThePayloadWholeBesideItsSummary) {
 TEST(Guidance, TellsWhatToDoAfterAList) {
   constexpr std::string_view sessions = "quillmere.sessions.list";
   constexpr std::string_view devices = "quillmere.devices.list";
-  constexpr std::string_view same = "";
+  constexpr std::string_view same;
   struct GuidanceCase {
     std::string_view name, tool, arguments, payload, guided;
   };

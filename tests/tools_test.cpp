@@ -152,7 +152,7 @@ TEST(Validation, ChecksEachValueByItsSchema) {
       {wait, "{}"},
       {launch, R"({"deviceSerial":"d","packageName":"p"})"},
   };
-  constexpr std::string_view passes = "";
+  constexpr std::string_view passes;
   constexpr std::string_view below = "is below the minimum.";
   constexpr std::string_view above = "is above the maximum.";
   constexpr std::string_view notInteger = "must be an integer.";
