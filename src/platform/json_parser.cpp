@@ -1,9 +1,10 @@
 #include "platform/json_parser.hpp"
 
 #include <boost/json/basic_parser_impl.hpp>
-#include <functional>
+#include <cstring>
 #include <iterator>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -26,10 +27,11 @@ class ValueBuilder {
   static constexpr std::size_t max_key_size = static_cast<std::size_t>(-1);
   static constexpr std::size_t max_string_size = static_cast<std::size_t>(-1);
 
-  /// Leaves the string that makes up most of `text` where it is. There can be one at most.
-  void leaveLongestIn(std::string_view text) { whole = text; }
-  /// Where in the text the string starts that was left there, and its length.
-  std::optional<std::pair<std::size_t, std::size_t>> left;
+  /// Lets what the parser has done with of `text` be written over. The string that makes up most of
+  /// the text then stays at its start. There can be one at most.
+  void useMemoryOf(std::string& text) { memory = text; }
+  /// The length of the string that stayed.
+  std::optional<std::size_t> left;
 
   using Error = boost::json::error_code;
   using View = boost::json::string_view;
@@ -67,11 +69,13 @@ class ValueBuilder {
   }
   bool on_string_part(View part, std::size_t, Error&) { return hold(part); }
   bool on_string(View rest, std::size_t, Error&) {
-    if (held.empty() && isMostOfTheText(rest)) {
-      left.emplace(rest.data() - whole.data(), rest.size());
-      rest = placeholder;
+    if (memory.empty() || heldInMemory + rest.size() < memory.size() / 2) {
+      values.emplace_back(take(rest));
+    } else {
+      hold(rest);
+      left = std::exchange(heldInMemory, 0);
+      values.emplace_back(placeholder);
     }
-    values.emplace_back(take(rest));
     return true;
   }
 
@@ -94,31 +98,34 @@ class ValueBuilder {
   [[nodiscard]] JsonValue takeDocument() { return std::move(values.back()); }
 
  private:
-  [[nodiscard]] bool isMostOfTheText(View string) const {
-    if (whole.empty() || string.size() < whole.size() / 2) return false;
-    // One that starts with an escape is no part of the text: it comes from the parser's own buffer.
-    const std::less_equal<> isNotBehind;
-    return isNotBehind(whole.data(), string.data()) &&
-           isNotBehind(string.data() + string.size(), whole.data() + whole.size());
-  }
   bool hold(View part) {
-    held.append(part.data(), part.size());
+    if (memory.empty()) {
+      held.append(part.data(), part.size());
+    } else {
+      // No string is longer than the text it is read from, so this stays behind the parser.
+      std::memmove(freeMemory() + heldInMemory, part.data(), part.size());
+      heldInMemory += part.size();
+    }
     return true;
   }
   std::string take(View rest) {
-    if (held.empty()) return {rest.data(), rest.size()};
-    held.append(rest.data(), rest.size());
-    return std::exchange(held, {});
+    if (held.empty() && heldInMemory == 0) return {rest.data(), rest.size()};
+    hold(rest);
+    if (memory.empty()) return std::exchange(held, {});
+    return {freeMemory(), std::exchange(heldInMemory, 0)};
   }
+  [[nodiscard]] char* freeMemory() const { return memory.data() + left.value_or(0); }
   bool number(View rest) {
     values.emplace_back(JsonNumber::fromText(take(rest)));
     return true;
   }
 
-  std::string_view whole;
   std::vector<JsonValue> values;
   std::vector<std::string> keys;
+  /// The parts of an unfinished string, number or key, in one of these two.
   std::string held;
+  std::span<char> memory;
+  std::size_t heldInMemory = 0;
 };
 
 using Parser = boost::json::basic_parser<ValueBuilder>;
@@ -167,14 +174,13 @@ JsonValue parseJson(std::string_view text) {
 
 JsonValue parseJsonInPlace(std::string text) {
   Parser parser(limits());
-  parser.handler().leaveLongestIn(text);
+  parser.handler().useMemoryOf(text);
   JsonValue document = parse(text, parser);
 
   const auto left = parser.handler().left;
   // Not there when its key came again and another value took its place.
   if (const std::string* found = left ? findPlaceholder(document) : nullptr) {
-    text.resize(left->first + left->second);
-    text.erase(0, left->first);
+    text.resize(*left);
     const_cast<std::string&>(*found) = std::move(text);
   }
   return document;

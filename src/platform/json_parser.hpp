@@ -19,7 +19,7 @@ inline constexpr std::size_t maxJsonDepth = 512;
 [[nodiscard]] JsonValue parseJson(std::string_view text);
 
 /// The same, and the string that makes up most of `text`, if there is one, takes over its memory
-/// instead of being copied.
+/// instead of being copied. Texts with large strings need no other memory than their own.
 [[nodiscard]] JsonValue parseJsonInPlace(std::string text);
 
 }  // namespace quillmere

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "platform/text.hpp"
@@ -42,7 +43,7 @@ class Writer {
 
   /// Makes room in one piece from the start, escapes included as a rule: a text that grows is
   /// copied at each step, and the largest ones would need a half more memory than they have to.
-  void expect(std::size_t size) { text.reserve(size + size / 8); }
+  void expect(std::size_t size) { text.reserve(withEscapes(size)); }
 
   /// From now on, leaves long clean runs where they are.
   void borrowFrom(std::size_t size) { shortestBorrowed = size; }
@@ -84,6 +85,8 @@ class Writer {
   [[nodiscard]] std::vector<BorrowedRun> takeBorrowed() { return std::move(borrowed); }
 
  private:
+  static std::size_t withEscapes(std::size_t size) { return size + size / 8; }
+
   void write(const JsonArray& array) {
     open('[');
     bool first = true;
@@ -95,13 +98,15 @@ class Writer {
   }
 
   void write(std::string_view string) {
+    bool hasRoom = string.size() < shortestBorrowed;
     text += '"';
     while (!string.empty()) {
       const std::size_t clean = cleanRun(string);
-      if (clean < shortestBorrowed) {
-        text += string.substr(0, clean);
-      } else {
+      if (clean >= shortestBorrowed) {
         borrowed.push_back({text.size(), string.substr(0, clean)});
+      } else {
+        if (!std::exchange(hasRoom, true)) text.reserve(text.size() + withEscapes(string.size()));
+        text += string.substr(0, clean);
       }
       string.remove_prefix(clean);
       if (!string.empty()) string.remove_prefix(writeSpecial(string));
@@ -190,33 +195,37 @@ class Writer {
 constexpr std::size_t quotes = 2;
 constexpr std::size_t brackets = 2;
 
-std::size_t unescapedSize(const JsonValue& value);
+std::size_t unescapedSize(const JsonValue& value, std::size_t shortestLeftOut);
 
-/// How long the compact text is if nothing in it needs an escape.
-std::size_t unescapedSize(const JsonObject& object) {
+/// How long the compact text is if nothing in it needs an escape, without its long strings.
+std::size_t unescapedSize(const JsonObject& object, std::size_t shortestLeftOut) {
   std::size_t size = brackets;
   for (const auto& [key, value] : object) {
-    size += key.size() + quotes + sizeof(":,") - 1 + unescapedSize(value);
+    size += key.size() + quotes + sizeof(":,") - 1 + unescapedSize(value, shortestLeftOut);
   }
   return size;
 }
 
-std::size_t unescapedSize(const JsonValue& value) {
+std::size_t unescapedSize(const JsonValue& value, std::size_t shortestLeftOut) {
   constexpr std::size_t longestWord = 5;
-  if (const auto* string = value.asString()) return string->size() + quotes;
+  if (const auto* string = value.asString()) {
+    return quotes + (string->size() < shortestLeftOut ? string->size() : 0);
+  }
   if (const auto* number = value.asNumber()) return number->text().size();
-  if (const auto* object = value.asObject()) return unescapedSize(*object);
+  if (const auto* object = value.asObject()) return unescapedSize(*object, shortestLeftOut);
   const auto* array = value.asArray();
   if (array == nullptr) return longestWord;
   std::size_t size = brackets;
-  for (const JsonValue& element : *array) size += unescapedSize(element) + sizeof(",") - 1;
+  for (const JsonValue& element : *array) {
+    size += unescapedSize(element, shortestLeftOut) + sizeof(",") - 1;
+  }
   return size;
 }
 
 template <typename Json>
 std::string compact(const Json& json) {
   Writer writer(Writer::Style::compact);
-  writer.expect(unescapedSize(json));
+  writer.expect(unescapedSize(json, std::string::npos));
   writer.write(json);
   return writer.take();
 }
@@ -232,8 +241,7 @@ std::string compactJson(const JsonObject& object) {
 
 JsonText::JsonText(const JsonObject& object, std::size_t shortestBorrowed) {
   Writer writer(Writer::Style::compact);
-  // For long strings too, which may need escapes: room that is never written to takes no memory.
-  writer.expect(unescapedSize(object));
+  writer.expect(unescapedSize(object, shortestBorrowed));
   writer.borrowFrom(shortestBorrowed);
   writer.write(object);
   copied = writer.take();
