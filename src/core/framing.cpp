@@ -88,7 +88,10 @@ std::optional<std::string> StdinReader::readLine(std::size_t maxBytes) {
       if (line.back() == '\n') return line;
     }
   } catch (const std::bad_alloc&) {
-    skip(maxBytes + 1 - line.size(), '\n');
+    const std::size_t taken = line.size();
+    std::string().swap(line);
+    // A line as short as a header's may be one, and its block would be taken for messages.
+    if (taken + skip(maxBytes + 1 - taken, '\n') <= maxHeaderLineBytes) endProcess();
     throw;
   }
   return line.empty() ? std::nullopt : std::optional(std::move(line));
@@ -108,14 +111,21 @@ std::string StdinReader::readExact(std::size_t byteCount) {
   return bytes;
 }
 
-void StdinReader::skip(std::size_t most, std::optional<char> delimiter) {
+std::size_t StdinReader::skip(std::size_t most, std::optional<char> delimiter) {
   constexpr std::size_t atATime = 4'096;
-  for (std::string part; most > 0; most -= part.size()) {
-    part.clear();
-    const std::size_t some = std::min(most, atATime);
-    if (!(delimiter ? input.readThrough(*delimiter, some, part) : input.read(some, part))) return;
-    if (part.back() == delimiter) return;
+  std::size_t skipped = 0;
+  try {
+    std::string part;
+    while (skipped < most && (part.empty() || part.back() != delimiter)) {
+      part.clear();
+      const std::size_t some = std::min(most - skipped, atATime);
+      if (!(delimiter ? input.readThrough(*delimiter, some, part) : input.read(some, part))) break;
+      skipped += part.size();
+    }
+  } catch (const std::bad_alloc&) {
+    endProcess();
   }
+  return skipped;
 }
 
 std::optional<std::string> readNextPayload(StdinReader& reader, ServerState& state) {
@@ -124,7 +134,14 @@ std::optional<std::string> readNextPayload(StdinReader& reader, ServerState& sta
 
   // Before the block is judged: an error about this very block goes out in header framing.
   state.useContentLengthFraming();
-  return reader.readExact(bodyLength(readHeaderBlock(reader, std::move(*firstLine))));
+  std::size_t length = 0;
+  // Without memory for a header block nothing tells where the next message starts.
+  try {
+    length = bodyLength(readHeaderBlock(reader, std::move(*firstLine)));
+  } catch (const std::bad_alloc&) {
+    endProcess();
+  }
+  return reader.readExact(length);
 }
 
 void MessageWriter::writeMessage(const JsonObject& message) {

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <mutex>
 #include <optional>
+#include <type_traits>
 #ifdef __GLIBC__
 #include <malloc.h>
 #endif
@@ -20,12 +21,9 @@ struct LargeWork {
   std::mutex lock;
   std::optional<Clock::time_point> _last;
 };
-
-LargeWork& largeWork() {
-  // Never destroyed: workers may use it while the process ends.
-  static auto& work = *new LargeWork;
-  return work;
-}
+// Workers may use it while the process ends.
+static_assert(std::is_trivially_destructible_v<LargeWork>);
+constinit LargeWork largeWork;
 
 #ifdef __GLIBC__
 /// Leaves a free block that small ones are cut from. Without it they are cut from the place of the
@@ -57,14 +55,14 @@ void tuneAllocator() {
 }
 
 void noteLargeWork() {
-  const std::lock_guard hold(largeWork().lock);
-  largeWork()._last = Clock::now();
+  const std::lock_guard hold(largeWork.lock);
+  largeWork._last = Clock::now();
 }
 
 void returnUnneededMemory() {
   {
-    const std::lock_guard hold(largeWork().lock);
-    std::optional<Clock::time_point>& last = largeWork()._last;
+    const std::lock_guard hold(largeWork.lock);
+    std::optional<Clock::time_point>& last = largeWork._last;
     if (!last || Clock::now() - *last < keptFor) return;
     last.reset();
   }
