@@ -75,8 +75,17 @@ ServerProcess::ServerProcess(const Options& options) {
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_adddup2(&actions, toChild.readEnd.number(), STDIN_FILENO);
   posix_spawn_file_actions_adddup2(&actions, fromChild.writeEnd.number(), STDOUT_FILENO);
-  const int error = ::posix_spawn(&child, options.program.c_str(), &actions, nullptr,
+  // What a parent of ours ignores, SIGHUP under nohup or SIGINT in the background, is not ignored
+  // by the server for that.
+  sigset_t all;
+  sigfillset(&all);
+  posix_spawnattr_t attributes;
+  posix_spawnattr_init(&attributes);
+  posix_spawnattr_setsigdefault(&attributes, &all);
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
+  const int error = ::posix_spawn(&child, options.program.c_str(), &actions, &attributes,
                                   pointersTo(arguments).data(), pointersTo(environment).data());
+  posix_spawnattr_destroy(&attributes);
   posix_spawn_file_actions_destroy(&actions);
   if (error != 0) throw std::system_error(error, std::generic_category(), options.program);
 
