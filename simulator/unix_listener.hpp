@@ -22,6 +22,8 @@ class UnixListener {
   ~UnixListener();
 
   [[nodiscard]] const std::string& path() const { return socketPath; }
+  /// The descriptor, which can be read while a connection waits.
+  [[nodiscard]] int number() const { return listener.number(); }
 
   /// Waits for the next connection; nothing once `stop` has been called. One thread at a time.
   [[nodiscard]] std::optional<Descriptor> accept() const;

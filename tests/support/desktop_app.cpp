@@ -1,5 +1,6 @@
 #include "support/desktop_app.hpp"
 
+#include <poll.h>
 #include <sys/socket.h>
 
 #include <array>
@@ -65,6 +66,14 @@ DesktopApp::~DesktopApp() {
 
 AppConnection DesktopApp::accept() const {
   return AppConnection(std::move(*listener.accept()));
+}
+
+std::optional<AppConnection> DesktopApp::acceptUnless(int descriptor) const {
+  std::array<pollfd, 2> entries = {pollfd{listener.number(), POLLIN, 0},
+                                   pollfd{descriptor, POLLIN, 0}};
+  static_cast<void>(::poll(entries.data(), entries.size(), -1));
+  if (entries[0].revents == 0) return std::nullopt;
+  return accept();
 }
 
 void DesktopApp::acceptAll() {

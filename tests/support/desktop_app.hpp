@@ -55,6 +55,9 @@ class DesktopApp {
 
   /// Waits for the next connection. Only without a handler.
   [[nodiscard]] AppConnection accept() const;
+  /// The same, but nothing once `descriptor` can be read, or has been closed by its other side,
+  /// while no connection waits: for a connection that need not come.
+  [[nodiscard]] std::optional<AppConnection> acceptUnless(int descriptor) const;
 
  private:
   struct Handling {
