@@ -17,9 +17,9 @@ namespace quillmere::bench {
 /// How the child's standard input and output are made: as shells do, or as Node-based clients do.
 enum class Streams { pipes, socketPairs };
 
-/// One server process, killed when it goes out of scope. Timing comes first: messages are bytes,
-/// and nothing is checked but where they end. Every function throws `std::runtime_error` when the
-/// server has gone.
+/// One server process, killed when it goes out of scope or when the thread that made it ends.
+/// Timing comes first: messages are bytes, and nothing is checked but where they end. Every
+/// function throws `std::runtime_error` when the server has gone.
 class Session {
  public:
   /// Starts `command`, whose first element is the program's path, with `HOME` set to `home`.
