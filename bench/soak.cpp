@@ -4,17 +4,22 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <charconv>
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <random>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -33,8 +38,10 @@ constexpr std::size_t fewestRounds = 2 * comparedRounds + 10;
 constexpr std::size_t mostInFlight = 8;
 constexpr double growthBarKiB = 1'024;
 constexpr double idleBarKiB = 2'048;
-/// A server that hangs ends this program, by the alarm's signal.
+/// After it the server hangs.
 constexpr unsigned mostSecondsPerRound = 300;
+/// Many times what an idle thread lives.
+constexpr std::chrono::seconds longestWayToRest{30};
 
 enum class Kind { answered, invalid, brokenFrame, cancelled };
 
@@ -110,6 +117,20 @@ class Soak {
     return judge(rests);
   }
 
+  /// On a thread of its own, because a hang has no end: tells it, or that somebody wants this
+  /// program to end, and ends it with nothing left behind. The signals are blocked before.
+  void watch(sigset_t signals) const {
+    std::thread([signals, folder = home.path()] {
+      int signal = 0;
+      ::sigwait(&signals, &signal);
+      std::printf("FAILED: %s\n", signal == SIGALRM ? "The server hangs." : "Interrupted.");
+      std::fflush(stdout);
+      std::error_code ignored;
+      std::filesystem::remove_all(folder, ignored);
+      std::_Exit(1);
+    }).detach();
+  }
+
  private:
   [[nodiscard]] Holdings holdings() { return holdingsOf(contender.session().processID()); }
 
@@ -122,8 +143,11 @@ class Soak {
   /// What is left once the server has nothing to do any more: its threads have ended, and the last
   /// of them has given back what was kept for more work.
   Holdings restOf() {
-    while (holdings().threads > fresh.threads)
+    const auto latest = std::chrono::steady_clock::now() + longestWayToRest;
+    while (holdings().threads > fresh.threads) {
+      if (std::chrono::steady_clock::now() > latest) throw std::runtime_error("A thread is left.");
       std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
     return holdings();
   }
 
@@ -132,22 +156,22 @@ class Soak {
     const Traffic* traffic = std::begin(mix);
     while (place >= traffic->share) place -= traffic++->share;
 
-    if (inFlight == mostInFlight) receive();
+    if (inFlight() == mostInFlight) receive();
     Session& session = contender.session();
     const int id = static_cast<int>(++calls);
     switch (traffic->kind) {
       case Kind::answered:
         session.send(callRequest(id, traffic->answer));
-        expect(traffic->answer == "nothing");
+        awaited[id] = traffic->answer == "nothing";
         break;
       case Kind::invalid:
         session.send(
             request(id, "tools/call", R"({"name":"quillmere.input.tap","arguments":{"x":"1"}})"));
-        expect(true);
+        awaited[id] = true;
         break;
       case Kind::brokenFrame:
         session.send("Content-Length: " + std::to_string(id) + "x\n\nno JSON\n");
-        expect(true);
+        ++brokenFrames;
         break;
       case Kind::cancelled:
         // With nothing else under way, since its arrival is waited for and answers are not read.
@@ -158,24 +182,37 @@ class Soak {
             R"({"jsonrpc":"2.0","method":"notifications/cancelled","params":{"requestId":)" +
             std::to_string(id) + "}}\n");
         static_cast<void>(app.waitForBreak());
+        cancelled.insert(id);
         break;
     }
   }
 
-  void expect(bool isError) {
-    ++inFlight;
-    if (isError) ++errorsDue;
-  }
+  [[nodiscard]] std::size_t inFlight() const { return awaited.size() + brokenFrames; }
 
+  /// Takes an answer, which must be the one that something in flight asks for.
   void receive() {
+    constexpr std::string_view label = R"("id":)";
     const std::string_view head = contender.session().receive().substr(0, 100);
-    --inFlight;
-    if (head.find(R"("error":)") != std::string_view::npos) --errorsDue;
+    const bool isError = head.find(R"("error":)") != std::string_view::npos;
+    const std::size_t labelAt = head.find(label);
+    const std::string_view idOn =
+        labelAt == std::string_view::npos ? "" : head.substr(labelAt + label.size());
+    if (idOn.starts_with("null") && isError && brokenFrames > 0) {
+      --brokenFrames;
+      return;
+    }
+    int id = 0;
+    std::from_chars(idOn.data(), idOn.data() + idOn.size(), id);
+    const auto at = awaited.find(id);
+    if (at != awaited.end() && at->second == isError) {
+      awaited.erase(at);
+    } else if (cancelled.erase(id) == 0) {
+      throw std::runtime_error("An answer that nothing asks for: " + std::string(head));
+    }
   }
 
   void receiveAll() {
-    while (inFlight > 0) receive();
-    if (errorsDue != 0) throw std::runtime_error("There were errors too many or too few.");
+    while (inFlight() > 0) receive();
   }
 
   [[nodiscard]] bool judge(const std::vector<Holdings>& rests) const {
@@ -211,8 +248,12 @@ class Soak {
   /// Always the same traffic.
   std::mt19937 random{1};
   std::size_t calls = 0;
-  std::size_t inFlight = 0;
-  long errorsDue = 0;
+  /// The ids of the calls that must be answered, and whether with an error.
+  std::map<int, bool> awaited;
+  /// The ids of the calls that may be.
+  std::set<int> cancelled;
+  /// Answered without an id.
+  std::size_t brokenFrames = 0;
 };
 
 }  // namespace
@@ -225,8 +266,15 @@ int main(int argumentCount, char** arguments) {
     std::fputs("usage: quillmere-soak MINUTES SERVER\n", stderr);
     return 2;
   }
+  // A server that has ended is an error of the call that finds it so.
+  std::signal(SIGPIPE, SIG_IGN);
+  sigset_t signals;
+  sigemptyset(&signals);
+  for (const int each : {SIGALRM, SIGINT, SIGTERM}) sigaddset(&signals, each);
+  ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   try {
     quillmere::bench::Soak soak(arguments[2]);
+    soak.watch(signals);
     return soak.run(std::chrono::minutes(minutes)) ? 0 : 1;
   } catch (const std::exception& failure) {
     std::printf("FAILED: %s\n", failure.what());
