@@ -191,7 +191,8 @@ TEST_F(Limits, LargeAnswersWithoutRoomFailAndTheNextOnesComeWhole) {
     take();
   }
   EXPECT_EQ(calls + 3, std::ssize(ids));
-  EXPECT_LE(3U, texts[succeeded]);
+  // What could be received is also written: 15 of the 16 as a rule, and all that come alone.
+  EXPECT_LE(10U + 3U, texts[succeeded]);
   ASSERT_EQ(2U, texts.size());
   EXPECT_TRUE(texts.begin()->first.starts_with("-32603 Internal error: ")) << texts.begin()->first;
 }
@@ -312,12 +313,15 @@ INSTANTIATE_TEST_SUITE_P(Limits, Signal, testing::Values(SIGTERM, SIGHUP, SIGINT
 struct Child {
   pid_t number;
 
+  explicit Child(pid_t process) : number(process) {}
+  Child(const Child&) = delete;
+  Child& operator=(const Child&) = delete;
+  ~Child() { kill(); }
   void kill() {
     if (number <= 0) return;
     ::kill(number, SIGKILL);
     ::waitpid(std::exchange(number, -1), nullptr, 0);
   }
-  ~Child() { kill(); }
 };
 
 TEST(Client, KilledInTheMiddleOfAnAnswerTakesTheServerWithIt) {
@@ -328,7 +332,7 @@ TEST(Client, KilledInTheMiddleOfAnAnswerTakesTheServerWithIt) {
   ASSERT_EQ(0, ::pipe2(ends.data(), O_CLOEXEC));
   const Descriptor fromClient(ends[0]);
   Descriptor toTest(ends[1]);
-  Child client{::fork()};
+  Child client(::fork());
   ASSERT_LE(0, client.number);
   if (client.number == 0) beAClient(home, toTest);
   toTest = Descriptor();
