@@ -29,7 +29,7 @@ const std::string bye = R"({"jsonrpc":"2.0","id":"bye","method":"shutdown"})"
                         "\n";
 const std::string largeText(90'000, 'x');
 
-constexpr std::string_view sanitizers = QUILLMERE_SANITIZERS;
+constexpr auto sanitizers = std::string_view(QUILLMERE_SANITIZERS);
 /// ThreadSanitizer has a thread of its own.
 constexpr std::ptrdiff_t threadsWithOneWorker = sanitizers == "thread" ? 3 : 2;
 
