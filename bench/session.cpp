@@ -70,7 +70,8 @@ int becomeProgram(void* of) {
 /// fork would add the copying of our pages to each start that is measured.
 pid_t start(Beginning& child) {
   alignas(16) std::array<char, 16'384> stack;
-  return ::clone(becomeProgram, stack.data() + stack.size(), CLONE_VM | CLONE_VFORK | SIGCHLD, &child);
+  return ::clone(becomeProgram, stack.data() + stack.size(), CLONE_VM | CLONE_VFORK | SIGCHLD,
+                 &child);
 }
 
 /// The number behind `label` in a file of /proc, in KiB.
