@@ -15,6 +15,7 @@
 #include <csignal>
 #include <cstddef>
 #include <deque>
+#include <map>
 #include <optional>
 #include <stdexcept>
 #include <string_view>
@@ -65,7 +66,7 @@ class Service {
       }
       if (entries[0].revents != 0) acceptAll();
       while (!held.empty() && held.front().due <= Clock::now()) {
-        send(held.front().connection, small);
+        send(held.front().connection, frames.at(answers::small));
         held.pop_front();
       }
     }
@@ -111,20 +112,8 @@ class Service {
     if (at == std::string_view::npos) return;
     request.remove_prefix(at + key.size());
     const std::string_view wanted = request.substr(0, request.find('"'));
-    if (wanted == answers::small) {
-      send(connection, small);
-    } else if (wanted == answers::image16Kb) {
-      send(connection, image16Kb);
-    } else if (wanted == answers::image1Mb) {
-      send(connection, image1Mb);
-    } else if (wanted == answers::refusal) {
-      send(connection, refusal);
-    } else if (wanted == answers::image4Mb) {
-      send(connection, image4Mb);
-    } else if (wanted == answers::image20Mb) {
-      send(connection, image20Mb);
-    } else if (wanted == answers::uiNodes) {
-      send(connection, uiNodes);
+    if (const auto frame = frames.find(wanted); frame != frames.end()) {
+      send(connection, frame->second);
     } else if (wanted == answers::held) {
       held.push_back({std::move(connection), Clock::now() + std::chrono::milliseconds(heldMs)});
     } else if (wanted == answers::none) {
@@ -148,13 +137,16 @@ class Service {
 
   const Descriptor listener;
   const Descriptor reports;
-  const std::string small = framed(smallPayload());
-  const std::string refusal = framed(R"({"ok":false,"error":"noSession","message":"No session."})");
-  const std::string image16Kb = framed(imagePayload(16 << 10));
-  const std::string image1Mb = framed(imagePayload(1 << 20));
-  const std::string image4Mb = framed(imagePayload(image4MbBytes));
-  const std::string image20Mb = framed(imagePayload(image20MbBytes));
-  const std::string uiNodes = framed(uiPayload(uiNodeCount));
+  /// What is answered at once, by the name that it is asked for.
+  const std::map<std::string_view, std::string> frames = {
+      {answers::small, framed(smallPayload())},
+      {answers::refusal, framed(R"({"ok":false,"error":"noSession","message":"No session."})")},
+      {answers::image16Kb, framed(imagePayload(16 << 10))},
+      {answers::image1Mb, framed(imagePayload(1 << 20))},
+      {answers::image4Mb, framed(imagePayload(image4MbBytes))},
+      {answers::image20Mb, framed(imagePayload(image20MbBytes))},
+      {answers::uiNodes, framed(uiPayload(uiNodeCount))},
+  };
   std::deque<Held> held;
   std::vector<Descriptor> unanswered;
 };
