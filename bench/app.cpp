@@ -15,6 +15,7 @@
 #include <csignal>
 #include <cstddef>
 #include <deque>
+#include <functional>
 #include <map>
 #include <optional>
 #include <stdexcept>
@@ -66,7 +67,7 @@ class Service {
       }
       if (entries[0].revents != 0) acceptAll();
       while (!held.empty() && held.front().due <= Clock::now()) {
-        send(held.front().connection, frames.at(answers::small));
+        send(held.front().connection, frameOf(answers::small));
         held.pop_front();
       }
     }
@@ -112,14 +113,24 @@ class Service {
     if (at == std::string_view::npos) return;
     request.remove_prefix(at + key.size());
     const std::string_view wanted = request.substr(0, request.find('"'));
-    if (const auto frame = frames.find(wanted); frame != frames.end()) {
-      send(connection, frame->second);
-    } else if (wanted == answers::held) {
+    if (wanted == answers::held) {
       held.push_back({std::move(connection), Clock::now() + std::chrono::milliseconds(heldMs)});
     } else if (wanted == answers::none) {
       unanswered.push_back(std::move(connection));
       report(Report::Kind::arrived);
+    } else {
+      send(connection, frameOf(wanted));
     }
+  }
+
+  /// Made when it is first asked for; empty when there is no such payload.
+  std::string_view frameOf(std::string_view name) {
+    auto place = frames.find(name);
+    if (place == frames.end()) {
+      const std::string payload = payloadCalled(name);
+      place = frames.emplace(name, payload.empty() ? "" : framed(payload)).first;
+    }
+    return place->second;
   }
 
   static void send(const Descriptor& connection, std::string_view bytes) {
@@ -137,16 +148,7 @@ class Service {
 
   const Descriptor listener;
   const Descriptor reports;
-  /// What is answered at once, by the name that it is asked for.
-  const std::map<std::string_view, std::string> frames = {
-      {answers::small, framed(smallPayload())},
-      {answers::refusal, framed(R"({"ok":false,"error":"noSession","message":"No session."})")},
-      {answers::image16Kb, framed(imagePayload(16 << 10))},
-      {answers::image1Mb, framed(imagePayload(1 << 20))},
-      {answers::image4Mb, framed(imagePayload(image4MbBytes))},
-      {answers::image20Mb, framed(imagePayload(image20MbBytes))},
-      {answers::uiNodes, framed(uiPayload(uiNodeCount))},
-  };
+  std::map<std::string, std::string, std::less<>> frames;
   std::deque<Held> held;
   std::vector<Descriptor> unanswered;
 };

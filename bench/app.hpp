@@ -10,15 +10,13 @@
 
 namespace quillmere::bench {
 
-/// The answers it has. A call names the one it wants in its argument `taskId`, which servers pass
-/// on.
+/// Answers, as a call asks for them in its argument `taskId`, which servers pass on: the names of
+/// payloads, and two that are none. Asked for any other, the app closes the connection.
 namespace answers {
 inline constexpr const char* small = "small";
-inline constexpr const char* image16Kb = "image0";
-inline constexpr const char* image1Mb = "image1";
-inline constexpr const char* image4Mb = "image4";
-inline constexpr const char* image20Mb = "image20";
-inline constexpr const char* uiNodes = "nodes";
+inline constexpr const char* image16Kb = "image 16384";
+inline constexpr const char* image1Mb = "image 1048576";
+inline constexpr const char* image20Mb = "image 20971520";
 inline constexpr const char* refusal = "refusal";
 /// The small one, held back for `heldMs`.
 inline constexpr const char* held = "held";

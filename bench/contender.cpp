@@ -31,15 +31,11 @@ std::string request(int id, std::string_view method, std::string_view params) {
   return line;
 }
 
-std::string callRequest(int id, std::string_view answer, std::string_view text) {
-  std::string params = text.empty() ? R"({"name":"quillmere.input.tap","arguments":{"taskId":")"
-                                    : R"({"name":"quillmere.input.text","arguments":{"taskId":")";
-  params.append(answer).append(R"(","sessionId":"session-1",)");
-  if (text.empty()) {
-    params += R"("x":120,"y":340.5}})";
-  } else {
-    params.append(R"("text":")").append(text).append("\"}}");
-  }
+std::string callRequest(int id, std::string_view answer, std::string_view tool,
+                        std::string_view arguments) {
+  std::string params = R"({"name":"quillmere.)";
+  params.append(tool).append(R"(","arguments":{"taskId":")").append(answer);
+  params.append(R"(","sessionId":"session-1")").append(arguments).append("}}");
   return request(id, "tools/call", params);
 }
 

@@ -43,8 +43,10 @@ class Contender {
 /// Messages of the client, each a line.
 [[nodiscard]] std::string initializeRequest();
 [[nodiscard]] std::string request(int id, std::string_view method, std::string_view params = "{}");
-/// Asks for one of the app's answers, with `text` as an argument unless it is empty.
-[[nodiscard]] std::string callRequest(int id, std::string_view answer, std::string_view text = {});
+/// Asks for one of the app's answers by a tool of `quillmere`, with `arguments` as its own ones.
+[[nodiscard]] std::string callRequest(int id, std::string_view answer,
+                                      std::string_view tool = "input.tap",
+                                      std::string_view arguments = R"(,"x":120,"y":340.5)");
 
 /// `line` in header framing.
 [[nodiscard]] std::string withHeader(std::string_view line);

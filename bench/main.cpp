@@ -133,19 +133,20 @@ class Benchmark {
 
  private:
   Row measure(const Scenario& scenario) {
-    affinity.pin(scenario.onOneProcessor, app.processID());
+    const Scenario::Details& details = scenario.details;
+    affinity.pin(details.onOneProcessor, app.processID());
     std::vector<Contender> contenders;
     for (const Rival& rival : rivals) {
-      contenders.emplace_back(rival, home.path(), scenario.streams, app);
+      contenders.emplace_back(rival, home.path(), details.streams, app);
     }
     Row row{scenario, std::vector<std::vector<double>>(rivals.size())};
-    for (int round = 0; round < options.rounds; ++round) {
+    for (int round = 0; round < std::min(options.rounds, details.mostRounds); ++round) {
       for (std::size_t i = 0; i < contenders.size(); ++i) {
-        if (scenario.inHeaderFraming && !rivals[i].takesHeaderFraming) continue;
+        if (details.inHeaderFraming && !rivals[i].takesHeaderFraming) continue;
         // The others are for scale: a few rounds of their long ones will do.
         if (i >= comparedRivals && round >= roundsForScale) continue;
         ::alarm(mostSecondsPerRound);
-        row.rounds[i].push_back(scenario.measure(contenders[i], options.budget));
+        row.rounds[i].push_back(scenario.measure(scenario, contenders[i], options.budget));
       }
     }
     ::alarm(0);

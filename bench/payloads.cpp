@@ -1,9 +1,50 @@
 #include "bench/payloads.hpp"
 
+#include <charconv>
 #include <cstdint>
-#include <string_view>
 
 namespace quillmere::bench {
+
+namespace {
+
+/// A long article: paragraphs of about a kilobyte.
+std::string articlePayload(std::size_t bytes) {
+  const std::string text =
+      filled("", "今天下午三点在会议室讨论新的计划，请大家提前准备好材料。", "", 1'024);
+  return filled(R"({"ok":true,"page":{"paragraphs":[)", '"' + text + "\",", R"("完"]}})", bytes);
+}
+
+std::string numbersPayload(std::size_t bytes) {
+  return filled(R"({"ok":true,"samples":[)", "7,", "7]}", bytes);
+}
+
+struct Kind {
+  std::string_view name;
+  std::string (*make)(std::size_t size);
+};
+
+const Kind kinds[] = {
+    {"small", [](std::size_t) { return smallPayload(); }},
+    {"refusal",
+     [](std::size_t) {
+       return std::string(R"({"ok":false,"error":"noSession","message":"No session."})");
+     }},
+    {"image", [](std::size_t size) { return imagePayload(size); }},
+    {"escaped", [](std::size_t size) { return imagePayload(size, R"(\/)"); }},
+    {"article", articlePayload},
+    {"nodes", uiPayload},
+    {"numbers", numbersPayload},
+};
+
+}  // namespace
+
+std::string filled(std::string_view head, std::string_view piece, std::string_view tail,
+                   std::size_t bytes) {
+  std::string text(head);
+  text.reserve(bytes);
+  while (text.size() + piece.size() + tail.size() <= bytes) text += piece;
+  return text.append(tail);
+}
 
 std::string smallPayload() {
   return R"({"ok":true,"action":{"message":"Tapped at 120, 340.","foregroundVerified":true},)"
@@ -12,30 +53,49 @@ std::string smallPayload() {
          R"("auditId":"a-000123"})";
 }
 
-std::string imagePayload(std::size_t bytes) {
+std::string imagePayload(std::size_t bytes, std::string_view slash) {
   constexpr std::string_view digits =
       "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
   constexpr std::string_view end = "\"}}";
   std::string payload = R"({"ok":true,"image":{"mimeType":"image/png","data":")";
   payload.reserve(bytes);
-  for (std::uint32_t state = 1; payload.size() + end.size() < bytes;) {
+  for (std::uint32_t state = 1; payload.size() + slash.size() + end.size() <= bytes;) {
     state = state * 1'664'525 + 1'013'904'223;
-    payload += digits[state >> 26U];
+    const char digit = digits[state >> 26U];
+    payload.append(digit == '/' ? slash : std::string_view(&digit, 1));
   }
   return payload.append(end);
 }
 
 std::string uiPayload(std::size_t nodes) {
-  std::string payload = R"({"ok":true,"uiState":{"elementCount":)";
+  constexpr std::string_view texts[] = {"明天下午三点开会", "买牛奶和鸡蛋", "给妈妈打电话",
+                                        "本周工作总结", "设置"};
+  std::string payload = R"({"ok":true,"uiState":{"packageName":"com.notes","elementCount":)";
   payload.append(std::to_string(nodes)).append(R"(,"truncated":false,"nodes":[)");
-  for (std::size_t i = 0; i < nodes; ++i) {
+  for (std::size_t i = 1; i <= nodes; ++i) {
     const std::string number = std::to_string(i);
-    payload.append(i == 0 ? "" : ",").append(R"({"nodeId":"n)").append(number);
-    payload.append(R"(","className":"android.widget.TextView","text":"Line )").append(number);
-    payload.append(R"( – ok","bounds":{"x":24,"y":)").append(number);
-    payload.append(R"(,"width":1032.5,"height":96},"clickable":true,"parent":null})");
+    payload.append(i == 1 ? "" : ",").append(R"({"nodeId":)").append(number);
+    payload.append(R"(,"parentId":)").append(std::to_string(i / 8));
+    payload.append(R"(,"className":"Text","packageName":"com.notes","resourceId":"r)");
+    payload.append(number).append(R"(","text":")").append(texts[i % std::size(texts)]);
+    payload.append(R"(","contentDescription":"备忘)").append(number);
+    payload.append(R"(","bounds":{"x":24,"y":)").append(number);
+    payload.append(R"(,"width":1032.5,"height":96},"clickable":true,"enabled":true,)");
+    payload.append(R"("focused":false,"editable":false,"checked":null})");
   }
   return payload + "]}}";
+}
+
+std::string payloadCalled(std::string_view name) {
+  const std::size_t blank = name.find(' ');
+  std::size_t size = 0;
+  if (blank != std::string_view::npos) {
+    std::from_chars(name.data() + blank + 1, name.data() + name.size(), size);
+  }
+  for (const Kind& kind : kinds) {
+    if (kind.name == name.substr(0, blank)) return kind.make(size);
+  }
+  return {};
 }
 
 }  // namespace quillmere::bench

@@ -52,13 +52,18 @@ void printCells(const std::vector<std::string>& cells) {
   std::fflush(stdout);
 }
 
+bool meetsBar(const Row& row) {
+  const Bar& bar = row.scenario.bar;
+  const double reached =
+      bar.kind == Bar::Kind::ratio ? ratioToFloor(row, serverAt) : median(row.rounds[serverAt]);
+  return row.scenario.details.moreIsBetter ? reached >= bar.value : reached <= bar.value;
+}
+
 std::string verdict(const Row& row) {
   const Bar& bar = row.scenario.bar;
   if (bar.kind == Bar::Kind::none) return "";
-  const bool isRatio = bar.kind == Bar::Kind::ratio;
-  const double reached = isRatio ? ratioToFloor(row, serverAt) : median(row.rounds[serverAt]);
-  const bool isMet = row.scenario.moreIsBetter ? reached >= bar.value : reached <= bar.value;
-  return number(bar.value) + (isRatio ? " ×" : "") + (isMet ? "" : " MISSED");
+  return number(bar.value) + (bar.kind == Bar::Kind::ratio ? " ×" : "") +
+         (meetsBar(row) ? "" : " MISSED");
 }
 
 }  // namespace
@@ -136,8 +141,8 @@ bool failsGuard(const Row& row, const RecordedRatios& recorded) {
   const auto found = recorded.find(row.scenario.name);
   if (found == recorded.end()) return false;
   const double ratio = ratioToFloor(row, serverAt);
-  return row.scenario.moreIsBetter ? ratio * guardFactor < found->second
-                                   : ratio > found->second * guardFactor;
+  return row.scenario.details.moreIsBetter ? ratio * guardFactor < found->second
+                                           : ratio > found->second * guardFactor;
 }
 
 }  // namespace quillmere::bench

@@ -1,6 +1,7 @@
 #include "bench/scenarios.hpp"
 
-#include <string>
+#include <stdexcept>
+#include <thread>
 #include <vector>
 
 #include "bench/payloads.hpp"
@@ -13,92 +14,52 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using Budget = std::chrono::milliseconds;
 
-template <typename Unit>
-double in(Clock::duration duration) {
-  return std::chrono::duration<double, typename Unit::period>(duration).count();
+/// `duration` in the scenario's unit, "µs" or "ms".
+double in(const Scenario& scenario, Clock::duration duration) {
+  return std::chrono::duration<double, std::micro>(duration).count() /
+         (scenario.unit == "ms" ? 1000 : 1);
 }
 
-using std::chrono::microseconds;
-using std::chrono::milliseconds;
-
-/// The median of what `sample` returns, called until `budget` is used up.
+/// The median of how long `sample` says that it took, called until `budget` is used up.
 template <typename Sample>
-double medianSample(Budget budget, Sample sample) {
+double medianSample(const Scenario& scenario, Budget budget, Sample sample) {
   std::vector<double> samples;
   const auto end = Clock::now() + budget;
   do {
-    samples.push_back(sample());
+    samples.push_back(in(scenario, sample()));
   } while (Clock::now() < end);
   return median(std::move(samples));
 }
 
-/// How long the answer to `bytes` takes.
-template <typename Unit>
-double roundTrip(Session& session, std::string_view bytes) {
+/// How long the answer to `bytes` takes. Throws `std::runtime_error` when it is an error, of which
+/// any figure would be wrong.
+Clock::duration roundTrip(Session& session, std::string_view bytes) {
   const auto begin = Clock::now();
   session.send(bytes);
-  static_cast<void>(session.receive());
-  return in<Unit>(Clock::now() - begin);
+  const std::string_view head = session.receive().substr(0, 100);
+  const auto duration = Clock::now() - begin;
+  if (head.find(R"("error":)") != std::string_view::npos) {
+    throw std::runtime_error("A server answers: " + std::string(head));
+  }
+  return duration;
 }
 
-/// Round trips of one message again and again.
-template <typename Unit>
-double roundTrips(Contender& contender, Budget budget, std::string_view bytes) {
+double roundTrips(const Scenario& scenario, Contender& contender, Budget budget) {
   Session& session = contender.session();
-  static_cast<void>(roundTrip<Unit>(session, bytes));
-  return medianSample(budget, [&] { return roundTrip<Unit>(session, bytes); });
+  static_cast<void>(roundTrip(session, scenario.message));
+  return medianSample(scenario, budget, [&] { return roundTrip(session, scenario.message); });
 }
 
-double start(Contender& contender, Budget budget) {
-  const std::string initialize = initializeRequest();
-  return medianSample(budget, [&] {
+double start(const Scenario& scenario, Contender& contender, Budget budget) {
+  return medianSample(scenario, budget, [&] {
     const auto begin = Clock::now();
     const auto session = contender.start();
-    session->send(initialize);
-    static_cast<void>(session->receive());
-    return in<milliseconds>(Clock::now() - begin);
+    static_cast<void>(roundTrip(*session, scenario.message));
+    return Clock::now() - begin;
   });
 }
 
-double ping(Contender& contender, Budget budget) {
-  return roundTrips<microseconds>(contender, budget, request(1, "ping"));
-}
-
-double longLine(Contender& contender, Budget budget) {
-  std::string params = R"({"padding":")" + std::string(1'048'400, 'x') + "\"}";
-  return roundTrips<microseconds>(contender, budget, request(1, "ping", params));
-}
-
-double listTools(Contender& contender, Budget budget) {
-  return roundTrips<microseconds>(contender, budget, request(1, "tools/list"));
-}
-
-double call(Contender& contender, Budget budget) {
-  return roundTrips<microseconds>(contender, budget, callRequest(1, answers::small));
-}
-
-double callWithText(Contender& contender, Budget budget) {
-  const std::string text(16'384, 'x');
-  return roundTrips<microseconds>(contender, budget, callRequest(1, answers::small, text));
-}
-
-double callWithHeader(Contender& contender, Budget budget) {
-  return roundTrips<microseconds>(contender, budget, withHeader(callRequest(1, answers::small)));
-}
-
-double image4Mb(Contender& contender, Budget budget) {
-  return roundTrips<milliseconds>(contender, budget, callRequest(1, answers::image4Mb));
-}
-
-double image20Mb(Contender& contender, Budget budget) {
-  return roundTrips<milliseconds>(contender, budget, callRequest(1, answers::image20Mb));
-}
-
-double uiNodes(Contender& contender, Budget budget) {
-  return roundTrips<milliseconds>(contender, budget, callRequest(1, answers::uiNodes));
-}
-
-double callsInFlight(Contender& contender, Budget budget) {
+double callsInFlight(const Scenario& /*scenario*/, Contender& contender, Budget budget) {
   constexpr int inFlight = 64;
   Session& session = contender.session();
   int id = 0;
@@ -110,24 +71,24 @@ double callsInFlight(Contender& contender, Budget budget) {
     static_cast<void>(session.receive());
     if (Clock::now() < end) session.send(callRequest(id++, answers::small));
   }
-  return answered / in<std::chrono::seconds>(Clock::now() - begin);
+  return answered / std::chrono::duration<double>(Clock::now() - begin).count();
 }
 
-double heldCalls(Contender& contender, Budget budget) {
+double heldCalls(const Scenario& scenario, Contender& contender, Budget budget) {
   constexpr int atOnce = 200;
   Session& session = contender.session();
-  return medianSample(budget, [&] {
+  return medianSample(scenario, budget, [&] {
     const auto begin = Clock::now();
     for (int id = 0; id < atOnce; ++id) session.send(callRequest(id, answers::held));
     for (int id = 0; id < atOnce; ++id) static_cast<void>(session.receive());
-    return in<milliseconds>(Clock::now() - begin);
+    return Clock::now() - begin;
   });
 }
 
-double cancel(Contender& contender, Budget budget) {
+double cancel(const Scenario& scenario, Contender& contender, Budget budget) {
   Session& session = contender.session();
   int id = 0;
-  return medianSample(budget, [&] {
+  return medianSample(scenario, budget, [&] {
     session.send(callRequest(++id, answers::none));
     contender.app.waitForArrival();
     const std::string cancellation =
@@ -136,50 +97,39 @@ double cancel(Contender& contender, Budget budget) {
     const auto sent = Clock::now();
     session.send(cancellation);
     const std::chrono::nanoseconds broken(contender.app.waitForBreak());
-    return in<microseconds>(broken - sent.time_since_epoch());
+    return broken - sent.time_since_epoch();
   });
 }
 
-double processorTime(Contender& contender, Budget budget) {
+double processorTime(const Scenario& scenario, Contender& contender, Budget budget) {
   Session& session = contender.session();
-  const std::string line = callRequest(1, answers::small);
   const auto before = session.processorTime();
   int calls = 0;
   for (const auto end = Clock::now() + budget; Clock::now() < end; ++calls) {
-    static_cast<void>(roundTrip<microseconds>(session, line));
+    static_cast<void>(roundTrip(session, scenario.message));
   }
-  return in<milliseconds>(session.processorTime() - before) * 1000 / calls;
+  return in(scenario, session.processorTime() - before) * 1000 / calls;
 }
 
-double idleMemory(Contender& contender, Budget /*budget*/) {
+/// Of a process of its own that has answered the message so often and then rested. The share is
+/// said as it is; the others, as what has come on top of what was resident after the handshake.
+template <Memory memory, int times, int restSeconds = 0>
+double memoryAfter(const Scenario& scenario, Contender& contender, Budget /*budget*/) {
   const auto session = contender.startInitialized();
-  static_cast<void>(roundTrip<microseconds>(*session, request(1, "ping")));
-  return session->proportionalMemory();
-}
-
-double usedMemory(Contender& contender, Budget /*budget*/) {
-  const auto session = contender.startInitialized();
-  for (int id = 1; id <= 100; ++id) {
-    static_cast<void>(roundTrip<microseconds>(*session, callRequest(id, answers::small)));
+  static_cast<void>(roundTrip(*session, request(1, "ping")));
+  const double before = memory == Memory::share ? 0 : session->bytesOf(Memory::resident);
+  for (int i = 0; i < times; ++i) {
+    static_cast<void>(roundTrip(*session, scenario.message));
   }
-  return session->proportionalMemory();
+  std::this_thread::sleep_for(std::chrono::seconds(restSeconds));
+  return (session->bytesOf(memory) - before) / static_cast<double>(scenario.details.unitBytes);
 }
 
-double peakOf(Contender& contender, const char* answer, std::size_t answerBytes) {
-  const auto session = contender.startInitialized();
-  for (int id = 1; id <= 3; ++id) {
-    static_cast<void>(roundTrip<milliseconds>(*session, callRequest(id, answer)));
-  }
-  return session->peakMemory() * 1024 / static_cast<double>(answerBytes);
-}
-
-double peakMemory4Mb(Contender& contender, Budget /*budget*/) {
-  return peakOf(contender, answers::image4Mb, image4MbBytes);
-}
-
-double peakMemory20Mb(Contender& contender, Budget /*budget*/) {
-  return peakOf(contender, answers::image20Mb, image20MbBytes);
-}
+constexpr auto share = memoryAfter<Memory::share, 1>;
+constexpr auto shareAfter100 = memoryAfter<Memory::share, 100>;
+/// From the second answer on it shows whether the room of the one before is used again.
+constexpr auto peakGrowth = memoryAfter<Memory::peak, 3>;
+constexpr auto growthAtRest = memoryAfter<Memory::resident, 1, 3>;
 
 constexpr Bar ratio(double value) {
   return {Bar::Kind::ratio, value};
@@ -188,82 +138,88 @@ constexpr Bar figure(double value) {
   return {Bar::Kind::figure, value};
 }
 
-constexpr Scenario all[] = {
-    {.name = "start, exec to initialize answered",
-     .unit = "ms",
-     .measure = start,
-     .bar = ratio(1.5)},
-    {.name = "ping", .unit = "µs", .measure = ping, .bar = ratio(1.5)},
-    {.name = "ping in a line of 1 MB", .unit = "µs", .measure = longLine},
-    {.name = "tools/list", .unit = "µs", .measure = listTools},
-    {.name = "tools/call, pipes", .unit = "µs", .measure = call, .bar = ratio(1.4)},
-    {.name = "tools/call, socket pairs",
-     .unit = "µs",
-     .measure = call,
-     .bar = ratio(1.4),
-     .streams = Streams::socketPairs},
-    {.name = "tools/call, Content-Length framing",
-     .unit = "µs",
-     .measure = callWithHeader,
-     .inHeaderFraming = true},
-    {.name = "tools/call with 16 KB of text",
-     .unit = "µs",
-     .measure = callWithText,
-     .bar = ratio(2)},
-    {.name = "64 calls in flight",
-     .unit = "calls/s",
-     .measure = callsInFlight,
-     .bar = ratio(0.7),
-     .onOneProcessor = false,
-     .moreIsBetter = true},
-    {.name = "200 calls held 50 ms, at once",
-     .unit = "ms",
-     .measure = heldCalls,
-     .bar = ratio(1.2),
-     .onOneProcessor = false},
-    {.name = "answer of 4 MB, an image",
-     .unit = "ms",
-     .measure = image4Mb,
-     .bar = ratio(2),
-     .onOneProcessor = false},
-    {.name = "answer of 20 MB, an image",
-     .unit = "ms",
-     .measure = image20Mb,
-     .bar = ratio(2),
-     .onOneProcessor = false},
-    {.name = "answer of 20,000 UI nodes",
-     .unit = "ms",
-     .measure = uiNodes,
-     .onOneProcessor = false},
-    {.name = "cancellation, sent to connection broken",
-     .unit = "µs",
-     .measure = cancel,
-     .bar = ratio(1.3)},
-    {.name = "processor time of 1,000 calls",
-     .unit = "ms",
-     .measure = processorTime,
-     .bar = ratio(2)},
-    {.name = "memory once started (PSS)",
-     .unit = "KiB",
-     .measure = idleMemory,
-     .bar = figure(1536)},
-    {.name = "memory after 100 calls (PSS)",
-     .unit = "KiB",
-     .measure = usedMemory,
-     .bar = figure(1536)},
-    {.name = "peak memory, answer of 4 MB",
-     .unit = "× answer",
-     .measure = peakMemory4Mb,
-     .bar = figure(2.5)},
-    {.name = "peak memory, answer of 20 MB",
-     .unit = "× answer",
-     .measure = peakMemory20Mb,
-     .bar = figure(2.5)},
-};
+/// A ping in a line of 1 MB, with params of `head`, many pieces and `tail`.
+std::string longPing(std::string_view head, std::string_view piece, std::string_view tail) {
+  return request(1, "ping", filled(head, piece, tail, 1'048'500));
+}
+
+/// A call with 16 KB of text.
+std::string textCall(std::string_view phrase) {
+  const std::string text = filled("", phrase, "", 16'384);
+  return callRequest(1, answers::small, "input.text", R"(,"text":")" + text + '"');
+}
+
+std::string uiCall(std::string_view answer) {
+  return callRequest(1, answer, "ui.get_state", "");
+}
+
+/// A call for an answer of `bytes`.
+std::string largeCall(const std::string& kind, std::size_t bytes) {
+  return callRequest(1, kind + ' ' + std::to_string(bytes));
+}
+
+constexpr std::size_t mb4 = 4 << 20;
+constexpr std::size_t mb20 = 20 << 20;
+/// The largest answer that a server must take.
+constexpr std::size_t mostBytes = 32 << 20;
+
+constexpr Scenario::Details everywhere{.onOneProcessor = false};
+constexpr Scenario::Details callsPerSecond{.onOneProcessor = false, .moreIsBetter = true};
+constexpr Scenario::Details inHeaders{.inHeaderFraming = true};
+constexpr Scenario::Details inKib{.unitBytes = 1024};
+constexpr Scenario::Details once{.mostRounds = 1};
+
+Scenario peak(std::string_view name, const std::string& kind, std::size_t bytes) {
+  constexpr int rounds = 3;
+  const Scenario::Details details{.unitBytes = bytes, .mostRounds = rounds};
+  return {name, "× answer", peakGrowth, largeCall(kind, bytes), figure(1.3), details};
+}
 
 }  // namespace
 
 std::span<const Scenario> scenarios() {
+  static const std::string ping = request(1, "ping");
+  static const std::string call = callRequest(1, answers::small);
+  static const Scenario all[] = {
+      {"start, exec to initialize answered", "ms", start, initializeRequest(), ratio(1.2)},
+      {"ping", "µs", roundTrips, ping, ratio(1.3)},
+      {"ping in a line of 1 MB", "µs", roundTrips, longPing(R"({"text":")", "x", "\"}")},
+      {"tools/list", "µs", roundTrips, request(1, "tools/list"), ratio(2)},
+      {"tools/call, pipes", "µs", roundTrips, call, ratio(1.3)},
+      {"tools/call, socket pairs", "µs", roundTrips, call, ratio(1.3), {Streams::socketPairs}},
+      {"tools/call, Content-Length framing", "µs", roundTrips, withHeader(call), {}, inHeaders},
+      {"tools/call with 16 KB of text", "µs", roundTrips, textCall("x"), ratio(1.8)},
+      {"tools/call with 16 KB, Chinese, emoji", "µs", roundTrips,
+       textCall("明天下午三点开会😀别忘了带上资料👍🏽"), ratio(1.8)},
+      {"UI state of 80 nodes", "µs", roundTrips, uiCall("nodes 80"), ratio(1.7)},
+      {"UI state of 2,000 nodes", "ms", roundTrips, uiCall("nodes 2000"), ratio(3), everywhere},
+      {"UI state of 20,000 nodes", "ms", roundTrips, uiCall("nodes 20000"), ratio(2.5), everywhere},
+      {"64 calls in flight", "calls/s", callsInFlight, {}, ratio(0.8), callsPerSecond},
+      {"200 calls held 50 ms, at once", "ms", heldCalls, {}, ratio(1.15), everywhere},
+      {"answer of 4 MB, an image", "ms", roundTrips, largeCall("image", mb4), ratio(1.8),
+       everywhere},
+      {"answer of 4 MB, slashes escaped", "ms", roundTrips, largeCall("escaped", mb4), ratio(2.5),
+       everywhere},
+      {"answer of 20 MB, an image", "ms", roundTrips, largeCall("image", mb20), ratio(1.8),
+       everywhere},
+      {"cancellation, sent to connection broken", "µs", cancel, {}, ratio(1.25)},
+      {"processor time of 1,000 calls", "ms", processorTime, call, ratio(1.5)},
+      {"memory once started (PSS)", "KiB", share, ping, figure(1126), inKib},
+      {"memory after 100 calls (PSS)", "KiB", shareAfter100, call, figure(1536), inKib},
+      peak("peak growth, 4 MB, an image", "image", mb4),
+      peak("peak growth, 4 MB, slashes escaped", "escaped", mb4),
+      peak("peak growth, 4 MB, Chinese", "article", mb4),
+      peak("peak growth, 20 MB, an image", "image", mb20),
+      peak("peak growth, 20 MB, slashes escaped", "escaped", mb20),
+      peak("peak growth, 20 MB, Chinese", "article", mb20),
+      {"peak growth, 33 MB of small numbers", "MB", peakGrowth, largeCall("numbers", mostBytes),
+       figure(350), once},
+      // Of the shortest values there are, which are the most to keep.
+      {"growth 3 s after a ping of 1 MB", "MB", growthAtRest,
+       longPing(R"({"samples":[)", "7,", "7]}"), figure(3), once},
+      {"growth 3 s after an answer of 20 MB", "MB", growthAtRest, largeCall("numbers", mb20),
+       figure(3), once},
+  };
   return all;
 }
 

@@ -2,7 +2,9 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <span>
+#include <string>
 #include <string_view>
 
 #include "bench/contender.hpp"
@@ -20,14 +22,24 @@ struct Scenario {
   std::string_view unit;
   /// One round: takes samples for about as long as `budget`, at least one, and returns their median
   /// in `unit`.
-  double (*measure)(Contender& contender, std::chrono::milliseconds budget);
+  double (*measure)(const Scenario& scenario, Contender& contender,
+                    std::chrono::milliseconds budget);
+  /// What is sent, where it is the same each time.
+  std::string message;
   Bar bar = {};
-  Streams streams = Streams::pipes;
-  /// Client, server and app on one processor.
-  bool onOneProcessor = true;
-  bool moreIsBetter = false;
-  /// With `Content-Length` headers, which not every rival takes.
-  bool inHeaderFraming = false;
+
+  struct Details {
+    Streams streams = Streams::pipes;
+    /// Client, server and app on one processor.
+    bool onOneProcessor = true;
+    bool moreIsBetter = false;
+    /// With `Content-Length` headers, which not every rival takes.
+    bool inHeaderFraming = false;
+    /// Of memory: how much one of `unit` is; a MB if nothing is said.
+    std::size_t unitBytes = 1 << 20;
+    /// For what takes long and varies little.
+    int mostRounds = 100;
+  } details = {};
 };
 
 /// All scenarios, in the order of the table.

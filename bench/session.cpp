@@ -158,12 +158,13 @@ std::chrono::nanoseconds Session::processorTime() const {
   return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
 }
 
-double Session::proportionalMemory() const {
-  return kibibytesIn("/proc/" + std::to_string(child) + "/smaps_rollup", "Pss:");
-}
-
-double Session::peakMemory() const {
-  return kibibytesIn("/proc/" + std::to_string(child) + "/status", "VmHWM:");
+double Session::bytesOf(Memory memory) const {
+  const std::string folder = "/proc/" + std::to_string(child);
+  const double kibibytes =
+      memory == Memory::peak
+          ? kibibytesIn(folder + "/status", "VmHWM:")
+          : kibibytesIn(folder + "/smaps_rollup", memory == Memory::share ? "Pss:" : "Rss:");
+  return 1024 * kibibytes;
 }
 
 }  // namespace quillmere::bench

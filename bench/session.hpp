@@ -17,6 +17,9 @@ namespace quillmere::bench {
 /// How the child's standard input and output are made: as shells do, or as Node-based clients do.
 enum class Streams { pipes, socketPairs };
 
+/// What is resident now, its share of that (PSS), and the most that was ever resident.
+enum class Memory { resident, share, peak };
+
 /// One server process, killed when it goes out of scope or when the thread that made it ends.
 /// Timing comes first: messages are bytes, and nothing is checked but where they end. Every
 /// function throws `std::runtime_error` when the server has gone.
@@ -41,9 +44,7 @@ class Session {
   /// Processor time that the process has taken so far, in all its threads, ended ones included.
   [[nodiscard]] std::chrono::nanoseconds processorTime() const;
 
-  /// Memory in KiB: its share of what is resident now (PSS), and the most that was ever resident.
-  [[nodiscard]] double proportionalMemory() const;
-  [[nodiscard]] double peakMemory() const;
+  [[nodiscard]] double bytesOf(Memory memory) const;
 
  private:
   void readMore();
