@@ -37,7 +37,7 @@ using RecordedRatios = std::map<std::string, double, std::less<>>;
 void writeRatios(const std::string& path, const std::vector<Row>& rows);
 
 /// Whether the server does more than twice as badly as recorded. A scenario that was never recorded
-/// passes.
+/// passes, and so does a figure within its bar.
 [[nodiscard]] bool failsGuard(const Row& row, const RecordedRatios& recorded);
 
 }  // namespace quillmere::bench
