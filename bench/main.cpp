@@ -18,8 +18,7 @@
 #include "bench/affinity.hpp"
 #include "bench/home.hpp"
 #include "bench/report.hpp"
-#include "platform/json_parser.hpp"
-#include "platform/json_writer.hpp"
+#include "json/document.hpp"
 
 namespace quillmere::bench {
 
@@ -84,11 +83,11 @@ std::string saveToolList(const Options& options, const Home& home, App& app) {
   const Rival server{"server", {options.server}};
   Contender contender(server, home.path(), Streams::pipes, app);
   contender.session().send(request(1, "tools/list"));
-  const JsonValue response = parseJson(contender.session().receive());
-  const JsonObject* result = response.asObject()->findObject("result");
-  if (result == nullptr) throw std::runtime_error("The server lists no tools.");
+  const auto response = parseJson(contender.session().receive());
+  const auto result = response->object().findObject("result");
+  if (!result) throw std::runtime_error("The server lists no tools.");
   std::string path = home.path() + "/tools.json";
-  std::ofstream(path) << compactJson(*result);
+  std::ofstream(path) << result->text();
   return path;
 }
 

@@ -7,9 +7,6 @@
 
 namespace quillmere::bench {
 
-inline constexpr std::size_t image4MbBytes = 4 << 20;
-inline constexpr std::size_t uiNodeCount = 20'000;
-
 /// `head`, `piece` as often as it fits, and `tail`: `bytes` at most.
 [[nodiscard]] std::string filled(std::string_view head, std::string_view piece,
                                  std::string_view tail, std::size_t bytes);

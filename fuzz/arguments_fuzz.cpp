@@ -1,9 +1,11 @@
 // Any arguments, for every tool: normalised once is normalised for good, a refusal is one of ours,
 // and what passes leaves the process under known names only.
+#include <algorithm>
+#include <set>
+
 #include "control/control_call.hpp"
 #include "fuzz_support.hpp"
-#include "platform/json_parser.hpp"
-#include "platform/json_writer.hpp"
+#include "json/document.hpp"
 #include "shared/mcp_error.hpp"
 #include "tools/argument_guards.hpp"
 #include "tools/catalogue.hpp"
@@ -14,8 +16,8 @@ namespace {
 
 void checkTool(const quillmere::Tool& tool, const quillmere::JsonObject& given) {
   using namespace quillmere;
-  const JsonObject arguments = normalizeToolArguments(tool.name, given);
-  demand(compactJson(normalizeToolArguments(tool.name, arguments)) == compactJson(arguments));
+  const auto [arguments, rewritten] = normalizeToolArguments(tool.name, given);
+  demand(normalizeToolArguments(tool.name, arguments).object.text() == arguments.text());
   try {
     validateSchemaArguments(tool, arguments);
     checkStringLimits(arguments);
@@ -23,9 +25,15 @@ void checkTool(const quillmere::Tool& tool, const quillmere::JsonObject& given) 
     demand(error.code == -32602 && !error.message.empty());
     return;
   }
-  for (const auto& [key, value] : controlRequest(tool.command, arguments)) {
-    demand(key == "id" || key == "command" || isControlField(key));
-    demand(!value.isNull() || key == "adbCommand");
+  const auto request = parseJson(controlRequest(tool.command, arguments).str());
+  const auto fields = allControlFields();
+  std::set<std::string> sent;
+  for (const JsonMember member : request->object()) {
+    const std::string key(member.key().view());
+    demand(key == "id" || key == "command" ||
+           std::ranges::find(fields, std::string_view(key)) != fields.end());
+    demand(sent.insert(key).second);
+    demand(!member.value().isNull() || key == "adbCommand");
   }
 }
 
@@ -34,8 +42,8 @@ void checkTool(const quillmere::Tool& tool, const quillmere::JsonObject& given) 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using namespace quillmere;
   try {
-    const JsonValue value = parseJson(textOf(data, size));
-    if (const JsonObject* arguments = value.asObject()) {
+    const auto document = parseJson(textOf(data, size));
+    if (const auto arguments = document->root().asObject()) {
       for (const Tool& tool : allTools()) checkTool(tool, *arguments);
     }
   } catch (const JsonError&) {

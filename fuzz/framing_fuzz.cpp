@@ -23,7 +23,7 @@ Outcomes outcomesOf(const Descriptor& input) {
     try {
       const auto payload = readNextPayload(reader, state);
       if (!payload) break;
-      outcomes.push_back("payload " + *payload);
+      outcomes.push_back("payload " + std::string(viewOf(*payload)));
     } catch (const MCPError& error) {
       outcomes.push_back("error " + error.message);
     }

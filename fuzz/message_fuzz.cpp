@@ -9,7 +9,6 @@
 #include "core/routing.hpp"
 #include "core/server.hpp"
 #include "fuzz_support.hpp"
-#include "platform/json_writer.hpp"
 
 namespace quillmere {
 namespace {
@@ -27,27 +26,28 @@ struct Served {
     client = Descriptor(ends[0]);
     server = new ServerContext(ends[1]);
     reader.emplace(client.number());
-    demand(processPayload(R"({"jsonrpc":"2.0","id":0,"method":"initialize"})", *server));
+    demand(processPayload(bytesOf(R"({"jsonrpc":"2.0","id":0,"method":"initialize"})"), *server));
     demand(nextID() == "0");
   }
 
   /// The id of the next response, as text.
   std::string nextID() {
-    const JsonObject response = parseMessage(*readNextPayload(*reader, clientState));
+    const auto message = parseMessage(*readNextPayload(*reader, clientState));
+    const JsonObject response = message->object();
     demand(*response.findString("jsonrpc") == "2.0");
     demand(response.contains("result") != response.contains("error"));
-    return compactJson(*response.find("id"));
+    return std::string(response.find("id")->text());
   }
 };
 
 /// The id that a message waits for an answer with, if it is a request for a worker.
 std::optional<std::string> workerRequestID(std::string_view payload) {
   try {
-    const JsonObject message = parseMessage(payload);
-    const auto id = requestIDOf(message);
-    const std::string* method = message.findString("method");
-    if (!id || method == nullptr || !runsOnWorker(*method)) return std::nullopt;
-    return compactJson(*id);
+    const auto message = parseMessage(bytesOf(payload));
+    const auto id = requestIDOf(message->object());
+    const auto method = message->object().findString("method");
+    if (!id || !method || !runsOnWorker(method->view())) return std::nullopt;
+    return std::string(id->text());
   } catch (...) {
     return std::nullopt;
   }
@@ -70,9 +70,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   std::map<std::string, int> expected = {{fence, 1}};
   const auto worker = workerRequestID(payload);
   if (worker) ++expected[*worker];
-  static_cast<void>(processPayload(payload, *served.server));
-  static_cast<void>(
-      processPayload(R"({"jsonrpc":"2.0","method":"ping","id":)" + fence + "}", *served.server));
+  static_cast<void>(processPayload(bytesOf(payload), *served.server));
+  static_cast<void>(processPayload(
+      bytesOf(R"({"jsonrpc":"2.0","method":"ping","id":)" + fence + "}"), *served.server));
 
   // Whatever the main thread has to say about the message comes before the fence; a worker's answer
   // comes when it comes.

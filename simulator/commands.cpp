@@ -80,7 +80,7 @@ View tell(MirroredDevice& device, WorldTime now) {
   return view;
 }
 
-JsonObject deviceJson(const MirroredDevice& each) {
+JsonText deviceJson(const MirroredDevice& each) {
   return {{"serial", each.device->serial},
           {"model", each.device->model},
           {"androidVersion", each.device->androidVersion},
@@ -89,32 +89,39 @@ JsonObject deviceJson(const MirroredDevice& each) {
           {"hasActiveMirrorSessions", !each.sessionId.empty()}};
 }
 
-JsonObject sessionJson(const MirroredDevice& each) {
+JsonText sessionJson(const MirroredDevice& each) {
   return {{"sessionId", each.sessionId},  {"deviceSerial", each.device->serial},
           {"sessionKind", "phoneScreen"}, {"displayId", 0},
           {"width", mirror.width},        {"height", mirror.height}};
 }
 
-JsonArray sessionsJson(const World& world, const std::string& serial) {
-  JsonArray sessions;
+JsonText sessionsJson(const World& world, const std::string& serial) {
+  JsonText sessions = JsonText::array();
   for (const MirroredDevice& each : world.devices) {
     if (each.sessionId.empty() || (!serial.empty() && each.device->serial != serial)) continue;
-    sessions.emplace_back(sessionJson(each));
+    sessions.add(sessionJson(each));
   }
   return sessions;
 }
 
-Turn answered(JsonObject body) {
+Turn answered(JsonText body) {
   Turn turn;
   turn.answer = std::move(body);
   return turn;
 }
 
-/// The answer to an action: what it did, and what is to be seen behind it.
-JsonObject actionAnswer(MirroredDevice& device, WorldTime now, const Outcome& outcome) {
-  JsonObject body{{"action", JsonObject{{"message", outcome.message}}},
-                  {"visibleState", visibleStateOf(tell(device, now))}};
-  if (!outcome.warning.empty()) body.set("warnings", arrayOf(outcome.warning));
+JsonText warningsOf(std::string_view warning) {
+  return JsonText::arrayOf(std::span(&warning, 1));
+}
+
+/// The answer to an action: what it did, with what is to be said of it besides, and what is to be
+/// seen after it.
+JsonText actionAnswer(MirroredDevice& device, WorldTime now, const Outcome& outcome,
+                      std::string_view key = {}, const JsonText& detail = {}) {
+  JsonText action{{"message", outcome.message}};
+  if (!key.empty()) action.set(key, detail);
+  JsonText body{{"action", std::move(action)}, {"visibleState", visibleStateOf(tell(device, now))}};
+  if (!outcome.warning.empty()) body.set("warnings", warningsOf(outcome.warning));
   return body;
 }
 
@@ -158,21 +165,17 @@ std::string textToType(const Context& context) {
 Turn listDevices(Context& context) {
   const std::string serial = optionalText(context.request(), "deviceSerial");
   const bool includeOffline = flag(context.request(), "includeOffline", false);
-  JsonArray devices;
+  JsonText devices = JsonText::array();
   for (const MirroredDevice& each : context.world.devices) {
     if (!serial.empty() && each.device->serial != serial) continue;
-    if (each.device->isOnline || includeOffline) devices.emplace_back(deviceJson(each));
+    if (each.device->isOnline || includeOffline) devices.add(deviceJson(each));
   }
-  JsonObject body;
-  body.set("devices", std::move(devices));
-  return answered(std::move(body));
+  return answered({{"devices", std::move(devices)}});
 }
 
 Turn listSessions(Context& context) {
-  JsonObject body;
-  body.set("sessions",
-           sessionsJson(context.world, optionalText(context.request(), "deviceSerial")));
-  return answered(std::move(body));
+  const std::string serial = optionalText(context.request(), "deviceSerial");
+  return answered({{"sessions", sessionsJson(context.world, serial)}});
 }
 
 Turn startSession(Context& context) {
@@ -183,12 +186,11 @@ Turn startSession(Context& context) {
     number.insert(0, 12 - std::min<std::size_t>(12, number.size()), '0');
     device.sessionId = "5E551011-0000-4000-8000-" + number;
   }
-  JsonObject body = actionAnswer(
-      device, context.now,
-      {(isNew ? "Started the Phone Screen session of " : "Focused the Phone Screen session of ") +
-       std::string(device.device->model) + "."});
-  body.find("action")->asObject()->set("session", sessionJson(device));
-  return answered(std::move(body));
+  const char* const done = isNew ? "Started" : "Focused";
+  return answered(actionAnswer(device, context.now,
+                               {std::string(done) + " the Phone Screen session of " +
+                                std::string(device.device->model) + "."},
+                               "session", sessionJson(device)));
 }
 
 Turn observeScreen(Context& context) {
@@ -242,8 +244,8 @@ Turn uiGetState(Context& context) {
        {"uiState", uiStateOf(view, includeNonInteractive, static_cast<std::size_t>(most))}});
   const bool hasWebView = std::ranges::count(view.nodes, Role::webView, &VisibleNode::role) > 0;
   if (hasWebView && !includeNonInteractive) {
-    turn.answer->set("warnings", arrayOf("The content of a web page is left out. Set "
-                                         "includeNonInteractive=true to see it."));
+    turn.answer->set("warnings", warningsOf("The content of a web page is left out. Set "
+                                            "includeNonInteractive=true to see it."));
   }
   if (includeImage) turn.picture = std::move(view);
   return turn;
@@ -286,20 +288,20 @@ Turn uiScrollElement(Context& context) {
   return acted(context, scroll(context.target->phone, node, direction->second));
 }
 
-JsonObject stableAnswer(const Context& context, bool isStable, bool isUnchanged) {
+JsonText stableAnswer(const Context& context, bool isStable, bool isUnchanged) {
   const JsonObject& request = context.request();
   const std::string previous = optionalText(request, "stateSignature");
   MirroredDevice& device = *context.target;
   const auto before = std::ranges::find(device.toldViews, previous, &View::signature);
-  JsonObject diff;
+  JsonText diff;
   const bool isKnown = before != device.toldViews.end();
   if (isKnown) diff = uiDiffOf(*before, viewOf(device.phone, context.now));
 
   const View view = tell(device, context.now);
-  JsonObject body{{"stable", isStable},
-                  {"unchanged", isUnchanged},
-                  {"waitedMs", context.elapsed().count()},
-                  {"visibleState", visibleStateOf(view)}};
+  JsonText body{{"stable", isStable},
+                {"unchanged", isUnchanged},
+                {"waitedMs", context.elapsed().count()},
+                {"visibleState", visibleStateOf(view)}};
   if (flag(request, "includeFullState", false) || (!isKnown && !isUnchanged)) {
     body.set("uiState", uiStateOf(view, flag(request, "includeNonInteractive", false),
                                   static_cast<std::size_t>(wholeNumber(
@@ -332,11 +334,11 @@ Turn uiWaitForStable(Context& context) {
     return answered(stableAnswer(context, true, previous == view.signature));
   }
   if (context.elapsed() >= timeout) {
-    JsonObject body = stableAnswer(context, false, previous == view.signature);
+    JsonText body = stableAnswer(context, false, previous == view.signature);
     body.set("warnings",
-             arrayOf(isExpected ? "The screen was still changing when the time was up."
-                                : "Another package than expectedPackageName was in front when the "
-                                  "time was up."));
+             warningsOf(isExpected ? "The screen was still changing when the time was up."
+                                   : "Another package than expectedPackageName was in front when "
+                                     "the time was up."));
     return answered(std::move(body));
   }
   return {.askAgainIn = std::min(pollInterval, timeout - context.elapsed())};
@@ -345,50 +347,45 @@ Turn uiWaitForStable(Context& context) {
 Turn wait(Context& context) {
   const WorldTime duration(wholeNumber(context.request(), "durationMs", 0, 10000, 500));
   if (context.elapsed() < duration) return {.askAgainIn = duration - context.elapsed()};
-  JsonObject body;
-  body.set("sessions", sessionsJson(context.world, {}));
-  return answered(std::move(body));
+  return answered({{"sessions", sessionsJson(context.world, {})}});
 }
 
 Turn listApps(Context& context) {
   onlineDevice(context);
   const bool includeSystem = flag(context.request(), "includeSystem", true);
-  JsonArray apps;
+  JsonText apps = JsonText::array();
   for (const App& app : allApps()) {
     if (app.isSystem && !includeSystem) continue;
-    apps.emplace_back(JsonObject{{"packageName", app.packageName},
-                                 {"title", app.title},
-                                 {"isSystem", app.isSystem},
-                                 {"userId", 0}});
+    apps.add({{"packageName", app.packageName},
+              {"title", app.title},
+              {"isSystem", app.isSystem},
+              {"userId", 0}});
   }
-  JsonObject body;
-  body.set("apps", std::move(apps));
-  return answered(std::move(body));
+  return answered({{"apps", std::move(apps)}});
 }
 
 Turn launchApp(Context& context) {
   MirroredDevice& device = onlineDevice(context);
   const std::string package = textArgument(context.request(), "packageName");
-  const JsonNumber* user = context.request().findNumber("userId");
-  if (context.request().contains("userId") && (user == nullptr || user->integer() != 0)) {
+  const auto user = context.request().findNumber("userId");
+  if (context.request().contains("userId") && (!user || user->integer() != 0)) {
     throw Refusal("userNotFound", "This phone has no other user than 0.");
   }
   const App* app = findApp(package);
   if (app == nullptr) {
     Refusal refusal("appNotFound", "The package " + package + " has nothing to launch.");
-    refusal.besides.set("warnings", arrayOf("The package is not in the refreshed app catalog; the "
-                                            "launch was tried by its name alone."));
+    refusal.besides.set("warnings",
+                        warningsOf("The package is not in the refreshed app catalog; the launch "
+                                   "was tried by its name alone."));
     throw refusal;
   }
-  JsonObject body = actionAnswer(device, context.now, launch(device.phone, *app, context.now));
-  body.find("action")->asObject()->set("foregroundVerified", true);
-  return answered(std::move(body));
+  return answered(actionAnswer(device, context.now, launch(device.phone, *app, context.now),
+                               "foregroundVerified", true));
 }
 
 Turn stopControl(Context& context) {
   context.world.isControlStopped = true;
-  return answered(
-      {{"action", JsonObject{{"message", "AI control is off until the app restarts."}}}});
+  return answered({{"action", JsonText{{"message", "AI control is off until the app restarts."}}}});
 }
 
 Turn adbCommand(Context&) {
@@ -461,18 +458,23 @@ Turn run(Context& context) {
   return command->run(context);
 }
 
-JsonObject refusalAnswer(const Refusal& refusal) {
-  JsonObject body{{"error", JsonObject{{"code", refusal.code}, {"message", refusal.what()}}}};
-  for (const auto& [name, value] : refusal.besides) body.set(name, value);
+/// Adds the members of one text to another.
+void addAll(JsonText& text, const JsonText& members) {
+  text.setMembersOf(parseJson(members.str())->object());
+}
+
+JsonText refusalAnswer(const Refusal& refusal) {
+  JsonText body{{"error", JsonText{{"code", refusal.code}, {"message", refusal.what()}}}};
+  addAll(body, refusal.besides);
   return body;
 }
 
 /// Puts around an answer what every one has.
-JsonObject finished(World& world, const JsonObject& request, bool ok, const JsonObject& body) {
-  JsonObject answer;
-  if (const JsonValue* id = request.find("id")) answer.set("id", *id);
+JsonText finished(World& world, const JsonObject& request, bool ok, const JsonText& body) {
+  JsonText answer = JsonText::object();
+  if (const auto id = request.find("id")) answer.set("id", *id);
   answer.set("ok", ok);
-  for (const auto& [name, value] : body) answer.set(name, value);
+  addAll(answer, body);
   std::array<char, 32> auditId{};
   std::snprintf(auditId.data(), auditId.size(), "audit-%06lld",
                 static_cast<long long>(++world.givenAnswers));
@@ -502,7 +504,7 @@ Turn takeTurn(World& world, Call& call, WorldTime now) {
   }
 }
 
-JsonObject failedAnswer(World& world, const JsonObject& request) {
+JsonText failedAnswer(World& world, const JsonObject& request) {
   return finished(
       world, request, false,
       refusalAnswer({"simulatedFailure", "The simulator was asked to fail this command."}));

@@ -10,7 +10,8 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/json_value.hpp"
+#include "json/value.hpp"
+#include "json/writer.hpp"
 #include "simulator/phone.hpp"
 
 namespace quillmere {
@@ -36,7 +37,8 @@ struct World {
 
 [[nodiscard]] World makeWorld();
 
-/// A request on its way through the rules. Keep it from turn to turn.
+/// A request on its way through the rules. Keep it, and the document of the request, from turn to
+/// turn.
 struct Call {
   JsonObject request;
   std::optional<WorldTime> startedAt = {};
@@ -47,7 +49,7 @@ struct Call {
 
 /// Either the answer, or how long to wait before the rules are asked again.
 struct Turn {
-  std::optional<JsonObject> answer = {};
+  std::optional<JsonText> answer = {};
   /// The view whose picture the answer is to hold under `image`.
   std::optional<View> picture = {};
   WorldTime askAgainIn{0};
@@ -58,7 +60,7 @@ struct Turn {
 [[nodiscard]] Turn takeTurn(World& world, Call& call, WorldTime now);
 
 /// The answer to a request that is to fail for no reason of its own.
-[[nodiscard]] JsonObject failedAnswer(World& world, const JsonObject& request);
+[[nodiscard]] JsonText failedAnswer(World& world, const JsonObject& request);
 
 /// Whether there is a command of this name.
 [[nodiscard]] bool isCommand(std::string_view name);

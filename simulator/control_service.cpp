@@ -13,8 +13,8 @@
 #include <utility>
 
 #include "control/control_frame.hpp"
-#include "platform/json_parser.hpp"
-#include "platform/json_writer.hpp"
+#include "json/document.hpp"
+#include "platform/buffer.hpp"
 #include "platform/standard_streams.hpp"
 #include "simulator/base64.hpp"
 #include "simulator/drawing.hpp"
@@ -29,29 +29,28 @@ class MalformedFrame : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-std::string readExact(InputStream& input, std::size_t count) {
-  std::string bytes;
+/// Reads until there are `count` bytes.
+void fill(InputStream& input, std::size_t count, Bytes& bytes) {
   while (bytes.size() < count) {
     if (!input.read(count - bytes.size(), bytes)) throw MalformedFrame("it ends too early");
   }
-  return bytes;
 }
 
-/// The request of a connection; nothing when the client closed it without a byte.
-std::optional<JsonObject> readRequest(const Descriptor& connection) {
+/// The request of a connection; null when the client closed it without a byte.
+std::shared_ptr<const JsonDocument> readRequest(const Descriptor& connection) {
   InputStream input(connection.number());
-  std::string start;
-  if (!input.read(1, start)) return std::nullopt;
-  start += readExact(input, controlPrefixBytes - start.size());
-  ControlPrefix prefix{};
-  std::ranges::copy(start, prefix.begin());
-  const std::uint32_t length = controlBodyLength(prefix);
+  Bytes prefix;
+  if (!input.read(1, prefix)) return nullptr;
+  fill(input, controlPrefixBytes, prefix);
+  const std::uint32_t length = controlBodyLength(viewOf(prefix));
   if (length == 0 || length > maxControlRequestBytes) {
     throw MalformedFrame("its length is " + std::to_string(length));
   }
   try {
-    const JsonValue body = parseJson(readExact(input, length));
-    if (body.asObject() != nullptr) return *body.asObject();
+    Bytes body;
+    fill(input, length, body);
+    auto request = parseJson(std::move(body));
+    if (request->root().asObject()) return request;
   } catch (const JsonError&) {
     throw MalformedFrame("its body is no JSON");
   }
@@ -80,18 +79,21 @@ std::string timeOfDay() {
 
 /// The request's command, if it is one; a log is no place for whatever else a client sends.
 std::string commandOf(const JsonObject& request) {
-  const std::string* command = request.findString("command");
-  return command != nullptr && isCommand(*command) ? *command : "unknown command";
+  const auto command = request.findString("command");
+  const bool isKnown = command && isCommand(command->view());
+  return std::string(isKnown ? command->view() : "unknown command");
 }
 
-std::string outcomeOf(const JsonObject& answer) {
+std::string outcomeOf(const JsonText& text) {
+  const auto document = parseJson(text.str());
+  const JsonObject answer = document->object();
   if (answer.findBoolean("ok") == true) return "ok";
-  const JsonObject* error = answer.findObject("error");
-  const std::string* code = error != nullptr ? error->findString("code") : nullptr;
-  return "refused: " + (code != nullptr ? *code : std::string("no reason given"));
+  const auto error = answer.findObject("error");
+  const auto code = error ? error->findString("code") : std::nullopt;
+  return "refused: " + std::string(code ? code->view() : "no reason given");
 }
 
-JsonObject imageJson(const View& view) {
+JsonText imageJson(const View& view) {
   return {{"mimeType", "image/png"},
           {"width", mirror.width},
           {"height", mirror.height},
@@ -118,8 +120,8 @@ void ControlService::answerConnection(const Descriptor& connection) {
   try {
     const auto request = readRequest(connection);
     if (!request) return;
-    command = commandOf(*request);
-    const auto answer = answerTo(*request, connection);
+    command = commandOf(request->object());
+    const auto answer = answerTo(request->object(), connection);
     log(command, answer ? sendAnswer(*answer, connection) : "the client hung up");
   } catch (const MalformedFrame& malformed) {
     log("malformed frame", malformed.what());
@@ -128,8 +130,8 @@ void ControlService::answerConnection(const Descriptor& connection) {
   }
 }
 
-std::optional<JsonObject> ControlService::answerTo(const JsonObject& request,
-                                                   const Descriptor& connection) {
+std::optional<JsonText> ControlService::answerTo(const JsonObject& request,
+                                                 const Descriptor& connection) {
   if (faults.isSilent) {
     // Told now: it may be long until the client hangs up, and people look here whether the call
     // came.
@@ -156,12 +158,11 @@ std::optional<JsonObject> ControlService::answerTo(const JsonObject& request,
   }
 }
 
-std::string ControlService::sendAnswer(const JsonObject& answer,
-                                       const Descriptor& connection) const {
+std::string ControlService::sendAnswer(const JsonText& answer, const Descriptor& connection) const {
   if (faults.delay.count() > 0 && !waitWhileConnected(connection, faults.delay)) {
     return "the client hung up";
   }
-  const std::string frame = controlFrame(compactJson(answer));
+  const std::string frame = controlFrame(answer.str());
   std::string outcome = outcomeOf(answer);
   std::size_t sent = frame.size();
   if (faults.truncates) {

@@ -8,8 +8,9 @@
 #include <string>
 #include <string_view>
 
+#include "json/value.hpp"
+#include "json/writer.hpp"
 #include "platform/descriptor.hpp"
-#include "platform/json_value.hpp"
 #include "platform/worker_pool.hpp"
 #include "simulator/commands.hpp"
 #include "simulator/options.hpp"
@@ -29,9 +30,9 @@ class ControlService {
  private:
   void answerConnection(const Descriptor& connection);
   /// The answer, or nothing when the client hung up before there was one.
-  std::optional<JsonObject> answerTo(const JsonObject& request, const Descriptor& connection);
+  std::optional<JsonText> answerTo(const JsonObject& request, const Descriptor& connection);
   /// Sends the answer, or what the faults leave of it. Returns what is to be logged.
-  std::string sendAnswer(const JsonObject& answer, const Descriptor& connection) const;
+  std::string sendAnswer(const JsonText& answer, const Descriptor& connection) const;
   [[nodiscard]] WorldTime now() const;
   void log(std::string_view what, std::string_view outcome);
 

@@ -3,9 +3,7 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <utility>
 
-#include "platform/json_writer.hpp"
 #include "platform/standard_streams.hpp"
 
 namespace quillmere {
@@ -27,12 +25,13 @@ void print(std::string_view text) {
 
 /// The summary in a tool result, without the line that closes every one.
 std::string summaryOf(const JsonObject& result) {
-  const JsonArray* content = result.findArray("content");
-  const JsonObject* item =
-      content != nullptr && !content->empty() ? content->front().asObject() : nullptr;
-  const std::string* text = item != nullptr ? item->findString("text") : nullptr;
-  expect(text != nullptr, "the tool result has no text");
-  return text->substr(0, text->rfind("\nFull result is available in structuredContent."));
+  const auto content = result.findArray("content");
+  const auto item = content && content->size() > 0 ? (*content->begin()).asObject() : std::nullopt;
+  const auto text = item ? item->findString("text") : std::nullopt;
+  expect(text.has_value(), "the tool result has no text");
+  const std::string_view lines = text->view();
+  return std::string(
+      lines.substr(0, lines.rfind("\nFull result is available in structuredContent.")));
 }
 
 }  // namespace
@@ -62,45 +61,41 @@ void DemoClient::tell(std::string_view label, std::string_view text) const {
   print(lines);
 }
 
-JsonObject DemoClient::request(std::string_view method, JsonObject params) {
-  return receiveResponse(send(method, std::move(params)));
+Answer DemoClient::request(std::string_view method, const JsonText& params) {
+  return receiveResponse(send(method, params));
 }
 
-void DemoClient::notify(std::string_view method, JsonObject params) {
-  JsonObject message{{"jsonrpc", "2.0"}, {"method", method}};
-  message.set("params", std::move(params));
-  expect(server.send(message), "the server does not read any more");
+void DemoClient::notify(std::string_view method, const JsonText& params) {
+  const JsonText message{{"jsonrpc", "2.0"}, {"method", method}, {"params", params}};
+  expect(server.sendMessage(message), "the server does not read any more");
 }
 
-JsonObject DemoClient::call(std::string_view tool, JsonObject arguments, bool isErrorWanted) {
-  const JsonObject response = receiveResponse(beginCall(tool, std::move(arguments)));
-  const JsonObject* result = response.findObject("result");
-  expect(result != nullptr, "the call was answered with a JSON-RPC error");
+Answer DemoClient::call(std::string_view tool, const JsonText& arguments, bool isErrorWanted) {
+  const auto [document, response] = receiveResponse(beginCall(tool, arguments));
+  const auto result = response.findObject("result");
+  expect(result.has_value(), "the call was answered with a JSON-RPC error");
   const bool isError = result->findBoolean("isError") == true;
   tell(isError ? "refused" : "gets", summaryOf(*result));
   expect(isError == isErrorWanted,
          isErrorWanted ? "the desktop app should have refused this" : "this should have succeeded");
-  const JsonObject* content = result->findObject("structuredContent");
-  expect(content != nullptr, "the tool result has no structured content");
-  return *content;
+  const auto content = result->findObject("structuredContent");
+  expect(content.has_value(), "the tool result has no structured content");
+  return {document, *content};
 }
 
-void DemoClient::callBadly(std::string_view tool, JsonObject arguments) {
-  const JsonObject response = receiveResponse(beginCall(tool, std::move(arguments)));
-  const JsonObject* error = response.findObject("error");
-  expect(error != nullptr, "the server should have refused these arguments");
-  const JsonNumber* code = error->findNumber("code");
-  const std::string* message = error->findString("message");
-  expect(code != nullptr && code->integer() == -32602 && message != nullptr,
-         "a bad argument should be error -32602");
-  tell("refused", "error -32602: " + *message);
+void DemoClient::callBadly(std::string_view tool, const JsonText& arguments) {
+  const auto [document, response] = receiveResponse(beginCall(tool, arguments));
+  const auto error = response.findObject("error");
+  expect(error.has_value(), "the server should have refused these arguments");
+  const auto code = error->findNumber("code");
+  const auto message = error->findString("message");
+  expect(code && code->integer() == -32602 && message, "a bad argument should be error -32602");
+  tell("refused", "error -32602: " + std::string(message->view()));
 }
 
-std::int64_t DemoClient::beginCall(std::string_view tool, JsonObject arguments) {
-  tell("asks", std::string(tool) + " " + compactJson(arguments));
-  JsonObject params{{"name", tool}};
-  params.set("arguments", std::move(arguments));
-  return send("tools/call", std::move(params));
+std::int64_t DemoClient::beginCall(std::string_view tool, const JsonText& arguments) {
+  tell("asks", std::string(tool) + " " + arguments.str());
+  return send("tools/call", {{"name", tool}, {"arguments", arguments}});
 }
 
 bool DemoClient::finish() {
@@ -108,19 +103,19 @@ bool DemoClient::finish() {
   return !server.receive(patience) && server.waitForExit(patience) == 0;
 }
 
-std::int64_t DemoClient::send(std::string_view method, JsonObject params) {
-  JsonObject message{{"jsonrpc", "2.0"}, {"id", ++lastID}, {"method", method}};
-  message.set("params", std::move(params));
-  expect(server.send(message), "the server does not read any more");
+std::int64_t DemoClient::send(std::string_view method, const JsonText& params) {
+  const JsonText message{
+      {"jsonrpc", "2.0"}, {"id", ++lastID}, {"method", method}, {"params", params}};
+  expect(server.sendMessage(message), "the server does not read any more");
   return lastID;
 }
 
-JsonObject DemoClient::receiveResponse(std::int64_t id) {
-  auto response = server.receive(patience);
-  expect(response.has_value(), "the server gave no answer");
-  const JsonNumber* answeredID = response->findNumber("id");
-  expect(answeredID != nullptr && answeredID->integer() == id, "the answer is to another request");
-  return std::move(*response);
+Answer DemoClient::receiveResponse(std::int64_t id) {
+  const auto response = server.receive(patience);
+  expect(response != nullptr, "the server gave no answer");
+  const auto answeredID = response->object().findNumber("id");
+  expect(answeredID && answeredID->integer() == id, "the answer is to another request");
+  return {response, response->object()};
 }
 
 void expect(bool isTrue, std::string_view what) {

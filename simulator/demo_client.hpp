@@ -3,11 +3,13 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 
-#include "platform/json_value.hpp"
+#include "json/document.hpp"
+#include "json/writer.hpp"
 #include "simulator/server_process.hpp"
 
 namespace quillmere {
@@ -16,6 +18,12 @@ namespace quillmere {
 class DemoFailure : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
+};
+
+/// What came back, and the document that it is in.
+struct Answer {
+  std::shared_ptr<const JsonDocument> document;
+  JsonObject object;
 };
 
 /// Prints on standard output. Every function throws `DemoFailure` when the server's answer is
@@ -31,16 +39,16 @@ class DemoClient {
   void tell(std::string_view label, std::string_view text) const;
 
   /// Sends a request and returns the response, `result` or `error`.
-  [[nodiscard]] JsonObject request(std::string_view method, JsonObject params);
-  void notify(std::string_view method, JsonObject params);
+  [[nodiscard]] Answer request(std::string_view method, const JsonText& params);
+  void notify(std::string_view method, const JsonText& params);
 
   /// Calls a tool, tells what was asked and the summary that came, and returns the structured
   /// content. Throws `DemoFailure` too when `isError` is other than wanted.
-  JsonObject call(std::string_view tool, JsonObject arguments, bool isErrorWanted = false);
+  Answer call(std::string_view tool, const JsonText& arguments, bool isErrorWanted = false);
   /// Calls a tool with arguments that the server must refuse by itself.
-  void callBadly(std::string_view tool, JsonObject arguments);
+  void callBadly(std::string_view tool, const JsonText& arguments);
   /// Sends a call and does not wait for it; returns its id.
-  std::int64_t beginCall(std::string_view tool, JsonObject arguments);
+  std::int64_t beginCall(std::string_view tool, const JsonText& arguments);
 
   /// Ends the server's input and returns whether it has ended well, with nothing more to say.
   [[nodiscard]] bool finish();
@@ -48,8 +56,8 @@ class DemoClient {
   [[nodiscard]] int stepCount() const { return steps; }
 
  private:
-  std::int64_t send(std::string_view method, JsonObject params);
-  JsonObject receiveResponse(std::int64_t id);
+  std::int64_t send(std::string_view method, const JsonText& params);
+  Answer receiveResponse(std::int64_t id);
 
   ServerProcess server;
   const bool isColoured;

@@ -5,10 +5,12 @@
 #include <array>
 #include <exception>
 #include <fstream>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "platform/file_system.hpp"
 #include "platform/process.hpp"
@@ -31,60 +33,65 @@ DemoFailure missing(std::string_view kind, std::string_view key) {
   return DemoFailure("the answer has no " + std::string(kind) + " \"" + std::string(key) + "\"");
 }
 
-const JsonObject& objectIn(const JsonObject& object, std::string_view key) {
-  const JsonObject* member = object.findObject(key);
-  if (member == nullptr) throw missing("object", key);
+JsonObject objectIn(const JsonObject& object, std::string_view key) {
+  const auto member = object.findObject(key);
+  if (!member) throw missing("object", key);
   return *member;
 }
 
 std::string textIn(const JsonObject& object, std::string_view key) {
-  const std::string* member = object.findString(key);
-  if (member == nullptr) throw missing("text", key);
-  return *member;
+  const auto member = object.findString(key);
+  if (!member) throw missing("text", key);
+  return std::string(member->view());
 }
 
 /// A screen as the AI has read it.
 class UiState {
  public:
-  explicit UiState(const JsonObject& answer)
-      : state(objectIn(answer, "uiState")), signature(textIn(state, "stateSignature")) {
-    expect(state.findArray("nodes") != nullptr, "the UI state has no nodes");
+  explicit UiState(Answer given)
+      : answer(std::move(given)),
+        state(objectIn(answer.object, "uiState")),
+        signature(textIn(state, "stateSignature")) {
+    const auto shown = state.findArray("nodes");
+    expect(shown.has_value(), "the UI state has no nodes");
+    for (const JsonValue& node : *shown) {
+      if (const auto object = node.asObject()) nodes.push_back(*object);
+    }
   }
 
   /// The arguments of an action on the node whose member `key` is `value`.
-  [[nodiscard]] JsonObject target(const std::string& sessionId, std::string_view key,
-                                  std::string_view value) const {
-    const JsonObject* node = find(key, value);
-    expect(node != nullptr, "the screen shows no \"" + std::string(value) + "\"");
-    const JsonValue* id = node->find("nodeId");
-    expect(id != nullptr, "the node has no id");
+  [[nodiscard]] JsonText target(const std::string& sessionId, std::string_view key,
+                                std::string_view value) const {
+    const auto node = find(key, value);
+    expect(node.has_value(), "the screen shows no \"" + std::string(value) + "\"");
+    const auto id = node->find("nodeId");
+    expect(id.has_value(), "the node has no id");
     return {{"sessionId", sessionId}, {"nodeId", *id}, {"stateSignature", signature}};
   }
 
-  [[nodiscard]] const JsonObject* find(std::string_view key, std::string_view value) const {
-    for (const JsonValue& node : *state.findArray("nodes")) {
-      const JsonObject* each = node.asObject();
-      const std::string* text = each != nullptr ? each->findString(key) : nullptr;
-      if (text != nullptr && *text == value) return each;
+  [[nodiscard]] std::optional<JsonObject> find(std::string_view key, std::string_view value) const {
+    for (const JsonObject& node : nodes) {
+      if (node.findString(key) == value) return node;
     }
-    return nullptr;
+    return std::nullopt;
   }
 
   /// The texts on the screen, in one line.
   [[nodiscard]] std::string texts() const {
     std::string line;
-    for (const JsonValue& node : *state.findArray("nodes")) {
-      const JsonObject* each = node.asObject();
-      const std::string* text = each != nullptr ? each->findString("text") : nullptr;
-      if (text == nullptr || text->empty()) continue;
+    for (const JsonObject& node : nodes) {
+      const auto text = node.findString("text");
+      if (!text || text->view().empty()) continue;
       if (!line.empty()) line += ", ";
-      line += *text;
+      line += text->view();
     }
     return line;
   }
 
  private:
+  Answer answer;
   JsonObject state;
+  std::vector<JsonObject> nodes;
   std::string signature;
 };
 
@@ -97,24 +104,23 @@ UiState readScreen(DemoClient& ai, const std::string& sessionId) {
 void shakeHands(DemoClient& ai) {
   ai.step("Shake hands");
   ai.tell("asks", "initialize, protocol " + std::string(newestProtocolVersion));
-  const JsonObject response =
-      ai.request("initialize", {{"protocolVersion", newestProtocolVersion}});
-  const JsonObject& result = objectIn(response, "result");
-  const JsonObject& info = objectIn(result, "serverInfo");
+  const Answer response = ai.request("initialize", {{"protocolVersion", newestProtocolVersion}});
+  const JsonObject result = objectIn(response.object, "result");
+  const JsonObject info = objectIn(result, "serverInfo");
   ai.tell("gets", textIn(info, "name") + " " + textIn(info, "version") + ", protocol " +
                       textIn(result, "protocolVersion"));
   expect(textIn(result, "protocolVersion") == newestProtocolVersion, "another protocol was chosen");
-  ai.notify("notifications/initialized", {});
+  ai.notify("notifications/initialized", JsonText::object());
 
   ai.step("Ask which tools there are");
   ai.tell("asks", "tools/list");
-  const JsonObject listed = ai.request("tools/list", {});
-  const JsonArray* tools = objectIn(listed, "result").findArray("tools");
-  expect(tools != nullptr && tools->size() == 19, "there should be 19 tools");
+  const Answer listed = ai.request("tools/list", JsonText::object());
+  const auto tools = objectIn(listed.object, "result").findArray("tools");
+  expect(tools && tools->size() == 19, "there should be 19 tools");
   std::string names;
   for (const JsonValue& tool : *tools) {
     if (!names.empty()) names += names.size() - names.rfind('\n') > 70 ? ",\n" : ", ";
-    names += tool.asObject() != nullptr ? textIn(*tool.asObject(), "name") : "?";
+    names += tool.asObject() ? textIn(*tool.asObject(), "name") : "?";
   }
   ai.tell("gets", names);
 }
@@ -122,16 +128,18 @@ void shakeHands(DemoClient& ai) {
 /// Returns the serial of the phone that can be mirrored.
 std::string findPhone(DemoClient& ai) {
   ai.step("Find the phone");
-  const JsonObject answer = ai.call("quillmere.devices.list", {});
-  const JsonArray* devices = answer.findArray("devices");
-  expect(devices != nullptr && !devices->empty() && devices->front().asObject() != nullptr,
-         "there should be a phone");
-  std::string serial = textIn(*devices->front().asObject(), "serial");
+  const Answer answer = ai.call("quillmere.devices.list", JsonText::object());
+  const auto devices = answer.object.findArray("devices");
+  expect(devices && devices->size() > 0, "there should be a phone");
+  const auto phone = (*devices->begin()).asObject();
+  expect(phone.has_value(), "a phone should be an object");
+  std::string serial = textIn(*phone, "serial");
 
   ai.step("See whether it is mirrored already");
-  const JsonObject sessions = ai.call("quillmere.sessions.list", {{"deviceSerial", serial}});
-  expect(textIn(objectIn(sessions, "nextRecommendedTool"), "name") == "quillmere.session.start",
-         "the server should recommend to start a session");
+  const Answer sessions = ai.call("quillmere.sessions.list", {{"deviceSerial", serial}});
+  expect(
+      textIn(objectIn(sessions.object, "nextRecommendedTool"), "name") == "quillmere.session.start",
+      "the server should recommend to start a session");
   return serial;
 }
 
@@ -143,9 +151,9 @@ struct Session {
 
 Session startSession(DemoClient& ai, const std::string& serial) {
   ai.step("Start a Phone Screen session");
-  const JsonObject answer = ai.call("quillmere.session.start", {{"deviceSerial", serial}});
-  return {textIn(objectIn(objectIn(answer, "action"), "session"), "sessionId"),
-          textIn(objectIn(answer, "visibleState"), "stateSignature")};
+  const Answer answer = ai.call("quillmere.session.start", {{"deviceSerial", serial}});
+  return {textIn(objectIn(objectIn(answer.object, "action"), "session"), "sessionId"),
+          textIn(objectIn(answer.object, "visibleState"), "stateSignature")};
 }
 
 void openShopping(DemoClient& ai, const std::string& serial, const Session& session) {
@@ -161,16 +169,16 @@ void openShopping(DemoClient& ai, const std::string& serial, const Session& sess
 void addItem(DemoClient& ai, const std::string& sessionId) {
   ai.step("Read the screen");
   const UiState before = readScreen(ai, sessionId);
-  expect(before.find("text", newItem) == nullptr, "nobody has added the item yet");
+  expect(!before.find("text", newItem), "nobody has added the item yet");
 
   ai.step("Tap the text field and type");
-  const JsonObject* field = before.find("hint", "Add an item");
-  expect(field != nullptr, "the screen should show a text field");
-  const JsonObject& bounds = objectIn(*field, "bounds");
+  const auto field = before.find("hint", "Add an item");
+  expect(field.has_value(), "the screen should show a text field");
+  const JsonObject bounds = objectIn(*field, "bounds");
   const auto middle = [&](std::string_view start, std::string_view length) {
-    const JsonNumber* from = bounds.findNumber(start);
-    const JsonNumber* size = bounds.findNumber(length);
-    expect(from != nullptr && size != nullptr, "the text field should have bounds");
+    const auto from = bounds.findNumber(start);
+    const auto size = bounds.findNumber(length);
+    expect(from && size, "the text field should have bounds");
     return from->integer().value_or(0) + size->integer().value_or(0) / 2;
   };
   ai.call("quillmere.input.tap",
@@ -186,11 +194,11 @@ void addItem(DemoClient& ai, const std::string& sessionId) {
 
   ai.step("Scroll down and check the result");
   UiState shown = readScreen(ai, sessionId);
-  JsonObject scroll = shown.target(sessionId, "resourceId", "shopping.items");
+  JsonText scroll = shown.target(sessionId, "resourceId", "shopping.items");
   scroll.set("direction", "down");
-  ai.call("quillmere.ui.scroll_element", std::move(scroll));
+  ai.call("quillmere.ui.scroll_element", scroll);
   shown = readScreen(ai, sessionId);
-  expect(shown.find("text", newItem) != nullptr, "the new item should be on the list");
+  expect(shown.find("text", newItem).has_value(), "the new item should be on the list");
 }
 
 void refuseBadArgument(DemoClient& ai, const std::string& sessionId) {
@@ -210,7 +218,8 @@ void cancelCall(DemoClient& ai, const std::string& serial) {
   ai.call("quillmere.sessions.list", {{"deviceSerial", serial}});
   ai.tell("asks", "notifications/cancelled for the call that still waits, then ping");
   ai.notify("notifications/cancelled", {{"requestId", id}, {"reason", "the user changed plans"}});
-  expect(ai.request("ping", {}).contains("result"), "the ping should be answered");
+  expect(ai.request("ping", JsonText::object()).object.contains("result"),
+         "the ping should be answered");
   ai.tell("gets", "the answer to the ping, and none to the cancelled call");
 }
 
@@ -219,34 +228,34 @@ void tellRobin(DemoClient& ai, const std::string& serial, const std::string& ses
   ai.call("quillmere.app.launch",
           {{"deviceSerial", serial}, {"packageName", "com.example.messages"}});
   UiState screen = readScreen(ai, sessionId);
-  JsonObject click = screen.target(sessionId, "text", "Robin");
-  const JsonObject refusal = ai.call("quillmere.ui.click_element", click, true);
+  JsonText click = screen.target(sessionId, "text", "Robin");
+  const Answer refusal = ai.call("quillmere.ui.click_element", click, true);
 
   ai.step("The user agrees; try again with the user's words");
-  click.set("userAcknowledgementText", textIn(refusal, "requiredUserAcknowledgementText"));
-  ai.call("quillmere.ui.click_element", std::move(click));
+  click.set("userAcknowledgementText", textIn(refusal.object, "requiredUserAcknowledgementText"));
+  ai.call("quillmere.ui.click_element", click);
   screen = readScreen(ai, sessionId);
-  JsonObject draft = screen.target(sessionId, "hint", "Write a message");
+  JsonText draft = screen.target(sessionId, "hint", "Write a message");
   draft.set("text", std::string(newItem) + " is on the list.");
-  ai.call("quillmere.ui.set_text", std::move(draft));
+  ai.call("quillmere.ui.set_text", draft);
   ai.call("quillmere.input.key", {{"sessionId", sessionId}, {"key", "ENTER"}});
   ai.call("quillmere.input.key", {{"sessionId", sessionId}, {"key", "back"}});
   screen = readScreen(ai, sessionId);
-  expect(screen.find("text", std::string(newItem) + " is on the list.") != nullptr,
+  expect(screen.find("text", std::string(newItem) + " is on the list.").has_value(),
          "the message should have been sent");
 }
 
 void stopControl(DemoClient& ai, const std::string& sessionId) {
   ai.step("Stop AI control: from now on every action is refused");
-  ai.call("quillmere.control.stop", {});
+  ai.call("quillmere.control.stop", JsonText::object());
   ai.call("quillmere.input.key", {{"sessionId", sessionId}, {"key", "home"}}, true);
 }
 
 void keepScreenshot(DemoClient& ai, const std::string& sessionId, const std::string& path) {
   ai.step("Look at the final screen");
-  const JsonObject answer =
+  const Answer answer =
       ai.call("quillmere.screen.observe", {{"sessionId", sessionId}, {"includeImage", true}});
-  const auto png = bytesOfBase64(textIn(objectIn(answer, "image"), "base64"));
+  const auto png = bytesOfBase64(textIn(objectIn(answer.object, "image"), "base64"));
   expect(png && png->starts_with("\x89PNG"), "the answer should hold a PNG");
   std::ofstream file(path, std::ios::binary);
   file << *png << std::flush;

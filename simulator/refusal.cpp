@@ -10,11 +10,10 @@ Refusal invalidArgument(std::string_view key, std::string_view must) {
 
 Refusal noSession(std::string_view code, const std::string& message, const std::string& serial) {
   Refusal refusal(code, message + " Call quillmere.session.start first.");
-  JsonObject arguments;
+  JsonText arguments = JsonText::object();
   if (!serial.empty()) arguments.set("deviceSerial", serial);
-  JsonObject next{{"name", "quillmere.session.start"}};
-  next.set("arguments", std::move(arguments));
-  refusal.besides.set("nextRecommendedTool", std::move(next));
+  refusal.besides.set("nextRecommendedTool", JsonText{{"name", "quillmere.session.start"},
+                                                      {"arguments", std::move(arguments)}});
   return refusal;
 }
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/json_value.hpp"
+#include "json/writer.hpp"
 #include "simulator/world_data.hpp"
 
 namespace quillmere {
@@ -19,7 +19,7 @@ class Refusal : public std::runtime_error {
   /// Constant text.
   std::string_view code;
   /// Members of the answer beside `error`.
-  JsonObject besides;
+  JsonText besides = JsonText::object();
 };
 
 /// Refusals for which more than one command has a use, or that say more than a message. Pure.

@@ -5,9 +5,9 @@
 namespace quillmere {
 
 std::string textArgument(const JsonObject& request, std::string_view key) {
-  const std::string* text = request.findString(key);
-  if (text == nullptr) throw refusals::invalidArgument(key, "a string");
-  return *text;
+  const auto text = request.findString(key);
+  if (!text) throw refusals::invalidArgument(key, "a string");
+  return std::string(text->view());
 }
 
 std::string optionalText(const JsonObject& request, std::string_view key) {
@@ -22,8 +22,8 @@ bool flag(const JsonObject& request, std::string_view key, bool otherwise) {
 }
 
 double coordinate(const JsonObject& request, std::string_view key, int end) {
-  const JsonNumber* number = request.findNumber(key);
-  const double value = number != nullptr ? number->value() : -1;
+  const auto number = request.findNumber(key);
+  const double value = number ? number->value() : -1;
   if (!(value >= 0 && value < end)) {
     throw refusals::invalidArgument(key, "a number from 0 to below " + std::to_string(end));
   }
@@ -33,8 +33,8 @@ double coordinate(const JsonObject& request, std::string_view key, int end) {
 std::int64_t wholeNumber(const JsonObject& request, std::string_view key, std::int64_t least,
                          std::int64_t most, std::optional<std::int64_t> otherwise) {
   if (otherwise && !request.contains(key)) return *otherwise;
-  const JsonNumber* number = request.findNumber(key);
-  const auto value = number != nullptr ? number->integer() : std::nullopt;
+  const auto number = request.findNumber(key);
+  const auto value = number ? number->integer() : std::nullopt;
   if (!value || *value < least || *value > most) {
     throw refusals::invalidArgument(
         key, "a whole number from " + std::to_string(least) + " to " + std::to_string(most));

@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/json_value.hpp"
+#include "json/value.hpp"
 
 namespace quillmere {
 

@@ -15,7 +15,6 @@
 #include <utility>
 
 #include "core/message.hpp"
-#include "platform/json_writer.hpp"
 #include "platform/standard_streams.hpp"
 
 namespace quillmere {
@@ -104,14 +103,14 @@ bool ServerProcess::send(std::string_view bytes) {
   return writeAll(input.number(), {bytes});
 }
 
-bool ServerProcess::send(const JsonObject& message) {
-  return writeAll(input.number(), {compactJson(message), "\n"});
+bool ServerProcess::sendMessage(const JsonText& message) {
+  return writeAll(input.number(), {message.str(), "\n"});
 }
 
-std::optional<JsonObject> ServerProcess::receive(std::chrono::milliseconds patience) {
-  if (!waitReadable(output.number(), patience)) return std::nullopt;
-  const auto payload = readNextPayload(*reader, framing);
-  return payload ? std::optional(parseMessage(*payload)) : std::nullopt;
+std::shared_ptr<const JsonDocument> ServerProcess::receive(std::chrono::milliseconds patience) {
+  if (!waitReadable(output.number(), patience)) return nullptr;
+  auto payload = readNextPayload(*reader, framing);
+  return payload ? parseMessage(std::move(*payload)) : nullptr;
 }
 
 std::optional<int> ServerProcess::waitForExit(std::chrono::milliseconds patience) {

@@ -4,14 +4,16 @@
 #include <sys/types.h>
 
 #include <chrono>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "core/framing.hpp"
+#include "json/document.hpp"
+#include "json/writer.hpp"
 #include "platform/descriptor.hpp"
-#include "platform/json_value.hpp"
 
 namespace quillmere {
 
@@ -44,12 +46,15 @@ class ServerProcess {
 
   /// Writes bytes as they are. Returns false when the server does not read any more.
   bool send(std::string_view bytes);
+  bool send(const std::string& bytes) { return send(std::string_view(bytes)); }
+  bool send(const char* bytes) { return send(std::string_view(bytes)); }
   /// Writes a message as one line.
-  bool send(const JsonObject& message);
+  bool sendMessage(const JsonText& message);
 
-  /// The next message, in either framing; nothing when the server has closed its output or says
+  /// The next message, in either framing; null when the server has closed its output or says
   /// nothing for `patience`.
-  [[nodiscard]] std::optional<JsonObject> receive(std::chrono::milliseconds patience = forever);
+  [[nodiscard]] std::shared_ptr<const JsonDocument> receive(
+      std::chrono::milliseconds patience = forever);
 
   /// Ends the server's standard input, or its standard output.
   void closeInput() { input = Descriptor(); }

@@ -33,12 +33,11 @@ void waitForDescriptors(const Descriptor& stop) {
 }
 
 /// Whether the socket at `path` is left over from a program that is gone: the one case in which
-/// nobody else's socket is in the way. Does not wait for a program that lives but is too busy to
-/// take us.
+/// nobody else's socket is in the way. A fresh socket does not wait for a program that lives but is
+/// too busy to take us.
 bool isStale(const std::string& path) {
   const auto probe = UnixSocket::create();
   if (!probe) return false;
-  probe->setStatusFlags(O_NONBLOCK);
   return probe->connectTo(path) == ECONNREFUSED;
 }
 

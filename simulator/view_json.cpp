@@ -12,16 +12,16 @@ constexpr std::string_view roleNames[] = {"label",    "button",  "toggle",  "tex
                                           "listItem", "webView", "webText", "keyboard"};
 static_assert(std::size(roleNames) == static_cast<std::size_t>(Role::keyboard) + 1);
 
-JsonObject boundsJson(const Bounds& bounds) {
+JsonText boundsJson(const Bounds& bounds) {
   return {{"x", bounds.x}, {"y", bounds.y}, {"width", bounds.width}, {"height", bounds.height}};
 }
 
-JsonObject nodeJson(const VisibleNode& node) {
-  JsonObject json{{"nodeId", node.id},
-                  {"role", roleNames[static_cast<std::size_t>(node.role)]},
-                  {"resourceId", node.resourceId()},
-                  {"text", node.text},
-                  {"bounds", boundsJson(node.bounds)}};
+JsonText nodeJson(const VisibleNode& node) {
+  JsonText json{{"nodeId", node.id},
+                {"role", roleNames[static_cast<std::size_t>(node.role)]},
+                {"resourceId", node.resourceId()},
+                {"text", node.text},
+                {"bounds", boundsJson(node.bounds)}};
   if (!node.hint.empty()) json.set("hint", node.hint);
   if (node.isClickable) json.set("clickable", true);
   if (node.isEditable()) json.set("editable", true);
@@ -48,53 +48,50 @@ bool looksAlike(const VisibleNode& one, const VisibleNode& other) {
 
 }  // namespace
 
-JsonObject uiStateOf(const View& view, bool includeNonInteractive, std::size_t maximumNodes) {
-  JsonArray nodes;
+JsonText uiStateOf(const View& view, bool includeNonInteractive, std::size_t maximumNodes) {
+  JsonText nodes = JsonText::array();
   std::size_t count = 0;
   for (const VisibleNode& node : view.nodes) {
     if (node.role == Role::webText && !includeNonInteractive) continue;
-    ++count;
-    if (nodes.size() < maximumNodes) nodes.emplace_back(nodeJson(node));
+    if (count++ < maximumNodes) nodes.add(nodeJson(node));
   }
-  JsonObject state{{"packageName", view.packageName},
-                   {"title", view.title},
-                   {"stateSignature", view.signature},
-                   {"imeActive", view.isImeActive},
-                   {"elementCount", count},
-                   {"returned", nodes.size()},
-                   {"truncated", nodes.size() < count}};
-  state.set("nodes", std::move(nodes));
-  return state;
+  return {{"packageName", view.packageName},
+          {"title", view.title},
+          {"stateSignature", view.signature},
+          {"imeActive", view.isImeActive},
+          {"elementCount", count},
+          {"returned", std::min(count, maximumNodes)},
+          {"truncated", maximumNodes < count},
+          {"nodes", std::move(nodes)}};
 }
 
-JsonObject visibleStateOf(const View& view) {
+JsonText visibleStateOf(const View& view) {
   return {{"uiTopPackageName", view.packageName},
           {"title", view.title},
           {"imeActive", view.isImeActive},
           {"stateSignature", view.signature}};
 }
 
-JsonObject uiDiffOf(const View& before, const View& after) {
-  JsonArray added;
-  JsonArray removed;
-  JsonArray changed;
+JsonText uiDiffOf(const View& before, const View& after) {
+  JsonText added = JsonText::array();
+  JsonText removed = JsonText::array();
+  JsonText changed = JsonText::array();
   for (const VisibleNode& node : after.nodes) {
     const VisibleNode* earlier = findNode(before, node.resourceId());
     if (earlier == nullptr) {
-      added.emplace_back(nodeJson(node));
+      added.add(nodeJson(node));
     } else if (!looksAlike(*earlier, node)) {
-      changed.emplace_back(nodeJson(node));
+      changed.add(nodeJson(node));
     }
   }
   for (const VisibleNode& node : before.nodes) {
-    if (findNode(after, node.resourceId()) == nullptr) removed.emplace_back(node.resourceId());
+    if (findNode(after, node.resourceId()) == nullptr) removed.add(node.resourceId());
   }
-  JsonObject diff{{"previousStateSignature", before.signature},
-                  {"packageChanged", before.packageName != after.packageName}};
-  diff.set("added", std::move(added));
-  diff.set("changed", std::move(changed));
-  diff.set("removed", std::move(removed));
-  return diff;
+  return {{"previousStateSignature", before.signature},
+          {"packageChanged", before.packageName != after.packageName},
+          {"added", std::move(added)},
+          {"changed", std::move(changed)},
+          {"removed", std::move(removed)}};
 }
 
 }  // namespace quillmere

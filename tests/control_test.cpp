@@ -1,8 +1,8 @@
 // From the search for the desktop app's socket to the end of one call.
-#include <fcntl.h>
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <set>
 
 #include "control/control_call.hpp"
 #include "control/control_frame.hpp"
@@ -85,7 +85,6 @@ TEST_F(Connecting, EachCandidateThatFailsIsNamedInOrder) {
   fs::remove(home.releaseSocket());
   const DesktopApp app(home.releaseSocket());
   EXPECT_EQ(connectFailure(), "") << "a live socket behind a stale one";
-  EXPECT_EQ(connectAppControlSocket().statusFlags().value_or(-1) & O_NONBLOCK, 0);
 }
 
 TEST_F(Connecting, APathMayHave103Bytes) {
@@ -107,9 +106,7 @@ TEST_F(Connecting, AFullBacklogIsAFailureLikeAnyOther) {
   std::string failure;
   while (failure.empty()) {
     waiting.push_back(*UnixSocket::create());
-    const auto flags = waiting.back().statusFlags();
     failure = connectUnixSocket(waiting.back(), home.releaseSocket());
-    EXPECT_EQ(waiting.back().statusFlags(), flags) << "failed or not, the flags are as before";
   }
   EXPECT_EQ(failure, "Resource temporarily unavailable");
   EXPECT_EQ(connectFailure(), notReached + home.releaseSocket() + ": " + failure);
@@ -120,25 +117,29 @@ TEST(ControlRequest, HoldsControlFieldsBesideItsOwnKeys) {
     std::string_view name, command, arguments, request;
   };
   constexpr RequestCase cases[] = {
-      {"arguments stand flat and unchanged", "tap",
-       R"({"x":1.0,"taskName":" a/b ","includeImage":false})",
-       R"({"id":0,"command":"tap","x":1.0,"taskName":" a/b ","includeImage":false})"},
+      {"arguments stand flat, in an order of their own, as they came", "tap",
+       R"({"taskName":" a\u002Fb\n", "x":1.0,"includeImage" : false,"text":[1, {}]})",
+       R"(,"command":"tap","includeImage":false,"x":1.0,"text":[1, {}],"taskName":" a\u002Fb\n"})"},
       {"null and what is no control field are left out", "wait",
        R"({"id":"mine","command":"tap","topic":"ui","X":1,"sessionId":null,"durationMs":5})",
-       R"({"id":0,"command":"wait","durationMs":5})"},
-      {"adbCommand takes its place from command", "adbCommand",
-       R"({"command":"ls","adbCommand":"rm","reason":"r"})",
-       R"({"id":0,"command":"adbCommand","adbCommand":"ls","reason":"r"})"},
+       R"(,"command":"wait","durationMs":5})"},
+      {"of equal keys the last counts", "wait",
+       R"({"durationMs":5,"durationM\u0073":6,"sessionId":"s","sessionId":null})",
+       R"(,"command":"wait","durationMs":6})"},
+      {"adbCommand takes its value from command", "adbCommand",
+       R"({"command":"ls","adbCommand":"rm","userId":7})",
+       R"(,"command":"adbCommand","userId":7,"adbCommand":"ls"})"},
       {"adbCommand alone is a control field", "adbCommand", R"({"adbCommand":"ls"})",
-       R"({"id":0,"command":"adbCommand","adbCommand":"ls"})"},
+       R"(,"command":"adbCommand","adbCommand":"ls"})"},
   };
+  std::set<std::string> ids;
   for (const auto& [name, command, arguments, expected] : cases) {
-    JsonObject request = controlRequest(command, json(arguments));
-    request.set("id", 0);
-    EXPECT_EQ(compactJson(request), expected) << name;
+    const JsonObject request = json(controlRequest(command, json(arguments)).str());
+    const std::string id(request.find("id")->text());
+    EXPECT_EQ(id.size(), 2 + 36) << name;
+    EXPECT_TRUE(ids.insert(id).second) << name;
+    EXPECT_EQ(request.text(), "{\"id\":" + id + std::string(expected)) << name;
   }
-  EXPECT_NE(*controlRequest("tap", {}).findString("id"),
-            *controlRequest("tap", {}).findString("id"));
 }
 
 TEST(ControlFrame, HasABigEndianLength) {
@@ -146,7 +147,7 @@ TEST(ControlFrame, HasABigEndianLength) {
   const std::string frame = controlFrame(body);
   EXPECT_EQ(frame.substr(0, 6), std::string("\0\1\2\3bb", 6));
   EXPECT_EQ(frame.size(), 4 + body.size());
-  EXPECT_EQ(controlBodyLength({'\xFF', '\xFE', '\x80', '\0'}), 0xFFFE8000U);
+  EXPECT_EQ(controlBodyLength({"\xFF\xFE\x80\0\1", 5}), 0xFFFE8000U);
 }
 
 constexpr std::string_view closed = "-32000 Quillmere closed the MCP control connection.";
@@ -156,30 +157,31 @@ constexpr std::string_view writeFailed = "-32000 Could not write to Quillmere MC
 std::string outcomeOf(const JsonObject& arguments, InFlightRequest* inFlight = nullptr) {
   std::string answer;
   const std::string failure =
-      failureOf([&] { answer = compactJson(callAppControl("tap", arguments, inFlight)); });
+      failureOf([&] { answer = callAppControl("tap", arguments, inFlight)->root().text(); });
   return answer + failure;
 }
 
 TEST_F(ControlCall, ArgumentsAreJudgedBeforeTheSocket) {
-  EXPECT_EQ(outcomeOf({{"command", times(4097, "c")}}), "-32602 command is too long.");
-  EXPECT_EQ(outcomeOf({{"x", "\xFF"}}),
-            "-32603 Internal error: A text to be written as JSON is not valid UTF-8.");
+  const auto with = [](std::string_view key, const std::string& text) {
+    return json(JsonText{{key, text}}.str());
+  };
+  EXPECT_EQ(outcomeOf(with("command", times(4097, "c"))), "-32602 command is too long.");
 
   // Characters that a writer might escape, and so pass the limit where it must not.
   const std::string text = "/é为😀";
-  const std::size_t own = compactJson(controlRequest("tap", {{"x", text}})).size();
-  const auto ofBytes = [&](std::size_t size) {
-    return JsonObject{{"x", text + times(size - own, "x")}};
-  };
+  const std::size_t own = controlRequest("tap", with("x", text)).size();
+  const auto ofBytes = [&](std::size_t size) { return with("x", text + times(size - own, "x")); };
   EXPECT_EQ(outcomeOf(ofBytes(1'048'577)), "-32602 Quillmere MCP tool request is too large.");
   EXPECT_EQ(outcomeOf(ofBytes(1'048'576)), notFound);
-  InFlightRequest cancelled(1);
+  const auto message = parseJson("[1]");
+  InFlightRequest cancelled(message, *message->root().asArray()->begin());
   cancelled.cancel("reason");
   EXPECT_EQ(outcomeOf({}, &cancelled), "-32800 MCP request was cancelled.");
 
   const DesktopApp app(home.releaseSocket(), [&](const AppConnection& connection) {
-    EXPECT_EQ(compactJson(connection.receive().value_or(JsonObject())).size(), 1'048'576);
-    connection.answer({});
+    const auto request = connection.receive();
+    EXPECT_EQ(request ? request->root().text().size() : 0, 1'048'576);
+    connection.answer(JsonText::object());
   });
   EXPECT_EQ(outcomeOf(ofBytes(1'048'576)), "{}");
 }
@@ -210,7 +212,7 @@ TEST_F(ControlCall, EndsAsTheAnswerTells) {
   }
   for (const AnswerCase& each : cases) {
     const DesktopApp app(home.releaseSocket(), [&](const AppConnection& connection) {
-      EXPECT_EQ(*connection.receive()->findString("command"), "tap");
+      EXPECT_EQ(*connection.receive()->object().findString("command"), "tap");
       for (const std::string& piece : each.pieces) connection.send(piece);
       // Where the app does not close, the server must: it waits for no byte more.
       if (each.outcome != closed) {
@@ -224,7 +226,7 @@ TEST_F(ControlCall, EndsAsTheAnswerTells) {
 TEST_F(ControlCall, AnAppThatDoesNotReadGivesAFailedWrite) {
   const DesktopApp app(home.releaseSocket(), [](const AppConnection&) {});
   // More than any socket buffer takes.
-  EXPECT_EQ(outcomeOf({{"x", times(1'000'000, "x")}}), writeFailed);
+  EXPECT_EQ(outcomeOf(json("{\"x\":\"" + times(1'000'000, "x") + "\"}")), writeFailed);
 }
 
 }  // namespace

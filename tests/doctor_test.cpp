@@ -31,29 +31,29 @@ const std::string notFound = "Quillmere MCP control socket was not found. Start 
 /// What the doctor says inside the app `identifier`, or outside of any; what it finds in the
 /// released app's place; and what a call would fail with.
 std::string report(const TemporaryHome& home, std::string_view identifier = "", bool exists = false,
-                   bool isSocket = false, const JsonValue& error = notFound) {
+                   bool isSocket = false, const std::optional<std::string>& error = notFound) {
   const auto candidate = [](const std::string& path, bool isThere, bool isOne) {
-    return JsonObject{{"path", path}, {"exists", isThere}, {"isSocket", isOne}};
+    return JsonText{{"path", path}, {"exists", isThere}, {"isSocket", isOne}};
   };
-  JsonArray candidates{candidate(home.debugSocket(), false, false),
-                       candidate(home.releaseSocket(), exists, isSocket),
-                       candidate(home.ungroupedSocket(), false, false)};
+  std::vector candidates{candidate(home.debugSocket(), false, false),
+                         candidate(home.releaseSocket(), exists, isSocket),
+                         candidate(home.ungroupedSocket(), false, false)};
   if (identifier == release) std::swap(candidates[0], candidates[1]);
   const auto textOrNull = [](bool isText, const std::string& text) {
-    return isText ? JsonValue(text) : JsonValue();
+    return isText ? JsonText(text) : JsonText();
   };
   const std::string app(identifier);
-  return indentedJson(
-             JsonObject{{"bundledAppIdentifier", textOrNull(!app.empty(), app)},
-                        {"preferredAppGroupIdentifier",
-                         textOrNull(app == release || app == debug, "group." + app + ".shared")},
-                        {"serverVersion", "0.3.0"},
-                        {"socketCandidates", std::move(candidates)},
-                        {"socketError", error},
-                        {"socketReachable", error.isNull()},
-                        {"supportedProtocolVersions",
-                         JsonArray{"2024-11-05", "2025-03-26", "2025-06-18", "2025-11-25"}}}) +
-         "\n";
+  const JsonText all{
+      {"bundledAppIdentifier", textOrNull(!app.empty(), app)},
+      {"preferredAppGroupIdentifier",
+       textOrNull(app == release || app == debug, "group." + app + ".shared")},
+      {"serverVersion", "0.3.0"},
+      {"socketCandidates", JsonText::arrayOf(candidates)},
+      {"socketError", textOrNull(error.has_value(), error.value_or(""))},
+      {"socketReachable", !error.has_value()},
+      {"supportedProtocolVersions",
+       JsonText::constant(R"(["2024-11-05","2025-03-26","2025-06-18","2025-11-25"])")}};
+  return indentedJson(json(all.str()).asValue()) + "\n";
 }
 
 void linkTo(const fs::path& target, const fs::path& link) {
@@ -84,7 +84,8 @@ TEST(Doctor, TellsWhatIsInTheSocketsPlace) {
     SCOPED_TRACE(name);
     const TemporaryHome home;
     arrange(home, home.releaseSocket());
-    JsonValue error = app ? JsonValue() : JsonValue(notFound);
+    std::optional<std::string> error;
+    if (!app) error = notFound;
     if (!failure.empty()) {
       error = "Could not reach Quillmere MCP control socket: " + home.releaseSocket() + ": " +
               std::string(failure);

@@ -56,10 +56,10 @@ Outcomes outcomesOf(const Source& source) {
   ServerState state;
   StdinReader reader(source.input.number());
   Outcomes outcomes;
-  for (std::optional<std::string> payload("");;) {
+  for (std::optional<Bytes> payload(std::in_place);;) {
     const std::string failure = failureOf([&] { payload = readNextPayload(reader, state); });
     if (!payload) return outcomes;
-    std::string text = failure.empty() ? *payload : failure;
+    std::string text(failure.empty() ? viewOf(*payload) : failure);
     if (text.size() > 80) text = "(" + std::to_string(text.size()) + " bytes)";
     outcomes.push_back(std::move(text));
   }
@@ -152,7 +152,7 @@ TEST(Framing, WhatStandsBehindTheCurrentMessageStaysUnread) {
       ServerState state;
       StdinReader reader(source.input.number());
       ASSERT_TRUE(readNextPayload(reader, state).has_value());
-      ASSERT_EQ("first\n", readNextPayload(reader, state));
+      ASSERT_EQ("first\n", viewOf(readNextPayload(reader, state).value()));
       std::array<char, 16> rest{};
       EXPECT_EQ(7, ::read(source.input.number(), rest.data(), rest.size()));
       EXPECT_STREQ("second\n", rest.data());

@@ -1,82 +1,130 @@
-// JSON text in and out, and the numbers that pass through unharmed.
+// JSON text in and out: what goes through as it came, what of it changes, and how it is read.
 #include "support/json.hpp"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <optional>
 
 namespace quillmere {
 namespace {
 
-/// Both ways of parsing and both of writing, which must agree.
-std::string parseAndWrite(const std::string& text) {
+/// The value read by every way of reading it, and written anew from what was read.
+JsonText rewritten(const JsonValue& value) {
+  if (const auto array = value.asArray()) {
+    EXPECT_EQ(array->size(), static_cast<std::size_t>(std::distance(array->begin(), array->end())));
+    JsonText text = JsonText::array();
+    for (const JsonValue element : *array) text.add(rewritten(element));
+    return text;
+  }
+  if (const auto object = value.asObject()) {
+    JsonText text = JsonText::object();
+    for (const JsonMember member : object->distinctMembers()) {
+      const JsonString key = member.key();
+      const auto found = object->find(key.view());
+      EXPECT_TRUE(found && found->place() == member.value().place()) << key.view();
+      text.set(key.view(), rewritten(member.value()));
+    }
+    return text;
+  }
+  if (const auto string = value.asString()) return *string;
+  if (const auto boolean = value.asBoolean()) return *boolean;
+  return value.isNull() ? JsonText() : JsonText::constant(value.asNumber().value().text());
+}
+
+/// What is passed on of a text, or why it is refused.
+std::string passedOn(const std::string& text) {
   try {
-    std::string written = compactJson(parseJson(text));
-    const JsonObject inPlace{{"value", parseJsonInPlace(text)}};
-    const JsonText inPieces(inPlace, 8);
-    std::string joined;
-    for (const std::string_view piece : inPieces.pieces()) joined += piece;
-    EXPECT_EQ(joined, "{\"value\":" + written + "}");
-    return written;
-  } catch (const JsonError&) {
-    return "refused";
+    return std::string(parseJson(text)->root().text());
+  } catch (const JsonError& error) {
+    return error.kind == JsonError::Kind::notUtf8 ? "no UTF-8" : "no JSON";
   }
 }
 
-TEST(Json, TextGoesThroughUnharmed) {
+TEST(Json, TextIsPassedOnAsItCameAndReadAsItIsMeant) {
+  constexpr std::string_view same;
+  const std::string clean = times(100, "为");
   const std::string digits = times(1000, "7");
   struct TextCase {
     std::string_view name;
-    std::string text, written;
+    std::string came;
+    /// `same` where it is what came.
+    std::string passedOn, read;
   };
   const TextCase cases[] = {
-      {"blanks around tokens go", " \t\r\n{ \"a\" : [ 1 , { } , [ ] ] } ", R"({"a":[1,{},[]]})"},
-      {"equal keys in another spelling are equal", R"({"a":1,"\u0061":2})", R"({"a":2})"},
-      {"numbers keep their spelling", "[1.0,-0,1E+2,0.10,5e-1]", "[1.0,-0,1E+2,0.10,5e-1]"},
-      {"numbers keep their digits past 64 bits",
-       "[9007199254740993,12345678901234567890123,1e400,0.1000000000000000055511151231257827]",
-       "[9007199254740993,12345678901234567890123,1e400,0.1000000000000000055511151231257827]"},
-      {"a number of a thousand digits", "[" + digits + "]", "[" + digits + "]"},
-      {"a fraction of a thousand digits", "[0." + digits + "]", "[0." + digits + "]"},
-      {"slashes and non-ASCII stand as they are", "[\"a/b é 为 😀\"]", "[\"a/b é 为 😀\"]"},
-      {"escapes that are not needed go", R"(["\/ \u00e9 \u4e3A \ud83d\ude00 \u007f"])",
-       "[\"/ é 为 😀 \x7f\"]"},
-      {"escapes that are needed stay", R"(["\"\\\b\f\n\r\t\u0000\u001F"])",
-       R"(["\"\\\b\f\n\r\t\u0000\u001f"])"},
-      {"an escape behind a long clean run", "[\"" + times(100, "x") + "\\n\"]",
-       "[\"" + times(100, "x") + "\\n\"]"},
-      {"a string that makes up most of the text", R"({"a":[1,{"b":"most of it"}]})",
-       R"({"a":[1,{"b":"most of it"}]})"},
-      {"one that starts with an escape", R"({"a":"\u00e9 and most of the text"})",
-       R"({"a":"é and most of the text"})"},
-      {"one whose key comes again", R"({"a":"most of the text","a":1})", R"({"a":1})"},
+      {"literals", "[null,true,false,\"\",{},[[]]]", "", ""},
+      {"blanks between tokens stay", " \t{ \"a\"\t: [ 1 , { } , [ ] ] } ",
+       "{ \"a\"\t: [ 1 , { } , [ ] ] }", R"({"a":[1,{},[]]})"},
+      {"where there is a line feed they go", "{ \"a\" : [ 1 , { } ,\n[ ] ] , \"b\" : null }",
+       R"({"a":[1,{},[]],"b":null})", ""},
+      {"where there is a carriage return too", "\r[ \"\\n , : \", 1.0 ]", R"(["\n , : ",1.0])", ""},
+      {"what comes after the last token is not between tokens", "[ 1 ]\r\n", "[ 1 ]", "[1]"},
+      {"an escaped slash is none, and its text has no blanks", R"({ "a\/b" : "\/\\\/ \n" })",
+       R"({"a/b":"/\\/ \n"})", ""},
+      {"a slash after an escaped backslash is not escaped", R"([ "a\\/" ])", "", R"(["a\\/"])"},
+      {"slashes and non-ASCII stand as they are", "[\"a/b é 为 😀\"]", "", ""},
+      {"escapes are read when they are needed and when not",
+       R"({"\u0061":"\"\\\b\f\n\r\t\u0000\u001F\u0020\u00e9\u4E3A\uffff\ud83d\uDE00\uDBFF\udfff"})",
+       "",
+       R"({"a":"\"\\\b\f\n\r\t\u0000\u001f é为)"
+       "\uFFFF😀\U0010FFFF\"}"},
+      {"an escape after a long clean run", "[\"" + clean + R"(\u000A)" + clean + "\",1]", "",
+       "[\"" + clean + R"(\n)" + clean + "\",1]"},
+      {"an escape before one that the parser gives in parts",
+       "[\"\\\"" + digits + digits + digits + digits + digits + "\\\"\",1]", "", ""},
+      {"what looks like tokens in strings", R"(["]\",[{\\",{"}:":",\\\""}])", "", ""},
+      {"of equal keys, however spelled, the last counts, in the place of the first",
+       R"({"a":1,"b":2,"a":{"a":3},"":4,"\u0061":5,"a ":6})", "", R"({"a":5,"b":2,"":4,"a ":6})"},
+      {"numbers keep their spelling", "[1.0,-0,1E+2,0.10,5e-1]", "", ""},
+      {"and their digits",
+       "[9007199254740993,12345678901234567890123,1e400,0.1000000000000000055511151231257827]", "",
+       ""},
+      {"a number of a thousand digits", "[-" + digits + ",0." + digits + "]", "", ""},
   };
-  for (const auto& [name, text, written] : cases) {
-    EXPECT_EQ(parseAndWrite(text), written) << name;
+  for (const auto& [name, came, changed, read] : cases) {
+    const std::string& expected = changed == same ? came : changed;
+    EXPECT_EQ(passedOn(came), expected) << name;
+    EXPECT_EQ(passedOn(expected), expected) << name << ", a second time";
+    EXPECT_EQ(rewritten(parseJson(came)->root()).str(), read == same ? expected : read) << name;
   }
 }
 
 TEST(Json, WhatIsNoJsonIsRefused) {
-  const std::pair<std::string_view, std::string> cases[] = {
+  struct RefusedCase {
+    std::string_view name;
+    std::string text, why = "no JSON";
+  };
+  const RefusedCase cases[] = {
       {"nothing", ""},
       {"null at the top", "null"},
-      {"text behind the document", "[] x"},
-      {"a NUL behind the document", std::string("{}\0", 3)},
+      {"a string at the top", "\"a\""},
+      {"a number at the top", "5"},
+      {"text after the document", "[] x"},
+      {"a second document", "{}[]"},
+      {"a NUL after the document", std::string("{}\0", 3)},
       {"a byte order mark", "\xEF\xBB\xBF{}"},
       {"a document that stops short", R"({"a":[1,)"},
       {"a comma too many", "[1,]"},
       {"a comment", "[1/* one */]"},
+      {"an escaped slash outside of a string", R"([1\/])"},
+      {"a backslash in a string that stops short", R"(["\)"},
+      {"a backslash after the document", R"([]\)"},
       {"NaN", "[NaN]"},
       {"Infinity", "[-Infinity]"},
+      {"an exponent past 31 bits", "[1e2147483648]"},
       {"a line feed in a string", "[\"a\nb\"]"},
       {"an unknown escape", R"(["\x41"])"},
+      {"an escape cut by another", R"(["\u12\/34"])"},
       {"a lone high surrogate", R"(["\ud83d"])"},
+      {"a high surrogate before another escape", R"(["\ud83d\n"])"},
       {"a lone low surrogate", R"(["\ude00"])"},
-      {"an overlong slash", "[\"\xC0\xAF\"]"},
-      {"a surrogate as bytes", "[\"\xED\xA0\x80\"]"},
-      {"bad bytes in a key", "{\"\xFF\":1}"},
+      {"an overlong slash", "[\"\xC0\xAF\"]", "no UTF-8"},
+      {"a surrogate as bytes", "[\"\xED\xA0\x80\"]", "no UTF-8"},
+      {"bad bytes in a key", "{\"\xFF\":1}", "no UTF-8"},
+      {"bad bytes before what is no JSON", "\xFF{", "no UTF-8"},
+      {"bad bytes after the document", "{} \x80", "no UTF-8"},
   };
-  for (const auto& [name, text] : cases) EXPECT_EQ(parseAndWrite(text), "refused") << name;
+  for (const auto& [name, text, why] : cases) EXPECT_EQ(passedOn(text), why) << name;
 }
 
 TEST(Json, NestingEndsAtItsLimit) {
@@ -84,10 +132,12 @@ TEST(Json, NestingEndsAtItsLimit) {
   const auto objects = [](std::size_t depth) {
     return times(depth - 1, "{\"a\":") + "{}" + times(depth - 1, "}");
   };
-  EXPECT_EQ(parseAndWrite(arrays(512)), arrays(512));
-  EXPECT_EQ(parseAndWrite(objects(512)), objects(512));
+  for (const std::string& text : {arrays(512), objects(512)}) {
+    EXPECT_EQ(passedOn(text), text);
+    EXPECT_EQ(rewritten(parseJson(text)->root()).str(), text);
+  }
   for (const std::string& deep : {arrays(513), objects(513), times(100'000, "{\"a\":")}) {
-    EXPECT_EQ(parseAndWrite(deep), "refused");
+    EXPECT_EQ(passedOn(deep), "no JSON");
   }
 }
 
@@ -102,8 +152,22 @@ TEST(Json, ObjectsWithManyMembersKeepOrderAndTheLastOfEqualKeys) {
     for (int i = 100; i > 0; --i) text += "\"k" + std::to_string(i) + std::string(value);
     return text;
   };
-  EXPECT_EQ(parseAndWrite("{" + members("\":0,") + members("\":1,") + "\"\":null}"),
-            "{" + members("\":1,") + "\"\":null}");
+  const auto text =
+      parseJson("{" + members("\":0,") + R"("k":{"k1":2},)" + members("\":1,") + "\"\":null}");
+  EXPECT_EQ(rewritten(text->root()).str(), "{" + members("\":1,") + R"("k":{"k1":2},"":null})");
+}
+
+TEST(Json, MembersAreFoundByKeyAndType) {
+  const JsonObject object = json(R"({"s":"\u0073","a":[],"o":{},"n":1,"b":false,"z":null})");
+  EXPECT_EQ(object.findString("s").value(), "s");
+  EXPECT_EQ(object.findArray("a").value().size(), 0);
+  EXPECT_TRUE(object.findObject("o").value().empty());
+  EXPECT_EQ(object.findNumber("n").value().text(), "1");
+  EXPECT_EQ(object.findBoolean("b"), false);
+  EXPECT_TRUE(object.find("z").value().isNull());
+  EXPECT_FALSE(object.findString("n") || object.findArray("o") || object.findObject("a") ||
+               object.findNumber("b") || object.findBoolean("n") || object.find("y"));
+  EXPECT_TRUE(JsonObject().empty() && parseJson("[1]")->object().empty());
 }
 
 TEST(Json, NumbersAreReadWhateverTheirSpelling) {
@@ -129,23 +193,120 @@ TEST(Json, NumbersAreReadWhateverTheirSpelling) {
       {"1e-400", std::nullopt, "1e-400"},
   };
   for (const auto& [text, integer, canonical] : cases) {
-    const JsonValue parsed = parseJson("[" + std::string(text) + "]");
-    const JsonNumber& number = *parsed.asArray()->front().asNumber();
+    const JsonNumber number(text);
     EXPECT_EQ(number.integer(), integer) << text;
     EXPECT_EQ(number.canonicalText(), canonical) << text;
   }
-  EXPECT_EQ(JsonNumber::fromText("1e400").value(), HUGE_VAL);
-  EXPECT_EQ(JsonNumber::fromText("9007199254740993").value(), 9007199254740992.0);
+  EXPECT_EQ(JsonNumber("1e400").value(), HUGE_VAL);
+  EXPECT_EQ(JsonNumber("9007199254740993").value(), 9007199254740992.0);
 }
 
-TEST(Json, IndentedTextSortsKeysByTheirBytes) {
-  EXPECT_EQ(indentedJson(json(R"({"é":[],"a/b":{},"B":1})")),
-            "{\n  \"B\": 1,\n  \"a/b\": {},\n  \"é\": []\n}");
+TEST(Json, IndentedTextSortsKeysByTheirBytesAndHasEachOnce) {
+  EXPECT_EQ(indentedJson(json(R"({"é":[ ],"a/b":[1,{}],"B":1,"\u0042":"\n"})").asValue()),
+            "{\n  \"\\u0042\": \"\\n\",\n  \"a/b\": [\n    1,\n    {}\n  ],\n  \"é\": []\n}");
 }
 
-TEST(Json, TextThatIsNotUtf8IsNeverWritten) {
-  EXPECT_THROW(static_cast<void>(compactJson(JsonObject{{"path", "/tmp/\xFF"}})), JsonError);
-  EXPECT_THROW(static_cast<void>(compactJson(JsonObject{{"\xED\xA0\x80", 1}})), JsonError);
+/// A text as a whole; its pieces and its size must agree.
+std::string whole(const JsonText& text) {
+  std::string joined;
+  for (const std::string_view piece : text.pieces()) joined += piece;
+  EXPECT_EQ(joined, text.str());
+  EXPECT_EQ(joined.size(), text.size());
+  return joined;
+}
+
+TEST(JsonTexts, AreMadeOfWhateverIsJson) {
+  const JsonObject came = json(R"({"a\u002Fb":[1.0, {"\u0063":null}]})");
+  JsonText text{{"text", "\"\\\b\f\n\r\t\x01/é\x7F" + times(40, "x") + "\n"},
+                {"numbers", JsonText::arrayOf(std::vector<std::int64_t>{0, -1, INT64_MIN})},
+                {"nothing", nullptr},
+                {"came", came},
+                {"\"\n", JsonText{{"yes", true}, {"part", *came.find("a/b")}}}};
+  text.set("empty", JsonText::arrayOf(std::vector{JsonText::object(), JsonText::array()}));
+  EXPECT_EQ(whole(text), R"({"text":"\"\\\b\f\n\r\t\u0001/é)"
+                         "\x7F" +
+                             times(40, "x") +
+                             R"(\n","numbers":[0,-1,-9223372036854775808],"nothing":null,)"
+                             R"("came":{"a\u002Fb":[1.0, {"\u0063":null}]},)"
+                             R"("\"\n":{"yes":true,"part":[1.0, {"\u0063":null}]},)"
+                             R"("empty":[{},[]]})");
+}
+
+TEST(JsonTexts, ReferToWhatIsLongAndKeepIt) {
+  // Around the length from which a value stays where it is.
+  for (const std::size_t length : {10'000U, 16'383U, 16'384U, 40'000U}) {
+    SCOPED_TRACE(length);
+    const std::string came = "[\"" + times(length - 4, "x") + "\"]";
+    auto document = parseJson(came);
+    const std::weak_ptr<const JsonDocument> kept(document);
+    const char* const bytes = document->root().text().data();
+    static const std::string constant = "{\"c\":\"" + times(20'000, "c") + "\"}";
+    JsonText text{{"first", document->root()}};
+    text.set("second", 2);
+    JsonText outer = JsonText::array();
+    outer.add(document->root());
+    document.reset();
+    outer.add(text);
+    outer.add(JsonText::constant(constant));
+    outer.add(std::move(text));
+    outer.add(true);
+    const std::string inner = "{\"first\":" + came + ",\"second\":2}";
+    EXPECT_EQ(whole(outer), "[" + came + "," + inner + "," + constant + "," + inner + ",true]");
+    const bool refers = length >= 16'384;
+    EXPECT_EQ(!kept.expired(), refers);
+    EXPECT_EQ(outer.pieces().at(1).data() == bytes, refers);
+    outer = JsonText();
+    EXPECT_TRUE(kept.expired());
+  }
+}
+
+TEST(JsonTexts, TakeMembersFromAnotherObject) {
+  const std::string longText = "\"" + times(20'000, "为") + "\"";
+  struct MembersCase {
+    std::string_view name;
+    std::string from;
+    std::vector<std::string_view> except;
+    std::string members;
+  };
+  const MembersCase cases[] = {
+      {"none", "{ }", {"a"}, ""},
+      {"all, with what is between them",
+       R"({ "a" : 1 , "b" : [2, {"c":3}] , "d":{} })",
+       {},
+       R"("a" : 1 , "b" : [2, {"c":3}] , "d":{})"},
+      {"all but the first", R"({"a":[1],"b":2,"c":3})", {"a"}, R"("b":2,"c":3)"},
+      {"all but one in the middle", R"({"a":1,"b":{"a":2},"c":3})", {"b", "x"}, R"("a":1,"c":3)"},
+      {"all but the last", R"({"a":1,"b":2,"c":[3]})", {"c"}, R"("a":1,"b":2)"},
+      {"nothing but what is excluded", R"({"a":1,"b":2})", {"b", "a"}, ""},
+      {"of equal keys the last",
+       R"({"a":1,"b":2,"a":3,"c":4,"\u0062":5})",
+       {},
+       R"("a":3,"\u0062":5,"c":4)"},
+      {"none of equal keys that are excluded", R"({"b":1,"a":2,"\u0062":3})", {"b"}, R"("a":2)"},
+      {"what is long",
+       "{\"a\":" + longText + ",\"b\":0,\"c\":" + longText + "}",
+       {"b"},
+       "\"a\":" + longText + ",\"c\":" + longText},
+  };
+  for (const auto& [name, from, except, members] : cases) {
+    for (const bool isEmpty : {true, false}) {
+      auto document = parseJson(from);
+      JsonText text = JsonText::object();
+      if (!isEmpty) text.set("before", 0);
+      text.setMembersOf(document->object(), except);
+      document.reset();
+      if (!isEmpty) text.set("after", 1);
+      const std::string separated = members.empty() ? members : members + ",";
+      EXPECT_EQ(whole(text),
+                isEmpty ? "{" + members + "}" : R"({"before":0,)" + separated + R"("after":1})")
+          << name;
+    }
+  }
+}
+
+TEST(JsonTexts, AreNeverMadeOfTextThatIsNotUtf8) {
+  EXPECT_THROW(JsonText("/tmp/\xFF"), JsonError);
+  EXPECT_THROW((JsonText{{"\xED\xA0\x80", 1}}), JsonError);
 }
 
 }  // namespace

@@ -9,8 +9,10 @@
 #include <future>
 #include <regex>
 #include <set>
+#include <thread>
 #include <vector>
 
+#include "platform/buffer.hpp"
 #include "platform/file_system.hpp"
 #include "platform/property_list.hpp"
 #include "platform/uuid.hpp"
@@ -144,23 +146,22 @@ TEST(FileSystem, TellsWhatIsAtAPath) {
 
   struct PathCase {
     std::string_view path;
-    bool exists, isSocket;
+    PathKind kind;
     std::optional<std::string> content = std::nullopt;
   };
   const PathCase cases[] = {
-      {"", true, false},
-      {"file", true, false, "content"},
-      {"link to file", true, false, "content"},
-      {"socket", true, true},
-      {"link to socket", true, false},
-      {"dangling link", false, false},
-      {"fifo", true, false},
-      {"nothing", false, false},
-      {"file/below", false, false},
+      {"", PathKind::somethingElse},
+      {"file", PathKind::somethingElse, "content"},
+      {"link to file", PathKind::somethingElse, "content"},
+      {"socket", PathKind::socket},
+      {"link to socket", PathKind::somethingElse},
+      {"dangling link", PathKind::nothing},
+      {"fifo", PathKind::somethingElse},
+      {"nothing", PathKind::nothing},
+      {"file/below", PathKind::nothing},
   };
-  for (const auto& [path, exists, socket, content] : cases) {
-    EXPECT_EQ(pathExists(folder / path), exists) << path;
-    EXPECT_EQ(isSocket(folder / path), socket) << path;
+  for (const auto& [path, kind, content] : cases) {
+    EXPECT_EQ(kindOfPath(folder / path), kind) << path;
     EXPECT_EQ(readFile(folder / path, 7), content) << path;
   }
   EXPECT_EQ(readFile(folder / "file", 6), std::nullopt) << "a file longer than asked for";
@@ -195,6 +196,29 @@ TEST(WorkerPool, UsesItsThreadsAgainAndLetsGoOfATask) {
   std::shared_ptr<void> held(nullptr, [released](void*) { released->set_value(); });
   ASSERT_TRUE(pool.submit([held = std::move(held)] {}));
   released->get_future().wait();
+}
+
+TEST(Memory, ABufferKeepsItsContentWhileOthersGrowAndGo) {
+  // Each value tells who wrote it. Blocks that one thread gives back are the other's next.
+  const auto growMany = [](std::uint32_t seed) {
+    for (std::uint32_t round = 0; round < 30; ++round) {
+      Buffer<std::uint32_t> buffer;
+      const std::uint32_t values = 20'000 * (1 + (seed + round) % 7);
+      for (std::uint32_t value = 0; value < values; ++value) buffer.push(value * 1'000 + seed);
+      Buffer<std::uint32_t> moved;
+      moved = std::move(buffer);
+      std::fill_n(moved.room(values), values, seed);
+      moved.grow(values);
+      ASSERT_EQ(moved.size(), 2 * values);
+      for (std::uint32_t value = 0; value < values; ++value) {
+        ASSERT_EQ(moved[value], value * 1'000 + seed);
+        ASSERT_EQ(moved[values + value], seed);
+      }
+    }
+  };
+  std::thread other(growMany, 1);
+  growMany(2);
+  other.join();
 }
 
 }  // namespace

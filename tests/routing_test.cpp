@@ -19,7 +19,7 @@ class Conversation {
  public:
   /// Returns what the payload is answered with, without line feeds; empty for silence.
   std::string answerTo(std::string_view payload) {
-    goesOn = processPayload(payload, server);
+    goesOn = processPayload(bytesOf(payload), server);
     std::string text(static_cast<std::size_t>(::lseek(output.number(), 0, SEEK_END)) - seen, '\0');
     EXPECT_EQ(static_cast<ssize_t>(text.size()),
               ::pread(output.number(), text.data(), text.size(), static_cast<off_t>(seen)));
@@ -87,6 +87,8 @@ const RoutingCase casesBeforeInitialize[] = {
     {"params of null", request(R"("method":"ping","params":null)"), "1 {}"},
     {"an empty id", pingFrom("\"\""), "\"\" {}"},
     {"an id keeps its digits", pingFrom("12345678901234567890.10"), "12345678901234567890.10 {}"},
+    {"an id keeps its escapes", pingFrom(R"("\u0069\"")"), R"("\u0069\"" {})"},
+    {"of two ids the last counts", pingFrom(R"(true,"\u0069d":2)"), "2 {}"},
     {"a version that is a number", R"({"jsonrpc":2.0,"id":1,"method":"ping"})", wrongVersion},
     {"a version before the method", R"({"jsonrpc":"1.0","id":1,"method":5})", wrongVersion},
     {"a client's response", request(R"("result":{})"),
@@ -149,7 +151,7 @@ TEST(Routing, VersionNegotiation) {
 TEST(Routing, AfterInitialize) {
   Conversation conversation;
   const JsonObject handshake = json(conversation.answerTo(request(R"("method":"initialize")")));
-  EXPECT_EQ(snapshot("initialize.json"), indentedJson(*handshake.findObject("result")) + "\n");
+  EXPECT_EQ(snapshot("initialize.json"), indentedJson(*handshake.find("result")) + "\n");
 
   // A failed second handshake changes nothing.
   EXPECT_EQ(

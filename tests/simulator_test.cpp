@@ -36,66 +36,76 @@ struct Desk {
   View view() const { return viewOf(world.devices[0].phone, now); }
 
   /// `line` is a call as the transcript writes it: a command and the members of its request.
-  JsonObject ask(std::string_view line) {
+  JsonText ask(std::string_view line) {
     const std::size_t end = std::min(line.find(' '), line.size());
-    const std::string members(line.substr(end));
-    Call call{.request =
-                  json("{\"id\":\"its own\"" + (members.empty() ? "" : "," + members) + "}")};
-    JsonObject& request = call.request;
-    request.set("command", line.substr(0, end));
-    if (!request.contains("deviceSerial") && !request.contains("sessionId")) {
-      request.set("deviceSerial", world.devices[0].device->serial);
-      request.set("sessionId", world.devices[0].sessionId);
+    const auto document = parseJson("{" + std::string(line.substr(end)) + "}");
+    const JsonObject given = document->object();
+    JsonText request{{"id", "its own"}, {"command", line.substr(0, end)}};
+    std::vector<std::string_view> replaced = {"command"};
+    const auto set = [&](std::string_view key, const JsonText& value) {
+      request.set(key, value);
+      replaced.push_back(key);
+    };
+    if (!given.contains("deviceSerial") && !given.contains("sessionId")) {
+      set("deviceSerial", world.devices[0].device->serial);
+      set("sessionId", world.devices[0].sessionId);
     }
     const View shown = view();
-    if (const std::string* name = request.findString("on")) {
-      const auto node = std::ranges::find(shown.nodes, *name, &VisibleNode::resourceId);
-      request.set("nodeId", node == shown.nodes.end() ? 0 : node->id);
+    const auto name = given.findString("on");
+    if (name) {
+      const auto node = std::ranges::find(shown.nodes, name->view(), &VisibleNode::resourceId);
+      set("nodeId", node == shown.nodes.end() ? 0 : node->id);
     }
-    if (request.contains("nodeId") && !request.contains("stateSignature")) {
-      request.set("stateSignature", shown.signature);
+    const auto letter = given.findString("stateSignature");
+    if (letter && letter->view().size() == 1) {
+      const auto place = static_cast<std::size_t>(letter->view().front() - 'A');
+      if (place < screens.size()) set("stateSignature", screens[place]);
+    } else if ((name || given.contains("nodeId")) && !given.contains("stateSignature")) {
+      set("stateSignature", shown.signature);
     }
-    const std::string* letter = request.findString("stateSignature");
-    if (letter != nullptr && letter->size() == 1) {
-      const auto place = static_cast<std::size_t>(letter->front() - 'A');
-      if (place < screens.size()) request.set("stateSignature", screens[place]);
-    }
+    request.setMembersOf(given, replaced);
+    const auto whole = parseJson(request.str());
+    Call call{.request = whole->object()};
     Turn turn;
     while (!(turn = takeTurn(world, call, now)).answer) now += turn.askAgainIn;
-    EXPECT_EQ("its own", *turn.answer->findString("id"));
-    const std::string* auditId = turn.answer->findString("auditId");
-    EXPECT_TRUE(auditId != nullptr && *auditId > lastAuditId) << line;
-    if (auditId != nullptr) lastAuditId = *auditId;
+    const auto answer = parseJson(turn.answer->str());
+    EXPECT_EQ("its own", answer->object().findString("id").value().view());
+    const auto auditId = answer->object().findString("auditId");
+    EXPECT_TRUE(auditId && auditId->view() > lastAuditId) << line;
+    if (auditId) lastAuditId = auditId->view();
     return std::move(*turn.answer);
   }
 };
 
 /// An answer in a line: why it was refused, or what was done, waited for, found changed, warned of.
 std::string outcomeOf(const JsonObject& answer) {
-  if (const JsonObject* error = answer.findObject("error")) {
+  const auto text = [](const JsonObject& object, std::string_view key) {
+    return std::string(object.findString(key).value().view());
+  };
+  if (const auto error = answer.findObject("error")) {
     EXPECT_EQ(false, answer.findBoolean("ok"));
-    return "refused: " + *error->findString("message");
+    return "refused: " + text(*error, "message");
   }
   EXPECT_EQ(true, answer.findBoolean("ok"));
-  const JsonObject* action = answer.findObject("action");
-  std::string outcome = action != nullptr ? *action->findString("message") : "ok";
+  const auto action = answer.findObject("action");
+  std::string outcome = action ? text(*action, "message") : "ok";
   if (const auto isStable = answer.findBoolean("stable")) {
     outcome = *isStable ? "stable" : "moving";
     if (answer.findBoolean("unchanged") == true) outcome += " unchanged";
-    outcome += " after " + answer.findNumber("waitedMs")->text() + " ms";
+    outcome.append(" after ").append(answer.findNumber("waitedMs")->text()).append(" ms");
   }
   if (answer.contains("uiState")) outcome += ", uiState";
-  if (const JsonObject* diff = answer.findObject("uiDiff")) {
+  if (const auto diff = answer.findObject("uiDiff")) {
     outcome += ", uiDiff";
     for (const auto& [kind, sign] : {std::pair("added", " +"), {"changed", " ~"}}) {
-      for (const JsonValue& node : *diff->findArray(kind)) {
-        outcome += sign + *node.asObject()->findString("resourceId");
-      }
+      const JsonArray nodes = diff->findArray(kind).value();
+      for (const JsonValue node : nodes) outcome += sign + text(*node.asObject(), "resourceId");
     }
-    for (const JsonValue& name : *diff->findArray("removed")) outcome += " -" + *name.asString();
+    const JsonArray names = diff->findArray("removed").value();
+    for (const JsonValue name : names) outcome.append(" -").append(name.asString()->view());
   }
-  if (const JsonArray* warnings = answer.findArray("warnings")) {
-    outcome += " [" + *warnings->front().asString() + "]";
+  if (const auto warnings = answer.findArray("warnings")) {
+    outcome.append(" [").append((*warnings->begin()).asString()->view()).append("]");
   }
   return outcome;
 }
@@ -115,7 +125,8 @@ TEST(Simulator, AnswersAsItIsWrittenAndTheSignatureIsTheScreen) {
     } else {
       SCOPED_TRACE(testing::Message() << name << ": " << line);
       const std::size_t arrow = line.find(" -> ");
-      const JsonObject answer = desk->ask(line.substr(2, arrow - 2));
+      const auto document = parseJson(desk->ask(line.substr(2, arrow - 2)).str());
+      const JsonObject answer = document->object();
       const std::string signature = desk->view().signature;
       auto screen = std::ranges::find(desk->screens, signature);
       if (screen == desk->screens.end()) screen = desk->screens.insert(screen, signature);
@@ -124,8 +135,8 @@ TEST(Simulator, AnswersAsItIsWrittenAndTheSignatureIsTheScreen) {
       if (line.ends_with("...")) outcome = outcome.substr(0, line.size() - 3) + "...";
       EXPECT_EQ(line, outcome);
       ++calls;
-      if (const JsonObject* told = answer.findObject("visibleState")) {
-        EXPECT_EQ(signature, *told->findString("stateSignature"));
+      if (const auto told = answer.findObject("visibleState")) {
+        EXPECT_EQ(signature, told->findString("stateSignature")->view());
       }
     }
   }
@@ -146,8 +157,10 @@ TEST(Simulator, EveryNodeLiesOnTheMirrorAndATapOnItsMiddleIsAClick) {
 
     const auto after = [&](const std::string& request) {
       Desk next = desk;
-      std::string answer = compactJson(next.ask(
-          request + R"(,"userAcknowledgementText":"I confirm that AI may use Messages for me.")"));
+      std::string answer =
+          next.ask(request +
+                   R"(,"userAcknowledgementText":"I confirm that AI may use Messages for me.")")
+              .str();
       unseen.push_back(next);
       next.now += WorldTime(1000);
       unseen.push_back(next);
@@ -201,9 +214,10 @@ struct Simulator {
   /// The next line, a call's without its time; empty at the end.
   std::string line() {
     constexpr std::size_t timeLength = std::string_view("00:00:00.000  ").size();
-    std::string text;
-    while (!text.ends_with('\n') && output.readThrough('\n', 4096, text)) {
+    Bytes bytes;
+    while (!viewOf(bytes).ends_with('\n') && output.readThrough('\n', 4096, bytes)) {
     }
+    std::string text(viewOf(bytes));
     if (!text.empty()) text.pop_back();
     return text.substr(text.find('.') == 8 ? timeLength : 0);
   }
@@ -305,6 +319,7 @@ TEST_F(SimulatedApp, AMalformedFrameEndsItsConnectionOnly) {
   std::vector<UnixSocket> clients;
   const auto send = [&](std::string_view bytes) {
     clients.push_back(*UnixSocket::create());
+    clients.back().block();
     EXPECT_EQ(0, clients.back().connectTo(home.releaseSocket()));
     EXPECT_EQ(bytes.size(), clients.back().send(bytes));
   };

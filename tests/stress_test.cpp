@@ -86,7 +86,7 @@ class StressedApp {
   }
 
   void serve(const AppConnection& connection) {
-    ControlPrefix prefix{};
+    std::string prefix(controlPrefixBytes, '\0');
     const auto read = [&](char* to, std::size_t size) {
       return ::recv(connection.number(), to, size, MSG_WAITALL) == static_cast<ssize_t>(size);
     };
@@ -94,8 +94,8 @@ class StressedApp {
     // All but the last byte, which can only be the closing brace.
     std::string body(controlBodyLength(prefix) - 1, '\0');
     if (!read(body.data(), body.size())) return;
-    const JsonObject request = json(body + "}");
-    const std::string& taskId = *request.findString("taskId");
+    const auto request = parseJson(body + "}");
+    const std::string taskId(request->object().findString("taskId")->view());
     const auto fate = static_cast<Fate>(taskId.front());
     if (fate == reset) return;
     char brace = 0;
@@ -112,7 +112,7 @@ class StressedApp {
     // Sometimes longer than a socket takes at once.
     const std::string text(taskId.ends_with("77") ? 300'000 : 10, 'x');
     const std::string frame =
-        controlFrame(compactJson({{"ok", true}, {"taskId", taskId}, {"text", text}}));
+        controlFrame(JsonText{{"ok", true}, {"taskId", taskId}, {"text", text}}.str());
     const std::size_t half = taskId.back() == '0' ? 2 : frame.size() / 2;
     const bool isInPieces = fate == cutOff || fate == answeredInPieces;
     if (isInPieces) connection.send(frame.substr(0, half));
@@ -186,11 +186,11 @@ struct Stress : testing::Test {
     change(id, [&](SharedId& shared) { shared.requests.push_back(place); });
     requests.push_back({.id = id, .fate = fate});
     const std::string taskId = static_cast<char>(fate) + std::to_string(place);
-    server.send(JsonObject{{"jsonrpc", "2.0"},
-                           {"id", id},
-                           {"method", "tools/call"},
-                           {"params", JsonObject{{"name", "quillmere.devices.list"},
-                                                 {"arguments", JsonObject{{"taskId", taskId}}}}}});
+    server.sendMessage(JsonText{{"jsonrpc", "2.0"},
+                                {"id", id},
+                                {"method", "tools/call"},
+                                {"params", JsonText{{"name", "quillmere.devices.list"},
+                                                    {"arguments", JsonText{{"taskId", taskId}}}}}});
   }
 
   /// One of the latest requests, whether or not it is over.
@@ -209,24 +209,26 @@ struct Stress : testing::Test {
     if (!std::exchange(requests[place].isCancelled, true)) {
       change(id, [](SharedId& shared) { ++shared.cancelled; });
     }
-    server.send(JsonObject{{"jsonrpc", "2.0"},
-                           {"method", "notifications/cancelled"},
-                           {"params", JsonObject{{"requestId", id}}}});
+    server.sendMessage(JsonText{{"jsonrpc", "2.0"},
+                                {"method", "notifications/cancelled"},
+                                {"params", JsonText{{"requestId", id}}}});
   }
 
   /// Takes the next message, however long it takes. Returns false at the end and for a pong.
   bool receive() {
-    const auto message = server.receive();
-    if (!message || message->findString("id") != nullptr) return false;
-    const std::int64_t id = message->findNumber("id")->integer().value();
+    const auto document = server.receive();
+    if (!document || document->object().findString("id")) return false;
+    const JsonObject message = document->object();
+    const std::int64_t id = message.findNumber("id")->integer().value();
     EXPECT_TRUE(ids.contains(id)) << id;
-    if (const JsonObject* error = message->findObject("error")) {
+    if (const auto error = message.findObject("error")) {
       EXPECT_EQ("Quillmere closed the MCP control connection.", *error->findString("message"));
       change(id, [](SharedId& shared) { ++shared.errors; });
       return true;
     }
-    const JsonObject* payload = message->findObject("result")->findObject("structuredContent");
-    Request& request = requests.at(std::stoul(payload->findString("taskId")->substr(1)));
+    const auto payload = message.findObject("result")->findObject("structuredContent");
+    const std::string taskId(payload->findString("taskId")->view());
+    Request& request = requests.at(std::stoul(taskId.substr(1)));
     EXPECT_EQ(id, request.id) << "another's answer";
     EXPECT_FALSE(std::exchange(request.isAnswered, true)) << "a second answer";
     change(id, [](SharedId& shared) { ++shared.answers; });

@@ -76,8 +76,35 @@ TEST(Text, Utf8IsTheStrictForm) {
     EXPECT_FALSE(isUtf8(text)) << text;
   }
   EXPECT_EQ(withUtf8Repaired("a\xFFé\xC3"), "a\uFFFDé\uFFFD");
+  std::string text;
+  for (const char32_t character : U"\x7F\u0080\u07FF\u0800\uFFFF\U00010000\U0010FFFF") {
+    appendUtf8(text, character);
+  }
+  EXPECT_EQ(text, std::string("\x7F\u0080\u07FF\u0800\uFFFF\U00010000\U0010FFFF\0", 20));
   EXPECT_TRUE(isAscii("exactly 16 bytes"));
   EXPECT_FALSE(isAscii("exactly 16 byte\x80"));
+}
+
+TEST(Text, Utf8IsJudgedAlikeWhereverItStands) {
+  // A character or none, by its first two bytes and those after them.
+  for (int lead = 0x7F; lead <= 0xFF; ++lead) {
+    for (const char second : std::string_view("\x7F\x80\x8F\x90\x9F\xA0\xBF\xC0")) {
+      for (const std::string_view rest : {"", "\x80", "\x80\xBF", "\x80\xBF\x80"}) {
+        const std::string sequence = std::string{static_cast<char>(lead), second}.append(rest);
+        const bool isGood = withUtf8Repaired(sequence) == sequence;
+        for (std::size_t offset = 0; offset <= 40; ++offset) {
+          for (const std::string_view around : {"x", "为"}) {
+            std::string text = times(offset / around.size(), around);
+            text.append(offset % around.size(), 'x').append(sequence);
+            if (isUtf8(text) != isGood || isUtf8(text + times(32, around)) != isGood) {
+              ADD_FAILURE() << testing::PrintToString(sequence) << " at " << offset << " in "
+                            << around;
+            }
+          }
+        }
+      }
+    }
+  }
 }
 
 }  // namespace

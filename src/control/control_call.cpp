@@ -1,15 +1,12 @@
 #include "control/control_call.hpp"
 
-#include <algorithm>
 #include <memory>
-#include <string>
-#include <utility>
+#include <optional>
+#include <string_view>
 
 #include "control/control_frame.hpp"
 #include "control/socket_connection.hpp"
-#include "platform/allocator.hpp"
-#include "platform/json_parser.hpp"
-#include "platform/json_writer.hpp"
+#include "platform/buffer.hpp"
 #include "platform/uuid.hpp"
 #include "shared/mcp_error.hpp"
 #include "tools/argument_guards.hpp"
@@ -17,9 +14,6 @@
 namespace quillmere {
 
 namespace {
-
-/// From this size of an answer on, the memory that carries it is worth keeping, and giving back.
-constexpr std::size_t largeAnswerBytes = 1'048'576;
 
 void stopIfCancelled(const InFlightRequest* inFlight) {
   if (inFlight != nullptr && inFlight->isCancelled()) throw errors::cancelled();
@@ -47,73 +41,65 @@ class CallConnection {
     }
   }
 
-  /// Takes as much memory as comes, not as much as was announced, and no more at once than stays in
-  /// the processor's cache between its being filled with zeros and with what comes.
-  std::string readText(std::size_t byteCount) const {
-    constexpr std::size_t blockBytes = 65'536;
-    std::string text;
-    text.reserve(byteCount);
-    while (text.size() < byteCount) {
-      const std::size_t at = text.size();
-      text.resize(std::min(byteCount, at + blockBytes));
-      readExact(&text[at], text.size() - at);
-    }
-    return text;
-  }
+  /// The body of the one frame that comes back.
+  Bytes receiveAnswer() const {
+    // A small answer comes whole with its prefix.
+    constexpr std::size_t smallAnswer = 16'384;
+    Bytes received;
+    receive(received, controlPrefixBytes, smallAnswer);
+    stopIfCancelled(inFlight);
+    const std::size_t length = controlBodyLength(viewOf(received));
+    if (length == 0 || length > maxControlResponseBytes) throw errors::invalidControlFrame();
 
-  void readExact(char* to, std::size_t byteCount) const {
-    while (byteCount > 0) {
-      const std::size_t received = socket->receive(to, byteCount);
-      if (received == 0) throw errors::controlConnectionClosed();
-      to += received;
-      byteCount -= received;
-    }
+    Bytes body = bytesOf(viewOf(received).substr(controlPrefixBytes, length));
+    receive(body, length, length);
+    stopIfCancelled(inFlight);
+    return body;
   }
 
  private:
+  /// Receives until `bytes` holds at least `least`, at most `most` in all.
+  void receive(Bytes& bytes, std::size_t least, std::size_t most) const {
+    while (bytes.size() < least) {
+      const std::size_t left = most - bytes.size();
+      const std::size_t count = socket->receive(bytes.room(left), left);
+      if (count == 0) throw errors::controlConnectionClosed();
+      bytes.grow(count);
+    }
+  }
+
   InFlightRequest* const inFlight;
   std::shared_ptr<const UnixSocket> socket;
 };
 
 }  // namespace
 
-JsonObject controlRequest(std::string_view command, const JsonObject& arguments) {
-  JsonObject request{{"id", randomUuid()}, {"command", command}};
-  for (const auto& [key, value] : arguments) {
-    if (isControlField(key) && !value.isNull()) request.set(key, value);
-  }
+JsonText controlRequest(std::string_view command, const JsonObject& arguments) {
   // The one command with an argument called like the request's own key: it travels under another
-  // name.
-  if (command == "adbCommand") {
-    if (const JsonValue* adbCommand = arguments.find("command")) {
-      request.set("adbCommand", *adbCommand);
-    }
+  // name, and takes the place of an argument of that name.
+  const auto adbCommand = command == "adbCommand" ? arguments.find("command") : std::nullopt;
+  JsonText request{{"id", randomUuid()}, {"command", command}};
+  for (const std::string_view field : allControlFields()) {
+    const auto value = arguments.find(field);
+    if (!value || value->isNull() || (adbCommand && field == "adbCommand")) continue;
+    request.set(field, *value);
   }
+  if (adbCommand) request.set("adbCommand", *adbCommand);
   return request;
 }
 
-JsonObject callAppControl(std::string_view command, const JsonObject& arguments,
-                          InFlightRequest* inFlight) {
+std::shared_ptr<const JsonDocument> callAppControl(std::string_view command,
+                                                   const JsonObject& arguments,
+                                                   InFlightRequest* inFlight) {
   checkStringLimits(arguments);
-  const std::string body = compactJson(controlRequest(command, arguments));
-  if (body.size() > maxControlRequestBytes) throw errors::requestTooLarge();
+  const JsonText request = controlRequest(command, arguments);
+  if (request.size() > maxControlRequestBytes) throw errors::requestTooLarge();
 
   const CallConnection connection(inFlight);
-  connection.sendAll(controlFrame(body));
-
-  ControlPrefix prefix{};
-  connection.readExact(prefix.data(), prefix.size());
-  stopIfCancelled(inFlight);
-  const std::size_t length = controlBodyLength(prefix);
-  if (length == 0 || length > maxControlResponseBytes) throw errors::invalidControlFrame();
-
-  if (length >= largeAnswerBytes) noteLargeWork();
-  std::string answer = connection.readText(length);
-  stopIfCancelled(inFlight);
-
-  JsonValue payload = parseJsonInPlace(std::move(answer));
-  if (JsonObject* object = payload.asObject()) return std::move(*object);
-  throw errors::invalidControlPayload();
+  connection.sendAll(controlFrame(request.str()));
+  auto answer = parseJson(connection.receiveAnswer());
+  if (!answer->root().asObject()) throw errors::invalidControlPayload();
+  return answer;
 }
 
 }  // namespace quillmere

@@ -1,23 +1,26 @@
 // One call to the desktop app: one fresh connection, one frame there, one frame back.
 #pragma once
 
+#include <memory>
 #include <string_view>
 
-#include "platform/json_value.hpp"
+#include "json/document.hpp"
+#include "json/writer.hpp"
 #include "shared/in_flight_request.hpp"
 
 namespace quillmere {
 
 /// The request that carries `command` with `arguments` to the desktop app, under a fresh random id:
 /// those arguments that are control fields and not null, flat beside it. Apart from the id, pure.
-[[nodiscard]] JsonObject controlRequest(std::string_view command, const JsonObject& arguments);
+[[nodiscard]] JsonText controlRequest(std::string_view command, const JsonObject& arguments);
 
-/// Sends the command and returns the desktop app's answer as it came. Blocks for the whole
+/// Sends the command and returns the desktop app's answer, an object. Blocks for the whole
 /// exchange, on a worker; cancelling `inFlight`, which may be null, breaks it off. Leaves nothing
 /// open. Throws `MCPError`: -32602 for arguments that may not leave the process, -32000 for a
 /// desktop app that can't be reached or answers no valid frame, -32800 when cancelled. Throws
 /// `JsonError` for an answer that is no JSON.
-[[nodiscard]] JsonObject callAppControl(std::string_view command, const JsonObject& arguments,
-                                        InFlightRequest* inFlight);
+[[nodiscard]] std::shared_ptr<const JsonDocument> callAppControl(std::string_view command,
+                                                                 const JsonObject& arguments,
+                                                                 InFlightRequest* inFlight);
 
 }  // namespace quillmere

@@ -13,9 +13,10 @@ std::string controlFrame(std::string_view body) {
   return frame;
 }
 
-std::uint32_t controlBodyLength(const ControlPrefix& prefix) {
+std::uint32_t controlBodyLength(std::string_view frame) {
   std::uint32_t length = 0;
-  for (const char byte : prefix) length = (length << 8U) | static_cast<unsigned char>(byte);
+  for (const char byte : frame.substr(0, controlPrefixBytes))
+    length = (length << 8U) | static_cast<unsigned char>(byte);
   return length;
 }
 

@@ -2,7 +2,6 @@
 // many bytes of UTF-8 JSON text that hold one object.
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -16,12 +15,10 @@ inline constexpr std::size_t maxControlRequestBytes = 1'048'576;
 /// Longest body that the server accepts; the shortest holds one byte.
 inline constexpr std::size_t maxControlResponseBytes = 33'554'432;
 
-using ControlPrefix = std::array<char, controlPrefixBytes>;
-
 /// Prefix and body in one buffer. `body` must be shorter than 4 GiB. Pure.
 [[nodiscard]] std::string controlFrame(std::string_view body);
 
-/// The body's length that `prefix` announces. Pure.
-[[nodiscard]] std::uint32_t controlBodyLength(const ControlPrefix& prefix);
+/// The body's length that the prefix at the start of `frame` announces. Pure.
+[[nodiscard]] std::uint32_t controlBodyLength(std::string_view frame);
 
 }  // namespace quillmere

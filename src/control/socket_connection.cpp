@@ -1,7 +1,5 @@
 #include "control/socket_connection.hpp"
 
-#include <fcntl.h>
-
 #include <cerrno>
 #include <system_error>
 
@@ -23,10 +21,11 @@ std::string description(int errorNumber) {
 UnixSocket connectAppControlSocket() {
   std::string failures;
   for (const std::string& path : socketCandidates()) {
-    if (!pathExists(path)) continue;
+    const PathKind kind = kindOfPath(path);
+    if (kind == PathKind::nothing) continue;
 
     std::string failure = "not a socket";
-    if (isSocket(path)) {
+    if (kind == PathKind::socket) {
       auto socket = UnixSocket::create();
       if (!socket) throw errors::noControlSocket();
       failure = connectUnixSocket(*socket, path);
@@ -48,23 +47,16 @@ UnixSocket connectAppControlSocket() {
 std::string connectUnixSocket(const UnixSocket& socket, const std::string& path) {
   if (path.size() > maxSocketPathBytes) return "The MCP control socket path is too long.";
 
-  const auto flags = socket.statusFlags();
-  const auto restoreFlags = [&] {
-    if (flags) socket.setStatusFlags(*flags);
-  };
-  if (flags) socket.setStatusFlags(*flags | O_NONBLOCK);
-  const int error = socket.connectTo(path);
-  if (error != EINPROGRESS) {
-    restoreFlags();
-    return error == 0 ? "" : description(error);
+  // Whether a connect that can't be made at once waits is for us to say, and for how long.
+  int error = socket.connectTo(path);
+  if (error == EINPROGRESS) {
+    const UnixSocket::Wait wait = socket.waitUntilWritable(connectTimeout);
+    if (wait.timedOut) return "Timed out connecting to Quillmere MCP control socket.";
+    error = wait.error != 0 ? wait.error : socket.takePendingError();
   }
-
-  const UnixSocket::Wait wait = socket.waitUntilWritable(connectTimeout);
-  restoreFlags();
-  if (wait.timedOut) return "Timed out connecting to Quillmere MCP control socket.";
-  if (wait.error != 0) return description(wait.error);
-  const int pending = socket.takePendingError();
-  return pending == 0 ? "" : description(pending);
+  if (error != 0) return description(error);
+  socket.block();
+  return "";
 }
 
 }  // namespace quillmere

@@ -18,8 +18,8 @@ inline constexpr std::chrono::seconds transferTimeout{75};
 /// candidate. Thread-safe. Throws `MCPError` -32000.
 [[nodiscard]] UnixSocket connectAppControlSocket();
 
-/// Connects `socket`, a fresh one, to `path`; the socket keeps the status flags it came with.
-/// Returns the text of the failure, empty when it is connected. Blocks up to `connectTimeout`.
+/// Connects `socket`, a fresh one, to `path`, and makes it a blocking one. Returns the text of the
+/// failure, empty when it is connected. Blocks up to `connectTimeout`.
 [[nodiscard]] std::string connectUnixSocket(const UnixSocket& socket, const std::string& path);
 
 }  // namespace quillmere

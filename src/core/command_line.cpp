@@ -8,7 +8,8 @@
 #include <string_view>
 
 #include "doctor/doctor.hpp"
-#include "platform/json_writer.hpp"
+#include "json/document.hpp"
+#include "json/writer.hpp"
 #include "platform/standard_streams.hpp"
 
 namespace quillmere {
@@ -33,7 +34,7 @@ void print(std::string_view text) {
 
 int printDoctorReport() {
   try {
-    print(indentedJson(doctorPayload()));
+    print(indentedJson(parseJson(doctorPayload().str())->root()));
     return 0;
   } catch (const std::exception&) {
     return 1;

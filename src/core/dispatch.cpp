@@ -7,7 +7,6 @@
 
 #include "core/message.hpp"
 #include "core/routing.hpp"
-#include "platform/allocator.hpp"
 #include "shared/mcp_error.hpp"
 
 namespace quillmere {
@@ -25,9 +24,9 @@ void reportFailure(const InFlightRequest& request, ServerContext& server) {
   }
 }
 
-void answer(JsonObject message, InFlightRequest& request, ServerContext& server) {
+void answer(InFlightRequest& request, ServerContext& server) {
   try {
-    auto result = handleRequest(std::move(message), server, &request);
+    auto result = handleRequest(request.message->object(), server, &request);
     if (!result || request.isCancelled()) return;
     server.output.writeMessage(makeResultResponse(request.requestID, std::move(*result)));
   } catch (...) {
@@ -37,14 +36,14 @@ void answer(JsonObject message, InFlightRequest& request, ServerContext& server)
 
 }  // namespace
 
-void dispatchRequest(JsonObject message, JsonValue id, ServerContext& server) {
-  const auto request = std::make_shared<InFlightRequest>(std::move(id));
+void dispatchRequest(std::shared_ptr<const JsonDocument> message, JsonValue id,
+                     ServerContext& server) {
+  const auto request = std::make_shared<InFlightRequest>(std::move(message), id);
   server.inFlightRequests.add(request);
   try {
-    auto task = [request, &server, message = std::move(message)]() mutable {
-      answer(std::move(message), *request, server);
+    auto task = [request, &server] {
+      answer(*request, server);
       server.inFlightRequests.remove(*request);
-      returnUnneededMemory();
     };
     if (!server.workers.submit(std::move(task))) throw errors::noThread();
   } catch (...) {

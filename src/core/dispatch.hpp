@@ -1,8 +1,10 @@
 // Requests that wait for the desktop app, on threads of their own.
 #pragma once
 
+#include <memory>
+
 #include "core/server_context.hpp"
-#include "platform/json_value.hpp"
+#include "json/document.hpp"
 
 namespace quillmere {
 
@@ -10,6 +12,7 @@ namespace quillmere {
 /// returns at once. From then until its answer is out the request can be cancelled by its id; a
 /// request that was cancelled in time gets no answer. Main thread only. Throws `MCPError` -32603,
 /// with nothing left behind, when no thread can be had for it.
-void dispatchRequest(JsonObject message, JsonValue id, ServerContext& server);
+void dispatchRequest(std::shared_ptr<const JsonDocument> message, JsonValue id,
+                     ServerContext& server);
 
 }  // namespace quillmere

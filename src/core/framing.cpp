@@ -4,10 +4,10 @@
 #include <charconv>
 #include <cstdint>
 #include <new>
+#include <string>
 #include <string_view>
 #include <vector>
 
-#include "platform/json_writer.hpp"
 #include "platform/process.hpp"
 #include "platform/text.hpp"
 #include "shared/mcp_error.hpp"
@@ -30,13 +30,13 @@ bool startsHeaderBlock(std::string_view line) {
   return start.starts_with(headerName) && start.ends_with(':') && isAscii(line);
 }
 
-std::vector<std::string> readHeaderBlock(StdinReader& reader, std::string firstLine) {
-  std::vector<std::string> lines;
+std::vector<Bytes> readHeaderBlock(StdinReader& reader, Bytes firstLine) {
+  std::vector<Bytes> lines;
   lines.push_back(std::move(firstLine));
   for (;;) {
     auto line = reader.readLine(maxHeaderLineBytes);
     if (!line) throw errors::incompleteHeaders();
-    if (*line == "\r\n" || *line == "\n") return lines;
+    if (viewOf(*line) == "\r\n" || viewOf(*line) == "\n") return lines;
     lines.push_back(std::move(*line));
     if (lines.size() > maxHeaderLines) throw errors::tooManyHeaders();
   }
@@ -64,9 +64,10 @@ std::optional<std::string_view> contentLengthValue(std::string_view line) {
   return trimmedOf(line.substr(colon + 1), " \t");
 }
 
-std::size_t bodyLength(const std::vector<std::string>& headerLines) {
+std::size_t bodyLength(const std::vector<Bytes>& headerLines) {
   std::optional<std::int64_t> length;
-  for (const std::string& line : headerLines) {
+  for (const Bytes& bytes : headerLines) {
+    const std::string_view line = viewOf(bytes);
     if (!isAscii(line)) throw errors::headerNotAscii();
     // The last match counts, even when its value is no number: then there is no length.
     if (const auto value = contentLengthValue(line)) length = decimalInteger(*value);
@@ -80,16 +81,16 @@ std::size_t bodyLength(const std::vector<std::string>& headerLines) {
 
 }  // namespace
 
-std::optional<std::string> StdinReader::readLine(std::size_t maxBytes) {
-  std::string line;
+std::optional<Bytes> StdinReader::readLine(std::size_t maxBytes) {
+  Bytes line;
   try {
     while (input.readThrough('\n', maxBytes + 1 - line.size(), line)) {
       if (line.size() > maxBytes) throw errors::messageTooLarge();
-      if (line.back() == '\n') return line;
+      if (viewOf(line).back() == '\n') return line;
     }
   } catch (const std::bad_alloc&) {
     const std::size_t taken = line.size();
-    std::string().swap(line);
+    line = {};
     // A line as short as a header's may be one, and its block would be taken for messages.
     if (taken + skip(maxBytes + 1 - taken, '\n') <= maxHeaderLineBytes) endProcess();
     throw;
@@ -97,10 +98,10 @@ std::optional<std::string> StdinReader::readLine(std::size_t maxBytes) {
   return line.empty() ? std::nullopt : std::optional(std::move(line));
 }
 
-std::string StdinReader::readExact(std::size_t byteCount) {
-  std::string bytes;
+Bytes StdinReader::readExact(std::size_t byteCount) {
+  Bytes bytes;
   try {
-    bytes.reserve(byteCount);
+    static_cast<void>(bytes.room(byteCount));
   } catch (const std::bad_alloc&) {
     skip(byteCount, std::nullopt);
     throw;
@@ -115,9 +116,9 @@ std::size_t StdinReader::skip(std::size_t most, std::optional<char> delimiter) {
   constexpr std::size_t atATime = 4'096;
   std::size_t skipped = 0;
   try {
-    std::string part;
-    while (skipped < most && (part.empty() || part.back() != delimiter)) {
-      part.clear();
+    Bytes part;
+    while (skipped < most && (part.empty() || viewOf(part).back() != delimiter)) {
+      part.shrink(0);
       const std::size_t some = std::min(most - skipped, atATime);
       if (!(delimiter ? input.readThrough(*delimiter, some, part) : input.read(some, part))) break;
       skipped += part.size();
@@ -128,9 +129,9 @@ std::size_t StdinReader::skip(std::size_t most, std::optional<char> delimiter) {
   return skipped;
 }
 
-std::optional<std::string> readNextPayload(StdinReader& reader, ServerState& state) {
+std::optional<Bytes> readNextPayload(StdinReader& reader, ServerState& state) {
   auto firstLine = reader.readLine(maxFirstLineBytes);
-  if (!firstLine || !startsHeaderBlock(*firstLine)) return firstLine;
+  if (!firstLine || !startsHeaderBlock(viewOf(*firstLine))) return firstLine;
 
   // Before the block is judged: an error about this very block goes out in header framing.
   state.useContentLengthFraming();
@@ -144,13 +145,12 @@ std::optional<std::string> readNextPayload(StdinReader& reader, ServerState& sta
   return reader.readExact(length);
 }
 
-void MessageWriter::writeMessage(const JsonObject& message) {
-  const JsonText body(message);
-  std::vector<std::string_view> pieces = body.pieces();
+void MessageWriter::writeMessage(const JsonText& message) {
+  std::vector<std::string_view> pieces = message.pieces();
   std::string header;
   const std::lock_guard hold(stdoutLock);
   if (state.usesContentLengthFraming()) {
-    header = "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n";
+    header = "Content-Length: " + std::to_string(message.size()) + "\r\n\r\n";
     pieces.insert(pieces.begin(), header);
   } else {
     pieces.emplace_back("\n");

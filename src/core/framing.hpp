@@ -5,9 +5,9 @@
 #include <cstddef>
 #include <mutex>
 #include <optional>
-#include <string>
 
-#include "platform/json_value.hpp"
+#include "json/writer.hpp"
+#include "platform/buffer.hpp"
 #include "platform/standard_streams.hpp"
 #include "shared/server_state.hpp"
 
@@ -31,11 +31,11 @@ class StdinReader {
   /// Throws `MCPError` -32600 behind byte `maxBytes` + 1 of a longer line; its rest stays unread.
   /// Throws `std::bad_alloc` behind a long line that there is no memory for, and ends the process
   /// when there is none for a short one.
-  [[nodiscard]] std::optional<std::string> readLine(std::size_t maxBytes);
+  [[nodiscard]] std::optional<Bytes> readLine(std::size_t maxBytes);
 
   /// Exactly `byteCount` bytes. Blocks. Throws `MCPError` -32700 when input ends before, and
   /// `std::bad_alloc` behind bytes that there is no memory for.
-  [[nodiscard]] std::string readExact(std::size_t byteCount);
+  [[nodiscard]] Bytes readExact(std::size_t byteCount);
 
  private:
   /// Takes and drops at most `most` bytes, none of them behind the first `delimiter`: what is left
@@ -51,7 +51,7 @@ class StdinReader {
 /// only. Throws `MCPError` -32600 (too large) or -32700 (broken header block); the stream then
 /// stands behind the last byte consumed, and the next call starts a new message there. Ends the
 /// process when there is no memory for a header block.
-[[nodiscard]] std::optional<std::string> readNextPayload(StdinReader& reader, ServerState& state);
+[[nodiscard]] std::optional<Bytes> readNextPayload(StdinReader& reader, ServerState& state);
 
 /// The only way to standard output once the server runs.
 class MessageWriter {
@@ -61,9 +61,8 @@ class MessageWriter {
 
   /// Writes one whole JSON-RPC message as one frame, in the framing that `state` asks for. From any
   /// thread; frames never mix. Blocks while the client does not read. Does not return, and ends the
-  /// process, when the client is gone. Throws `JsonError`, with nothing written, when the message
-  /// can't be written as JSON.
-  void writeMessage(const JsonObject& message);
+  /// process, when the client is gone. Throws `std::bad_alloc`, with nothing written.
+  void writeMessage(const JsonText& message);
 
  private:
   const int output;

@@ -5,7 +5,7 @@
 #include "core/command_line.hpp"
 #include "core/server.hpp"
 #include "core/server_context.hpp"
-#include "platform/allocator.hpp"
+#include "platform/memory.hpp"
 #include "platform/process.hpp"
 
 int main(int argumentCount, char** arguments) {

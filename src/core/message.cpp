@@ -2,35 +2,37 @@
 
 #include <utility>
 
-#include "platform/json_parser.hpp"
-
 namespace quillmere {
 
-JsonObject parseMessage(std::string_view payload) {
-  JsonValue message = parseJson(payload);
-  if (JsonObject* object = message.asObject()) return std::move(*object);
-  throw errors::messageNotAnObject();
+std::shared_ptr<const JsonDocument> parseMessage(Bytes payload) {
+  try {
+    auto message = parseJson(std::move(payload));
+    if (!message->root().asObject()) throw errors::messageNotAnObject();
+    return message;
+  } catch (const JsonError& failure) {
+    if (failure.kind == JsonError::Kind::notUtf8) throw errors::notUtf8();
+    throw;
+  }
 }
 
 std::optional<JsonValue> requestIDOf(const JsonObject& message) {
-  const JsonValue* id = message.find("id");
-  if (id == nullptr || id->isNull()) return std::nullopt;
+  const auto id = message.find("id");
+  if (!id || id->isNull()) return std::nullopt;
   if (id->asBoolean()) throw errors::idIsBoolean();
-  if (id->asString() == nullptr && id->asNumber() == nullptr) throw errors::idOfWrongType();
-  return *id;
+  if (!id->isString() && !id->asNumber()) throw errors::idOfWrongType();
+  return id;
 }
 
-JsonObject makeResultResponse(const JsonValue& id, JsonObject result) {
-  JsonObject response{{"jsonrpc", "2.0"}, {"id", id}};
+JsonText makeResultResponse(const JsonValue& id, JsonText result) {
+  JsonText response{{"jsonrpc", "2.0"}, {"id", id}};
   response.set("result", std::move(result));
   return response;
 }
 
-JsonObject makeErrorResponse(const std::optional<JsonValue>& id, const MCPError& error) {
-  JsonObject details{{"code", error.code}, {"message", error.message}};
-  if (error.data) details.set("data", *error.data);
-  return JsonObject{
-      {"jsonrpc", "2.0"}, {"id", id.value_or(JsonValue())}, {"error", std::move(details)}};
+JsonText makeErrorResponse(const std::optional<JsonValue>& id, const MCPError& error) {
+  return JsonText{{"jsonrpc", "2.0"},
+                  {"id", id ? JsonText(*id) : nullptr},
+                  {"error", JsonText{{"code", error.code}, {"message", error.message}}}};
 }
 
 }  // namespace quillmere

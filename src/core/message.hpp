@@ -2,27 +2,29 @@
 // 5).
 #pragma once
 
+#include <memory>
 #include <optional>
-#include <string_view>
 
-#include "platform/json_value.hpp"
+#include "json/document.hpp"
+#include "json/writer.hpp"
+#include "platform/buffer.hpp"
 #include "shared/mcp_error.hpp"
 
 namespace quillmere {
 
-/// The one object that a payload holds. Pure. Throws `JsonError` when it is no JSON, and `MCPError`
-/// -32600 for an array: batches are not taken.
-[[nodiscard]] JsonObject parseMessage(std::string_view payload);
+/// The payload as a document with an object at the top. Pure. Throws `MCPError` -32700 for bytes
+/// that are not UTF-8 and -32600 for an array, since batches are not taken, and `JsonError` for any
+/// other text that is no JSON.
+[[nodiscard]] std::shared_ptr<const JsonDocument> parseMessage(Bytes payload);
 
 /// The id of a message: a string or a number, or nothing when it is missing or null. Pure.
 /// Throws `MCPError` -32600 for anything else.
 [[nodiscard]] std::optional<JsonValue> requestIDOf(const JsonObject& message);
 
 /// The response to the request with this id. Pure; cannot fail.
-[[nodiscard]] JsonObject makeResultResponse(const JsonValue& id, JsonObject result);
+[[nodiscard]] JsonText makeResultResponse(const JsonValue& id, JsonText result);
 
 /// The one shape of all errors; without an id, its `id` is null. Pure; cannot fail.
-[[nodiscard]] JsonObject makeErrorResponse(const std::optional<JsonValue>& id,
-                                           const MCPError& error);
+[[nodiscard]] JsonText makeErrorResponse(const std::optional<JsonValue>& id, const MCPError& error);
 
 }  // namespace quillmere

@@ -16,7 +16,7 @@ namespace quillmere {
 
 namespace {
 
-using Result = std::optional<JsonObject>;
+using Result = std::optional<JsonText>;
 
 /// One call of a method: what the client sent with it, and what it may work on.
 struct Call {
@@ -29,15 +29,15 @@ Result ignore(Call& /*call*/) {
   return std::nullopt;
 }
 Result answerEmpty(Call& /*call*/) {
-  return JsonObject();
+  return JsonText::object();
 }
 
 Result cancelRequest(Call& call) {
-  const JsonValue* requestID = call.params.find("requestId");
-  if (requestID == nullptr || requestID->isNull()) return std::nullopt;
+  const auto requestID = call.params.find("requestId");
+  if (!requestID || requestID->isNull()) return std::nullopt;
   if (const auto request = call.server.inFlightRequests.find(*requestID)) {
-    const std::string* reason = call.params.findString("reason");
-    request->cancel(reason != nullptr ? std::optional(*reason) : std::nullopt);
+    const auto reason = call.params.findString("reason");
+    request->cancel(reason ? std::optional(std::string(reason->view())) : std::nullopt);
   }
   return std::nullopt;
 }
@@ -48,28 +48,29 @@ Result initializeServer(Call& call) {
 
 Result shutDown(Call& call) {
   call.server.state.requestShutdown();
-  return JsonObject();
+  return JsonText::object();
 }
 
-/// A result with one member: lists are whole, so no cursor is read and no next page named.
-Result listResult(std::string_view key, JsonArray list) {
-  JsonObject result;
-  result.set(key, std::move(list));
-  return result;
+/// A result with one member: lists are whole, so no cursor is read and no next page named. Written
+/// at the first call, and sent as it is from then on.
+template <JsonText (*list)()>
+Result listResult(std::string_view key) {
+  static const auto& text = *new std::string(JsonText{{key, list()}}.str());
+  return JsonText::constant(text);
 }
 
 Result listTools(Call& /*call*/) {
-  return listResult("tools", visibleTools());
+  return listResult<visibleTools>("tools");
 }
 Result listResources(Call& /*call*/) {
-  return listResult("resources", resourceList());
+  return listResult<resourceList>("resources");
 }
 Result listPrompts(Call& /*call*/) {
-  return listResult("prompts", promptList());
+  return listResult<promptList>("prompts");
 }
 
 Result callTool(Call& call) {
-  return callTool(std::move(call.params), call.inFlight);
+  return callTool(call.params, call.inFlight);
 }
 Result readResource(Call& call) {
   return readResource(call.params, call.inFlight);
@@ -107,30 +108,29 @@ const Method* findMethod(std::string_view name) {
   return method == std::end(methods) ? nullptr : method;
 }
 
-JsonObject takeParams(JsonObject& message) {
-  JsonValue* params = message.find("params");
-  if (params == nullptr || params->isNull()) return {};
-  if (params->asObject() == nullptr) throw errors::paramsNotAnObject();
-  return std::move(*params->asObject());
+JsonObject paramsOf(const JsonObject& message) {
+  const auto params = message.find("params");
+  if (!params || params->isNull()) return {};
+  if (const auto object = params->asObject()) return *object;
+  throw errors::paramsNotAnObject();
 }
 
 }  // namespace
 
-std::optional<JsonObject> handleRequest(JsonObject message, ServerContext& server,
-                                        InFlightRequest* inFlight) {
-  const std::string* version = message.findString("jsonrpc");
-  if (version == nullptr || *version != "2.0") throw errors::wrongJsonRpcVersion();
-  const std::string* name = message.findString("method");
-  if (name == nullptr) throw errors::methodNotAString();
-  Call call{.params = takeParams(message), .server = server, .inFlight = inFlight};
+std::optional<JsonText> handleRequest(const JsonObject& message, ServerContext& server,
+                                      InFlightRequest* inFlight) {
+  if (message.findString("jsonrpc") != "2.0") throw errors::wrongJsonRpcVersion();
+  const auto name = message.findString("method");
+  if (!name) throw errors::methodNotAString();
+  Call call{.params = paramsOf(message), .server = server, .inFlight = inFlight};
 
-  const Method* method = findMethod(*name);
+  const Method* method = findMethod(name->view());
   if (method == nullptr) {
-    const JsonValue* id = message.find("id");
-    if (id == nullptr || id->isNull()) return std::nullopt;
-    throw errors::unknownMethod(*name);
+    const auto id = message.find("id");
+    if (!id || id->isNull()) return std::nullopt;
+    throw errors::unknownMethod(name->view());
   }
-  if (method->gate == Gate::needsInitialize) requireInitialized(server.state, *name);
+  if (method->gate == Gate::needsInitialize) requireInitialized(server.state, name->view());
   return method->carryOut(call);
 }
 

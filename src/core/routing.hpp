@@ -4,7 +4,8 @@
 #include <optional>
 
 #include "core/server_context.hpp"
-#include "platform/json_value.hpp"
+#include "json/value.hpp"
+#include "json/writer.hpp"
 #include "shared/in_flight_request.hpp"
 
 namespace quillmere {
@@ -13,8 +14,9 @@ namespace quillmere {
 /// response, or nothing when the message gets none. `inFlight` is the record of a message on a
 /// worker, null on the main thread. Blocks as long as the method does; from any thread. Throws
 /// `MCPError`, and `JsonError` when the desktop app answers no JSON.
-[[nodiscard]] std::optional<JsonObject> handleRequest(JsonObject message, ServerContext& server,
-                                                      InFlightRequest* inFlight);
+[[nodiscard]] std::optional<JsonText> handleRequest(const JsonObject& message,
+                                                    ServerContext& server,
+                                                    InFlightRequest* inFlight);
 
 /// Whether the method called `name` waits for the desktop app, so that its requests belong on a
 /// worker. Pure.

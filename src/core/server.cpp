@@ -1,14 +1,14 @@
 #include "core/server.hpp"
 
+#include <memory>
 #include <new>
 #include <optional>
-#include <string>
+#include <string_view>
 #include <utility>
 
 #include "core/dispatch.hpp"
 #include "core/message.hpp"
 #include "core/routing.hpp"
-#include "platform/text.hpp"
 #include "shared/mcp_error.hpp"
 
 namespace quillmere {
@@ -17,8 +17,9 @@ namespace {
 
 constexpr std::string_view notificationPrefix = "notifications/";
 
-void answerHere(JsonObject message, const std::optional<JsonValue>& id, ServerContext& server) {
-  auto result = handleRequest(std::move(message), server, nullptr);
+void answerHere(const JsonObject& message, const std::optional<JsonValue>& id,
+                ServerContext& server) {
+  auto result = handleRequest(message, server, nullptr);
   if (id && result) server.output.writeMessage(makeResultResponse(*id, std::move(*result)));
 }
 
@@ -28,8 +29,8 @@ void serve(int descriptor, ServerContext& server) {
   StdinReader reader(descriptor);
   for (;;) {
     try {
-      const auto payload = readNextPayload(reader, server.state);
-      if (!payload || !processPayload(*payload, server)) return;
+      auto payload = readNextPayload(reader, server.state);
+      if (!payload || !processPayload(std::move(*payload), server)) return;
     } catch (...) {
       try {
         server.output.writeMessage(makeErrorResponse(std::nullopt, currentFailure()));
@@ -41,26 +42,22 @@ void serve(int descriptor, ServerContext& server) {
   }
 }
 
-bool processPayload(std::string_view payload, ServerContext& server) {
-  if (!isUtf8(payload)) {
-    server.output.writeMessage(makeErrorResponse(std::nullopt, errors::notUtf8()));
-    return true;
-  }
-  if (trimmed(payload).empty()) return true;
-
+bool processPayload(Bytes payload, ServerContext& server) {
+  // The id is a place in the message, which must stay until the answer is out.
+  std::shared_ptr<const JsonDocument> message;
   std::optional<JsonValue> id;
   try {
-    JsonObject message = parseMessage(payload);
-    id = requestIDOf(message);
-    const std::string* method = message.findString("method");
-    if (method != nullptr && !id && !method->starts_with(notificationPrefix)) {
-      throw errors::methodRequiresId(*method);
+    message = parseMessage(std::move(payload));
+    id = requestIDOf(message->object());
+    const auto method = message->object().findString("method");
+    if (method && !id && !method->view().starts_with(notificationPrefix)) {
+      throw errors::methodRequiresId(method->view());
     }
-    if (method != nullptr && id && runsOnWorker(*method)) {
-      dispatchRequest(std::move(message), *id, server);
+    if (method && id && runsOnWorker(method->view())) {
+      dispatchRequest(message, *id, server);
       return true;
     }
-    answerHere(std::move(message), id, server);
+    answerHere(message->object(), id, server);
   } catch (const MCPError& error) {
     server.output.writeMessage(makeErrorResponse(id, error));
     return true;
@@ -70,7 +67,8 @@ bool processPayload(std::string_view payload, ServerContext& server) {
     server.output.writeMessage(makeErrorResponse(id, errors::outOfMemory()));
     return true;
   } catch (const std::exception& failure) {
-    // Without an id this is text that is no JSON: it gets no answer, and the next message is read.
+    // Without an id this is text that is no JSON, such as a blank line: it gets no answer, and the
+    // next message is read.
     if (id) server.output.writeMessage(makeErrorResponse(id, errors::internal(failure.what())));
     return true;
   }

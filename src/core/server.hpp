@@ -1,9 +1,8 @@
 // The read loop.
 #pragma once
 
-#include <string_view>
-
 #include "core/server_context.hpp"
+#include "platform/buffer.hpp"
 
 namespace quillmere {
 
@@ -15,6 +14,6 @@ void serve(int descriptor, ServerContext& server);
 /// Takes one payload: answers it here, hands it to a worker, or passes over it in silence. Returns
 /// false when the read loop is to end. Main thread only. Throws only when an answer can't be
 /// written.
-[[nodiscard]] bool processPayload(std::string_view payload, ServerContext& server);
+[[nodiscard]] bool processPayload(Bytes payload, ServerContext& server);
 
 }  // namespace quillmere

@@ -2,7 +2,6 @@
 #pragma once
 
 #include "core/framing.hpp"
-#include "platform/allocator.hpp"
 #include "platform/worker_pool.hpp"
 #include "shared/in_flight_request.hpp"
 #include "shared/server_state.hpp"
@@ -15,7 +14,7 @@ struct ServerContext {
   ServerState state;
   MessageWriter output;
   InFlightRequests inFlightRequests;
-  WorkerPool workers{returnFreedMemory};
+  WorkerPool workers;
 
   /// Writes its messages to `descriptor`, which stays the caller's.
   explicit ServerContext(int descriptor) : output(descriptor, state) {}

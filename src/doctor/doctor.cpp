@@ -16,16 +16,17 @@ namespace quillmere {
 namespace {
 
 template <typename Text>
-JsonValue textOrNull(const std::optional<Text>& text) {
-  return text ? JsonValue(*text) : JsonValue();
+JsonText textOrNull(const std::optional<Text>& text) {
+  return text ? JsonText(*text) : nullptr;
 }
 
-JsonArray candidateReports() {
-  JsonArray reports;
+JsonText candidateReports() {
+  JsonText reports = JsonText::array();
   for (const std::string& path : socketCandidates()) {
-    const bool exists = pathExists(path);
-    reports.emplace_back(
-        JsonObject{{"path", path}, {"exists", exists}, {"isSocket", exists && isSocket(path)}});
+    const PathKind kind = kindOfPath(path);
+    reports.add(JsonText{{"path", path},
+                         {"exists", kind != PathKind::nothing},
+                         {"isSocket", kind == PathKind::socket}});
   }
   return reports;
 }
@@ -44,20 +45,20 @@ std::optional<std::string> connectFailure() {
 
 }  // namespace
 
-JsonObject doctorPayload() {
+JsonText doctorPayload() {
   // Before the connect test: a contact may make an app that is ending remove its socket.
-  JsonArray candidates = candidateReports();
+  JsonText candidates = candidateReports();
   const auto failure = connectFailure();
   const auto identifier = bundledAppIdentifier(executablePath());
-  JsonObject report{{"serverVersion", serverVersion}};
-  report.set("supportedProtocolVersions",
-             JsonArray(supportedProtocolVersions.begin(), supportedProtocolVersions.end()));
-  report.set("bundledAppIdentifier", textOrNull(identifier));
-  report.set("preferredAppGroupIdentifier", textOrNull(preferredAppGroup(identifier)));
-  report.set("socketCandidates", std::move(candidates));
-  report.set("socketReachable", !failure.has_value());
-  report.set("socketError", textOrNull(failure));
-  return report;
+  return JsonText{
+      {"serverVersion", serverVersion},
+      {"supportedProtocolVersions", JsonText::arrayOf(supportedProtocolVersions)},
+      {"bundledAppIdentifier", textOrNull(identifier)},
+      {"preferredAppGroupIdentifier", textOrNull(preferredAppGroup(identifier))},
+      {"socketCandidates", std::move(candidates)},
+      {"socketReachable", !failure.has_value()},
+      {"socketError", textOrNull(failure)},
+  };
 }
 
 }  // namespace quillmere

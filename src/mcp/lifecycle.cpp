@@ -1,7 +1,9 @@
 #include "mcp/lifecycle.hpp"
 
-#include <utility>
+#include <memory>
+#include <string>
 
+#include "json/document.hpp"
 #include "shared/mcp_error.hpp"
 #include "shared/server_info.hpp"
 
@@ -9,43 +11,54 @@ namespace quillmere {
 
 namespace {
 
-JsonObject initializeResult(const ServerState& state) {
-  const JsonObject fixedList{{"listChanged", false}};
-  std::string instructions(connectionInstructions);
-  instructions += " ";
-  instructions += workflowInstructions;
-  instructions +=
-      " Use only visible, policy-gated Phone Screen mirror sessions. Call quillmere.help with "
-      "topic=quickstart or workflow for concise guidance.";
-  return JsonObject{
-      {"protocolVersion", state.negotiatedProtocolVersion()},
-      {"capabilities",
-       JsonObject{{"tools", fixedList}, {"resources", fixedList}, {"prompts", fixedList}}},
-      {"serverInfo", JsonObject{{"name", "quillmere"},
+/// What the result holds beside the version: it never changes, and is written at the first call.
+JsonObject fixedMembers() {
+  static const auto& document = *new std::shared_ptr<const JsonDocument>([] {
+    const JsonText fixedList{{"listChanged", false}};
+    std::string instructions(connectionInstructions);
+    instructions += " ";
+    instructions += workflowInstructions;
+    instructions +=
+        " Use only visible, policy-gated Phone Screen mirror sessions. Call quillmere.help with "
+        "topic=quickstart or workflow for concise guidance.";
+    const JsonText members{
+        {"capabilities",
+         JsonText{{"tools", fixedList}, {"resources", fixedList}, {"prompts", fixedList}}},
+        {"serverInfo", JsonText{{"name", "quillmere"},
                                 {"title", "Quillmere Phone Control"},
                                 {"version", serverVersion}}},
-      {"instructions", std::move(instructions)},
-  };
+        {"instructions", instructions},
+    };
+    return parseJson(members.str());
+  }());
+  return document->object();
+}
+
+JsonText initializeResult(const ServerState& state) {
+  JsonText result{{"protocolVersion", state.negotiatedProtocolVersion()}};
+  result.setMembersOf(fixedMembers());
+  return result;
 }
 
 }  // namespace
 
-JsonObject initialize(const JsonObject& params, ServerState& state) {
-  state.setNegotiatedProtocolVersion(negotiatedProtocolVersion(params.find("protocolVersion")));
+JsonText initialize(const JsonObject& params, ServerState& state) {
+  state.setNegotiatedProtocolVersion(
+      std::string(negotiatedProtocolVersion(params.find("protocolVersion"))));
   state.setInitialized();
   return initializeResult(state);
 }
 
-std::string negotiatedProtocolVersion(const JsonValue* requested) {
-  if (requested == nullptr) return std::string(newestProtocolVersion);
-  const std::string* version = requested->asString();
-  if (version == nullptr) throw errors::protocolVersionNotAString();
+std::string_view negotiatedProtocolVersion(const std::optional<JsonValue>& requested) {
+  if (!requested) return newestProtocolVersion;
+  const auto version = requested->asString();
+  if (!version) throw errors::protocolVersionNotAString();
 
   std::string_view chosen = oldestProtocolVersion;
   for (const std::string_view supported : supportedProtocolVersions) {
-    if (supported <= *version) chosen = supported;
+    if (supported <= version->view()) chosen = supported;
   }
-  return std::string(chosen);
+  return chosen;
 }
 
 void requireInitialized(const ServerState& state, std::string_view method) {

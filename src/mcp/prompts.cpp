@@ -1,6 +1,7 @@
 #include "mcp/prompts.hpp"
 
 #include <algorithm>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -44,8 +45,8 @@ constexpr PromptArgument smokeTestArguments[] = {
 };
 
 std::string argumentText(const JsonObject& arguments, const PromptArgument& argument) {
-  const std::string* text = arguments.findString(argument.name);
-  return std::string(text != nullptr ? *text : argument.fallback);
+  const auto text = arguments.findString(argument.name);
+  return std::string(text ? text->view() : argument.fallback);
 }
 
 std::string concatenated(std::initializer_list<std::string_view> pieces) {
@@ -113,61 +114,61 @@ const Prompt& promptDefinition(std::string_view name) {
 }
 
 void validatePromptArguments(const Prompt& prompt, const JsonObject& arguments) {
-  const std::string* firstUnknown = nullptr;
+  std::optional<std::string> firstUnknown;
   for (const JsonMember& given : arguments) {
-    const bool isDeclared = std::ranges::find(prompt.arguments, given.key, &PromptArgument::name) !=
-                            prompt.arguments.end();
-    if (!isDeclared && (firstUnknown == nullptr || given.key < *firstUnknown))
-      firstUnknown = &given.key;
+    const JsonString key = given.key();
+    const bool isDeclared = std::ranges::find(prompt.arguments, key.view(),
+                                              &PromptArgument::name) != prompt.arguments.end();
+    if (!isDeclared && (!firstUnknown || key.view() < *firstUnknown)) firstUnknown = key.view();
   }
-  if (firstUnknown != nullptr) throw errors::unsupportedPromptArgument(prompt.name, *firstUnknown);
+  if (firstUnknown) throw errors::unsupportedPromptArgument(prompt.name, *firstUnknown);
 
   for (const PromptArgument& argument : prompt.arguments) {
-    const JsonValue* value = arguments.find(argument.name);
-    const std::string* text = value != nullptr ? value->asString() : nullptr;
-    const bool isEmpty = value == nullptr || (text != nullptr && text->empty());
+    const auto value = arguments.find(argument.name);
+    const auto text = value ? value->asString() : std::nullopt;
+    const bool isEmpty = !value || (text && text->view().empty());
     if (argument.required && isEmpty)
       throw errors::missingPromptArgument(prompt.name, argument.name);
     // Null passes, even for a required argument: it asks for the fallback.
-    if (value == nullptr || value->isNull()) continue;
-    if (text == nullptr) throw errors::notAString(argument.name);
-    if (hasMoreCharactersThan(*text, maxArgumentCharacters)) throw errors::tooLong(argument.name);
+    if (!value || value->isNull()) continue;
+    if (!text) throw errors::notAString(argument.name);
+    if (hasMoreCharactersThan(text->view(), maxArgumentCharacters)) {
+      throw errors::tooLong(argument.name);
+    }
   }
 }
 
 }  // namespace
 
-JsonArray promptList() {
-  JsonArray list;
+JsonText promptList() {
+  JsonText list = JsonText::array();
   for (const Prompt& prompt : prompts) {
-    JsonArray arguments;
+    JsonText arguments = JsonText::array();
     for (const PromptArgument& argument : prompt.arguments) {
-      arguments.emplace_back(JsonObject{{"name", argument.name},
-                                        {"description", argument.description},
-                                        {"required", argument.required}});
+      arguments.add(JsonText{{"name", argument.name},
+                             {"description", argument.description},
+                             {"required", argument.required}});
     }
-    list.emplace_back(JsonObject{{"name", prompt.name},
-                                 {"title", prompt.title},
-                                 {"description", prompt.description},
-                                 {"arguments", std::move(arguments)}});
+    list.add(JsonText{{"name", prompt.name},
+                      {"title", prompt.title},
+                      {"description", prompt.description},
+                      {"arguments", std::move(arguments)}});
   }
   return list;
 }
 
-JsonObject getPrompt(const JsonObject& params) {
-  const std::string* name = params.findString("name");
-  if (name == nullptr) throw errors::promptNameMissing();
-  const JsonObject* given = params.findObject("arguments");
-  const JsonObject arguments = given != nullptr ? *given : JsonObject();
+JsonText getPrompt(const JsonObject& params) {
+  const auto name = params.findString("name");
+  if (!name) throw errors::promptNameMissing();
+  const JsonObject arguments = params.findObject("arguments").value_or(JsonObject());
 
-  const Prompt& prompt = promptDefinition(*name);
+  const Prompt& prompt = promptDefinition(name->view());
   validatePromptArguments(prompt, arguments);
 
-  JsonObject content{{"type", "text"}, {"text", prompt.text(arguments)}};
-  JsonObject message{{"role", "user"}, {"content", std::move(content)}};
-  JsonObject result{{"description", prompt.description}};
-  result.set("messages", arrayOf(std::move(message)));
-  return result;
+  const JsonText content{{"type", "text"}, {"text", prompt.text(arguments)}};
+  const JsonText message{{"role", "user"}, {"content", content}};
+  return JsonText{{"description", prompt.description},
+                  {"messages", JsonText::arrayOf(std::span(&message, 1))}};
 }
 
 }  // namespace quillmere

@@ -1,12 +1,12 @@
 #include "mcp/resources.hpp"
 
 #include <algorithm>
-#include <string>
+#include <span>
 #include <string_view>
-#include <utility>
 
 #include "control/control_call.hpp"
-#include "platform/json_writer.hpp"
+#include "json/document.hpp"
+#include "json/writer.hpp"
 #include "shared/mcp_error.hpp"
 
 namespace quillmere {
@@ -22,7 +22,7 @@ struct Resource {
   std::string_view description;
   /// What the desktop app is asked for a snapshot.
   std::string_view command;
-  bool includeOffline = false;
+  std::string_view arguments;
 };
 
 constexpr Resource resources[] = {
@@ -31,43 +31,40 @@ constexpr Resource resources[] = {
      .title = "Quillmere Devices",
      .description = "Current Android device snapshots from Quillmere.",
      .command = "listDevices",
-     .includeOffline = true},
+     .arguments = R"({"includeOffline":true})"},
     {.uri = "quillmere://sessions",
      .name = "sessions",
      .title = "Quillmere Mirror Sessions",
      .description = "Current active mirror session snapshots from Quillmere.",
-     .command = "listSessions"},
+     .command = "listSessions",
+     .arguments = "{}"},
 };
 
 }  // namespace
 
-JsonArray resourceList() {
-  JsonArray list;
+JsonText resourceList() {
+  JsonText list = JsonText::array();
   for (const Resource& resource : resources) {
-    list.emplace_back(JsonObject{{"uri", resource.uri},
-                                 {"name", resource.name},
-                                 {"title", resource.title},
-                                 {"description", resource.description},
-                                 {"mimeType", jsonMimeType}});
+    list.add(JsonText{{"uri", resource.uri},
+                      {"name", resource.name},
+                      {"title", resource.title},
+                      {"description", resource.description},
+                      {"mimeType", jsonMimeType}});
   }
   return list;
 }
 
-JsonObject readResource(const JsonObject& params, InFlightRequest* inFlight) {
-  const std::string* given = params.findString("uri");
-  const std::string uri = given != nullptr ? *given : "";
+JsonText readResource(const JsonObject& params, InFlightRequest* inFlight) {
+  const auto given = params.findString("uri");
+  const std::string_view uri = given ? given->view() : "";
   const auto* resource = std::ranges::find(resources, uri, &Resource::uri);
   if (resource == std::end(resources)) throw errors::unknownResource(uri);
 
-  JsonObject arguments;
-  if (resource->includeOffline) arguments.set("includeOffline", true);
-  const JsonObject payload = callAppControl(resource->command, arguments, inFlight);
-
-  JsonObject content{{"uri", uri}, {"mimeType", jsonMimeType}};
-  content.set("text", indentedJson(payload));
-  JsonObject result;
-  result.set("contents", arrayOf(std::move(content)));
-  return result;
+  const auto arguments = parseJson(resource->arguments);
+  const auto payload = callAppControl(resource->command, arguments->object(), inFlight);
+  const JsonText content{
+      {"uri", uri}, {"mimeType", jsonMimeType}, {"text", indentedJson(payload->root())}};
+  return JsonText{{"contents", JsonText::arrayOf(std::span(&content, 1))}};
 }
 
 }  // namespace quillmere

@@ -3,7 +3,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
 
 #include "control/control_call.hpp"
 #include "results/guidance.hpp"
@@ -23,34 +22,33 @@ struct ToolArguments {
   JsonObject arguments;
 };
 
-ToolArguments toolArguments(JsonObject params) {
-  const std::string* name = params.findString("name");
-  if (name == nullptr) throw errors::toolNameMissing();
-  JsonValue* arguments = params.find("arguments");
-  if (arguments == nullptr || arguments->isNull()) return {*name, {}};
-  if (arguments->asObject() == nullptr) throw errors::toolArgumentsNotAnObject();
-  return {*name, std::move(*arguments->asObject())};
+ToolArguments toolArguments(const JsonObject& params) {
+  const auto name = params.findString("name");
+  if (!name) throw errors::toolNameMissing();
+  const auto arguments = params.find("arguments");
+  if (!arguments || arguments->isNull()) return {std::string(name->view()), {}};
+  if (!arguments->asObject()) throw errors::toolArgumentsNotAnObject();
+  return {std::string(name->view()), *arguments->asObject()};
 }
 
-JsonObject help(const JsonObject& arguments) {
-  const std::string* topic = arguments.findString("topic");
-  return toolResult(
-      helpPayload(topic != nullptr ? std::optional<std::string_view>(*topic) : std::nullopt));
+JsonText help(const JsonObject& arguments) {
+  const auto topic = arguments.findString("topic");
+  return helpResult(topic ? std::optional(topic->view()) : std::nullopt);
 }
 
 }  // namespace
 
-JsonObject callTool(JsonObject params, InFlightRequest* inFlight) {
-  auto [name, rawArguments] = toolArguments(std::move(params));
-  const JsonObject arguments = normalizeToolArguments(name, std::move(rawArguments));
+JsonText callTool(const JsonObject& params, InFlightRequest* inFlight) {
+  const auto [name, rawArguments] = toolArguments(params);
+  const auto [arguments, rewritten] = normalizeToolArguments(name, rawArguments);
 
   const Tool* tool = findTool(name);
   if (tool == nullptr) throw errors::unknownTool(name);
   validateSchemaArguments(*tool, arguments);
   if (tool->command.empty()) return help(arguments);
 
-  JsonObject payload = callAppControl(tool->command, arguments, inFlight);
-  return toolResult(addGuidance(name, arguments, std::move(payload)));
+  const auto payload = callAppControl(tool->command, arguments, inFlight);
+  return toolResult(addGuidance(name, arguments, payload->object()));
 }
 
 }  // namespace quillmere

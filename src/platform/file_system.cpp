@@ -50,13 +50,12 @@ std::string withLinksResolved(const std::string& path) {
   return error ? path : resolved.string();
 }
 
-bool pathExists(const std::string& path) {
-  return ::access(path.c_str(), F_OK) == 0;
-}
-
-bool isSocket(const std::string& path) {
+PathKind kindOfPath(const std::string& path) {
   struct stat status {};
-  return ::lstat(path.c_str(), &status) == 0 && S_ISSOCK(status.st_mode);
+  if (::lstat(path.c_str(), &status) != 0) return PathKind::nothing;
+  if (S_ISSOCK(status.st_mode)) return PathKind::socket;
+  const bool leadsNowhere = S_ISLNK(status.st_mode) && ::access(path.c_str(), F_OK) != 0;
+  return leadsNowhere ? PathKind::nothing : PathKind::somethingElse;
 }
 
 std::optional<std::string> readFile(const std::string& path, std::size_t maxBytes) {

@@ -17,11 +17,10 @@ namespace quillmere {
 /// `path`, which must be absolute, with symbolic links and dots resolved as far as its parts exist.
 [[nodiscard]] std::string withLinksResolved(const std::string& path);
 
-/// Whether something exists at `path`, symbolic links followed: a dangling link does not.
-[[nodiscard]] bool pathExists(const std::string& path);
-
-/// Whether a socket is at `path` itself; a symbolic link to one is none.
-[[nodiscard]] bool isSocket(const std::string& path);
+/// What is at a path. A symbolic link is something else, even one to a socket, and one that leads
+/// nowhere is nothing.
+enum class PathKind { nothing, socket, somethingElse };
+[[nodiscard]] PathKind kindOfPath(const std::string& path);
 
 /// The content of the regular file at `path`, or nothing if it can't be read or holds more than
 /// `maxBytes`. Never waits: a pipe or device in its place is not read.

@@ -71,7 +71,7 @@ InputStream::LookAhead InputStream::wayToLookAhead() const {
   return isStream ? LookAhead::peek : LookAhead::none;
 }
 
-bool InputStream::readThrough(char delimiter, std::size_t most, std::string& to) {
+bool InputStream::readThrough(char delimiter, std::size_t most, Bytes& to) {
   if (ahead.empty() && way != LookAhead::none && !fillAhead() && way != LookAhead::none) {
     hasEnded = true;
   }
@@ -83,13 +83,12 @@ bool InputStream::readThrough(char delimiter, std::size_t most, std::string& to)
   return read(at == std::string_view::npos ? seen.size() : at + 1, to);
 }
 
-bool InputStream::read(std::size_t most, std::string& to) {
+bool InputStream::read(std::size_t most, Bytes& to) {
   if (hasEnded) return false;
-  const std::size_t before = to.size();
-  to.resize(before + most);
-  const ssize_t count = repeated(input, POLLIN, [&] { return ::read(input, &to[before], most); });
+  char* const room = to.room(most);
+  const ssize_t count = repeated(input, POLLIN, [&] { return ::read(input, room, most); });
   const std::size_t taken = count > 0 ? static_cast<std::size_t>(count) : 0;
-  to.resize(before + taken);
+  to.grow(taken);
   ahead.remove_prefix(std::min(taken, ahead.size()));
   hasEnded = taken == 0;
   return taken > 0;

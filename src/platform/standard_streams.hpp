@@ -3,10 +3,10 @@
 
 #include <cstddef>
 #include <memory>
-#include <string>
 #include <string_view>
 #include <vector>
 
+#include "platform/buffer.hpp"
 #include "platform/descriptor.hpp"
 
 namespace quillmere {
@@ -23,10 +23,10 @@ class InputStream {
   /// `delimiter`. Blocks for the first byte. Returns false, with `to` unchanged, at end of input,
   /// and from then on. A descriptor that can't be read counts as ended. Throws `std::bad_alloc`,
   /// with nothing read.
-  [[nodiscard]] bool readThrough(char delimiter, std::size_t most, std::string& to);
+  [[nodiscard]] bool readThrough(char delimiter, std::size_t most, Bytes& to);
 
   /// The same without a delimiter.
-  [[nodiscard]] bool read(std::size_t most, std::string& to);
+  [[nodiscard]] bool read(std::size_t most, Bytes& to);
 
  private:
   /// How to see what comes next without consuming it.

@@ -48,12 +48,6 @@ bool isSpaceOrLineBreak(utf8proc_int32_t point) {
   }
 }
 
-void append(std::string& text, utf8proc_int32_t point) {
-  std::array<utf8proc_uint8_t, 4> bytes{};
-  const utf8proc_ssize_t length = utf8proc_encode_char(point, bytes.data());
-  text.append(reinterpret_cast<const char*>(bytes.data()), static_cast<std::size_t>(length));
-}
-
 /// How many bytes at the start are ASCII, looked at eight at a time while there are eight.
 std::size_t asciiRun(std::string_view text) {
   constexpr std::uint64_t highBits = 0x8080808080808080U;
@@ -66,16 +60,89 @@ std::size_t asciiRun(std::string_view text) {
   return at;
 }
 
+constexpr std::size_t blockBytes = 16;
+/// How many bytes before it a byte of UTF-8 may depend on.
+constexpr std::size_t lookBehind = 3;
+
+/// Bytes that one instruction works on together; both compilers have such types for all processors.
+using ByteBlock [[gnu::vector_size(blockBytes)]] = unsigned char;
+
+ByteBlock blockAt(const char* bytes) {
+  ByteBlock block;
+  std::memcpy(&block, bytes, sizeof block);
+  return block;
+}
+
+bool isAnySet(ByteBlock block) {
+  std::array<std::uint64_t, 2> halves{};
+  static_assert(sizeof halves == sizeof block);
+  std::memcpy(halves.data(), &block, sizeof block);
+  return (halves[0] | halves[1]) != 0;
+}
+
+/// Non-zero if one of the 16 bytes at `bytes` breaks the rules of RFC 3629, section 4, or shows
+/// that the byte before it does. It is judged by itself and the three bytes before it, which must
+/// be readable; what the last of the bytes begin is judged with those that follow.
+inline ByteBlock utf8Errors(const char* bytes) {
+  const ByteBlock here = blockAt(bytes);
+  const ByteBlock before = blockAt(bytes - 1);
+  const ByteBlock twoBefore = blockAt(bytes - 2);
+  const ByteBlock threeBefore = blockAt(bytes - 3);
+  const auto where = [](auto comparison) { return reinterpret_cast<ByteBlock>(comparison); };
+
+  const ByteBlock continues = where((here & 0xC0) == 0x80);
+  const ByteBlock mustContinue =
+      where(before >= 0xC0) | where(twoBefore >= 0xE0) | where(threeBefore >= 0xF0);
+  ByteBlock errors = continues ^ mustContinue;
+
+  // Few scripts have characters that begin with one of these bytes, and texts in others are faster
+  // without a look at the rules for them.
+  const ByteBlock neverFirst = where((before & 0xFE) == 0xC0);
+  const ByteBlock isE0 = where(before == 0xE0);
+  const ByteBlock isED = where(before == 0xED);
+  const ByteBlock isF0OrMore = where(before >= 0xF0);
+  if (isAnySet(neverFirst | isE0 | isED | isF0OrMore)) {
+    // Overlong, past U+10FFFF, overlong, surrogates, overlong, past U+10FFFF.
+    errors |= neverFirst | where(before >= 0xF5);
+    errors |= isE0 & where(here < 0xA0);
+    errors |= isED & where(here >= 0xA0);
+    errors |= where(before == 0xF0) & where(here < 0x90);
+    errors |= where(before == 0xF4) & where(here >= 0x90);
+  }
+  return errors;
+}
+
 }  // namespace
 
 bool isUtf8(std::string_view text) {
-  for (;;) {
-    text.remove_prefix(asciiRun(text));
-    if (text.empty()) return true;
-    const std::size_t length = utf8CharacterLength(text);
-    if (length == 0) return false;
-    text.remove_prefix(length);
+  if (text.empty()) return true;
+  // Blocks that are ASCII, and follow no unfinished character, need no closer look.
+  ByteBlock errors{};
+  std::size_t at = 0;
+  if (text.size() >= blockBytes) {
+    std::array<char, lookBehind + blockBytes> start{};
+    std::memcpy(&start[lookBehind], text.data(), blockBytes);
+    errors |= utf8Errors(&start[lookBehind]);
+    for (at = blockBytes; at + blockBytes <= text.size(); at += blockBytes) {
+      const char* const block = text.data() + at;
+      if (isAnySet((blockAt(block - lookBehind) | blockAt(block)) & 0x80)) {
+        errors |= utf8Errors(block);
+      }
+    }
   }
+  // The rest, and at least one zero, so that a character that is cut off shows.
+  std::array<char, lookBehind + blockBytes> rest{};
+  const std::size_t before = std::min(lookBehind, at);
+  std::memcpy(&rest[lookBehind - before], text.data() + at - before, before + text.size() - at);
+  errors |= utf8Errors(&rest[lookBehind]);
+  return !isAnySet(errors);
+}
+
+void appendUtf8(std::string& text, char32_t character) {
+  std::array<utf8proc_uint8_t, 4> bytes{};
+  const utf8proc_ssize_t length =
+      utf8proc_encode_char(static_cast<utf8proc_int32_t>(character), bytes.data());
+  text.append(reinterpret_cast<const char*>(bytes.data()), static_cast<std::size_t>(length));
 }
 
 std::size_t utf8CharacterLength(std::string_view text) {
@@ -143,7 +210,7 @@ std::string lowerCased(std::string_view text) {
     if (point.value == capitalIWithDotAbove) {
       lowered += "i\u0307";
     } else {
-      append(lowered, utf8proc_tolower(point.value));
+      appendUtf8(lowered, static_cast<char32_t>(utf8proc_tolower(point.value)));
     }
     text.remove_prefix(point.length);
   }

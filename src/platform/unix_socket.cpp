@@ -17,22 +17,19 @@ std::optional<UnixSocket> UnixSocket::create() {
   Descriptor socket(::socket(AF_UNIX, SOCK_STREAM, 0));
   if (!socket.isOpen()) return std::nullopt;
   ::fcntl(socket.number(), F_SETFD, FD_CLOEXEC);
+  ::fcntl(socket.number(), F_SETFL, O_NONBLOCK);
   const int on = 1;
   ::setsockopt(socket.number(), SOL_SOCKET, SO_NOSIGPIPE, &on, sizeof on);
 #else
-  Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   if (!socket.isOpen()) return std::nullopt;
 #endif
   return UnixSocket(std::move(socket));
 }
 
-std::optional<int> UnixSocket::statusFlags() const {
-  const int flags = ::fcntl(descriptor.number(), F_GETFL);
-  return flags < 0 ? std::nullopt : std::optional(flags);
-}
-
-void UnixSocket::setStatusFlags(int flags) const {
-  ::fcntl(descriptor.number(), F_SETFL, flags);
+void UnixSocket::block() const {
+  // The socket is ours: there is no other flag to be kept.
+  ::fcntl(descriptor.number(), F_SETFL, 0);
 }
 
 int UnixSocket::connectTo(std::string_view path) const {

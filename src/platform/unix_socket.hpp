@@ -19,15 +19,15 @@ inline constexpr std::size_t maxSocketPathBytes = 103;
 /// threads at a time, and the number stays taken until the last holder lets go.
 class UnixSocket {
  public:
-  /// A fresh, blocking, close-on-exec socket, or nothing when the system gives none.
+  /// A fresh, close-on-exec socket, or nothing when the system gives none. It does not block until
+  /// it is made to.
   [[nodiscard]] static std::optional<UnixSocket> create();
 
   /// Takes over a descriptor that is a socket already.
   explicit UnixSocket(Descriptor socket) : descriptor(std::move(socket)) {}
 
-  /// The file status flags, or nothing if they can't be read. Setting them ignores failure.
-  [[nodiscard]] std::optional<int> statusFlags() const;
-  void setStatusFlags(int flags) const;
+  /// Makes `send` and `receive` block. Ignores failure.
+  void block() const;
 
   /// Connects to `path`, of at most `maxSocketPathBytes` bytes. Returns 0 or the error number.
   [[nodiscard]] int connectTo(std::string_view path) const;

@@ -1,14 +1,41 @@
 #include "platform/uuid.hpp"
 
+#include <unistd.h>
+#ifdef __APPLE__
+#include <sys/random.h>
+#endif
+
 #include <array>
-#include <cstdlib>
+#include <cerrno>
+#include <mutex>
 #include <string_view>
+#include <system_error>
 
 namespace quillmere {
 
+namespace {
+
+using UuidBytes = std::array<unsigned char, 16>;
+
+/// Random bytes; the system is asked for those of many identifiers at a time. Thread-safe.
+UuidBytes randomBytes() {
+  static std::mutex lock;
+  static std::array<UuidBytes, 16> _block;
+  static std::size_t _left = 0;
+  const std::lock_guard hold(lock);
+  if (_left == 0) {
+    if (::getentropy(_block.data(), sizeof _block) != 0) {
+      throw std::system_error(errno, std::generic_category());
+    }
+    _left = _block.size();
+  }
+  return _block[--_left];
+}
+
+}  // namespace
+
 std::string randomUuid() {
-  std::array<unsigned char, 16> bytes{};
-  arc4random_buf(bytes.data(), bytes.size());
+  UuidBytes bytes = randomBytes();
   bytes[6] = static_cast<unsigned char>((bytes[6] & 0x0FU) | 0x40U);
   bytes[8] = static_cast<unsigned char>((bytes[8] & 0x3FU) | 0x80U);
 

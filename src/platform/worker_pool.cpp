@@ -69,9 +69,6 @@ void WorkerPool::work() {
     task = nullptr;
     hold.lock();
   }
-  const bool isLastIdle = _idle == 0;
-  hold.unlock();
-  if (isLastIdle) restTask();
 }
 
 }  // namespace quillmere

@@ -15,9 +15,7 @@ namespace quillmere {
 /// Threads are never joined: a pool must live until the process ends.
 class WorkerPool {
  public:
-  /// `whenIdle` is called on a worker that ends because it had nothing to do, if no other one is
-  /// idle then.
-  explicit WorkerPool(void (*whenIdle)() = [] {}) : restTask(whenIdle) {}
+  WorkerPool() = default;
   WorkerPool(const WorkerPool&) = delete;
   WorkerPool& operator=(const WorkerPool&) = delete;
   ~WorkerPool() = default;
@@ -33,7 +31,6 @@ class WorkerPool {
   void work();
   static void* workerMain(void* pool);
 
-  void (*const restTask)();
   std::mutex lock;
   std::condition_variable taskWaits;
   std::deque<std::function<void()>> _tasks;

@@ -1,8 +1,6 @@
 #include "results/guidance.hpp"
 
 #include <algorithm>
-#include <string>
-#include <utility>
 #include <vector>
 
 #include "platform/text.hpp"
@@ -12,63 +10,56 @@ namespace quillmere {
 namespace {
 
 /// The elements under `key` if that is an array of objects only; otherwise none.
-std::vector<const JsonObject*> objectsIn(const JsonObject& payload, std::string_view key) {
-  const JsonArray* array = payload.findArray(key);
-  if (array == nullptr) return {};
-  std::vector<const JsonObject*> objects;
+std::vector<JsonObject> objectsIn(const JsonObject& payload, std::string_view key) {
+  const auto array = payload.findArray(key);
+  if (!array) return {};
+  std::vector<JsonObject> objects;
   for (const JsonValue& element : *array) {
-    if (element.asObject() == nullptr) return {};
-    objects.push_back(element.asObject());
+    const auto object = element.asObject();
+    if (!object) return {};
+    objects.push_back(*object);
   }
   return objects;
 }
 
-/// Adds behind the warnings that came; an array that does not hold strings only counts as none.
-void addWarning(JsonObject& payload, std::string text) {
-  JsonArray warnings;
-  const JsonArray* present = payload.findArray("warnings");
-  if (present != nullptr && holdsOnlyStrings(*present)) warnings = *present;
-  warnings.emplace_back(std::move(text));
-  payload.set("warnings", std::move(warnings));
-}
-
-void addSessionHint(JsonObject& payload, const JsonObject& arguments) {
-  const auto isPhoneScreen = [](const JsonObject* session) {
-    const std::string* kind = session->findString("sessionKind");
-    return kind != nullptr && *kind == "phoneScreen";
+void addSessionHint(GuidedPayload& guided, const JsonObject& arguments) {
+  const auto isPhoneScreen = [](const JsonObject& session) {
+    return session.findString("sessionKind") == "phoneScreen";
   };
-  if (std::ranges::any_of(objectsIn(payload, "sessions"), isPhoneScreen)) return;
+  if (std::ranges::any_of(objectsIn(guided.answer, "sessions"), isPhoneScreen)) return;
 
-  const std::string* serial = arguments.findString("deviceSerial");
+  std::optional<std::string> serial;
+  if (const auto given = arguments.findString("deviceSerial")) serial = given->view();
   std::string text = "No Phone Screen session is active. Call quillmere.session.start";
-  if (serial != nullptr && !serial->empty()) text += " with deviceSerial=" + *serial;
+  if (serial && !serial->empty()) text += " with deviceSerial=" + *serial;
   text += " before observe/input/UI tools.";
-  addWarning(payload, std::move(text));
-
-  JsonObject next;
-  if (serial != nullptr) next.set("deviceSerial", *serial);
-  payload.set("nextRecommendedTool",
-              JsonObject{{"name", "quillmere.session.start"}, {"arguments", std::move(next)}});
+  guided.addedWarning = std::move(text);
+  guided.nextRecommendedTool = {.name = "quillmere.session.start",
+                                .deviceSerial = std::move(serial)};
 }
 
-void addStartHint(JsonObject& payload, const JsonObject& /*arguments*/) {
-  std::vector<std::string_view> serials;
-  for (const JsonObject* device : objectsIn(payload, "devices")) {
-    const std::string* serial = device->findString("serial");
-    if (device->findBoolean("supportsMirror") == true &&
-        device->findBoolean("hasActiveMirrorSessions") == false && serial != nullptr) {
-      serials.emplace_back(*serial);
+void addStartHint(GuidedPayload& guided, const JsonObject& /*arguments*/) {
+  std::string serials;
+  bool isFirst = true;
+  for (const JsonObject& device : objectsIn(guided.answer, "devices")) {
+    const auto serial = device.findString("serial");
+    if (device.findBoolean("supportsMirror") != true ||
+        device.findBoolean("hasActiveMirrorSessions") != false || !serial) {
+      continue;
     }
+    if (!isFirst) serials += ", ";
+    serials += serial->view();
+    isFirst = false;
   }
-  if (serials.empty()) return;
-  addWarning(payload,
-             "Devices with no active mirror session can be started with quillmere.session.start: " +
-                 joined(serials, ", "));
+  if (isFirst) return;
+  guided.addedWarning =
+      "Devices with no active mirror session can be started with quillmere.session.start: " +
+      serials;
 }
 
 struct Hint {
   std::string_view tool;
-  void (*add)(JsonObject& payload, const JsonObject& arguments);
+  void (*add)(GuidedPayload& guided, const JsonObject& arguments);
 };
 
 constexpr Hint hints[] = {
@@ -78,12 +69,17 @@ constexpr Hint hints[] = {
 
 }  // namespace
 
-JsonObject addGuidance(std::string_view name, const JsonObject& arguments, JsonObject payload) {
-  if (payload.findBoolean("ok") != true) return payload;
-  for (const Hint& hint : hints) {
-    if (hint.tool == name) hint.add(payload, arguments);
-  }
-  return payload;
+std::optional<JsonArray> GuidedPayload::ownWarnings() const {
+  const auto warnings = answer.findArray("warnings");
+  return warnings && holdsOnlyStrings(*warnings) ? warnings : std::nullopt;
+}
+
+GuidedPayload addGuidance(std::string_view name, const JsonObject& arguments,
+                          const JsonObject& payload) {
+  GuidedPayload guided(payload);
+  const auto* hint = std::ranges::find(hints, name, &Hint::tool);
+  if (hint != std::end(hints) && payload.findBoolean("ok") == true) hint->add(guided, arguments);
+  return guided;
 }
 
 }  // namespace quillmere

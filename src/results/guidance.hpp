@@ -2,16 +2,38 @@
 // acts.
 #pragma once
 
+#include <optional>
+#include <string>
 #include <string_view>
 
-#include "platform/json_value.hpp"
+#include "json/value.hpp"
 
 namespace quillmere {
 
+/// The desktop app's answer, and what the server adds to it. Valid as long as the answer's
+/// document.
+struct GuidedPayload {
+  struct RecommendedTool {
+    std::string_view name;
+    std::optional<std::string> deviceSerial;
+  };
+
+  GuidedPayload(const JsonObject& payload) : answer(payload) {}
+
+  JsonObject answer;
+  /// Comes after the answer's own ones.
+  std::optional<std::string> addedWarning = {};
+  /// Takes the place of the answer's own one.
+  std::optional<RecommendedTool> nextRecommendedTool = {};
+
+  /// The answer's `warnings` if that is an array of strings; as any other value it counts as none.
+  [[nodiscard]] std::optional<JsonArray> ownWarnings() const;
+};
+
 /// `payload`, the desktop app's answer to the tool called `name` with `arguments`, with what to do
-/// next added to its `warnings`, behind those that it came with, and as `nextRecommendedTool`.
-/// Other tools and failed calls get it back as it was. Pure; cannot fail.
-[[nodiscard]] JsonObject addGuidance(std::string_view name, const JsonObject& arguments,
-                                     JsonObject payload);
+/// next as a warning and, after a look at the sessions, as the recommended next tool. Other tools
+/// and failed calls get it back as it was. Pure; cannot fail.
+[[nodiscard]] GuidedPayload addGuidance(std::string_view name, const JsonObject& arguments,
+                                        const JsonObject& payload);
 
 }  // namespace quillmere

@@ -1,11 +1,14 @@
 #include "results/help.hpp"
 
 #include <algorithm>
+#include <array>
 #include <span>
 #include <string>
 #include <utility>
 
+#include "json/document.hpp"
 #include "platform/text.hpp"
+#include "results/tool_result.hpp"
 #include "shared/server_info.hpp"
 #include "tools/catalogue.hpp"
 
@@ -72,21 +75,36 @@ constexpr Topic topics[] = {
 };
 static_assert(std::ranges::equal(topics, helpTopics, {}, &Topic::name));
 
+std::size_t topicNumber(std::optional<std::string_view> topic) {
+  const Topic* chosen = std::ranges::find(topics, topic.value_or(""), &Topic::name);
+  return chosen == std::end(topics) ? 0 : static_cast<std::size_t>(chosen - std::begin(topics));
+}
+
 }  // namespace
 
-JsonObject helpPayload(std::optional<std::string_view> topic) {
-  const Topic* chosen = std::ranges::find(topics, topic.value_or(""), &Topic::name);
-  if (chosen == std::end(topics)) chosen = std::begin(topics);
-
-  JsonArray guidance(chosen->guidance.begin(), chosen->guidance.end());
-  if (chosen->name == "key") {
-    guidance.emplace_back("Canonical names: " + joined(allowedKeyValues, ", ") + ".");
+JsonText helpPayload(std::optional<std::string_view> topic) {
+  const Topic& chosen = topics[topicNumber(topic)];
+  JsonText guidance = JsonText::arrayOf(chosen.guidance);
+  if (chosen.name == "key") {
+    guidance.add("Canonical names: " + joined(allowedKeyValues, ", ") + ".");
   }
+  return JsonText{{"ok", true},
+                  {"topic", chosen.name},
+                  {"guidance", std::move(guidance)},
+                  {"availableTopics", JsonText::arrayOf(helpTopics)}};
+}
 
-  JsonObject payload{{"ok", true}, {"topic", chosen->name}};
-  payload.set("guidance", std::move(guidance));
-  payload.set("availableTopics", JsonArray(helpTopics.begin(), helpTopics.end()));
-  return payload;
+JsonText helpResult(std::optional<std::string_view> topic) {
+  // Written at the first call, and sent as they are from then on.
+  static const auto& results = *new std::array([] {
+    std::array<std::string, std::size(topics)> texts;
+    for (std::size_t i = 0; i < texts.size(); ++i) {
+      const auto payload = parseJson(helpPayload(topics[i].name).str());
+      texts[i] = toolResult(payload->object()).str();
+    }
+    return texts;
+  }());
+  return JsonText::constant(results[topicNumber(topic)]);
 }
 
 }  // namespace quillmere

@@ -4,12 +4,15 @@
 #include <optional>
 #include <string_view>
 
-#include "platform/json_value.hpp"
+#include "json/writer.hpp"
 
 namespace quillmere {
 
 /// The payload of `quillmere.help`: guidance on `topic`, or on the first topic when none or an
 /// unknown one is given. Pure; cannot fail.
-[[nodiscard]] JsonObject helpPayload(std::optional<std::string_view> topic);
+[[nodiscard]] JsonText helpPayload(std::optional<std::string_view> topic);
+
+/// The `result` of a call of `quillmere.help` with this topic. Pure; cannot fail.
+[[nodiscard]] JsonText helpResult(std::optional<std::string_view> topic);
 
 }  // namespace quillmere

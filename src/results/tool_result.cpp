@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace quillmere {
 
@@ -27,8 +29,8 @@ class Summary {
   }
 
   void addText(std::string_view label, const JsonObject& object, std::string_view key) {
-    const std::string* value = object.findString(key);
-    if (value != nullptr && !value->empty()) addLine(label, *value);
+    const auto value = object.findString(key);
+    if (value && !value->view().empty()) addLine(label, value->view());
   }
 
   void addBoolean(std::string_view label, const JsonObject& object, std::string_view key) {
@@ -36,8 +38,8 @@ class Summary {
   }
 
   void addInteger(std::string_view label, const JsonObject& object, std::string_view key) {
-    const JsonNumber* number = object.findNumber(key);
-    const auto value = number != nullptr ? number->integer() : std::nullopt;
+    const auto number = object.findNumber(key);
+    const auto value = number ? number->integer() : std::nullopt;
     if (value) addLine(label, std::to_string(*value));
   }
 
@@ -52,68 +54,95 @@ void addOutcome(Summary& summary, const JsonObject& payload) {
   const auto ok = payload.findBoolean("ok");
   if (!ok) return;
   if (*ok) return summary.addLine("Quillmere tool call succeeded.");
-  const JsonObject* error = payload.findObject("error");
-  const std::string* message = error != nullptr ? error->findString("message") : nullptr;
-  if (message != nullptr && !message->empty()) {
-    summary.addLine("Quillmere tool call failed: ", *message);
+  const auto error = payload.findObject("error");
+  const auto message = error ? error->findString("message") : std::nullopt;
+  if (message && !message->view().empty()) {
+    summary.addLine("Quillmere tool call failed: ", message->view());
   } else {
     summary.addLine("Quillmere tool call failed.");
   }
 }
 
 void addVisiblePackage(Summary& summary, const JsonObject& visibleState) {
-  const std::string* package = visibleState.findString("uiTopPackageName");
-  const bool isTopKnown = package != nullptr && !package->empty();
+  const auto package = visibleState.findString("uiTopPackageName");
+  const bool isTopKnown = package && !package->view().empty();
   summary.addText("visiblePackage: ", visibleState,
                   isTopKnown ? "uiTopPackageName" : "sessionAppPackageName");
 }
 
-void addWarnings(Summary& summary, const JsonArray& warnings) {
-  if (!holdsOnlyStrings(warnings)) return;
-  for (std::size_t i = 0; i < std::min(shownWarnings, warnings.size()); ++i) {
-    const std::string& warning = *warnings[i].asString();
-    if (!warning.empty()) summary.addLine("warning: ", warning);
+void addWarnings(Summary& summary, const GuidedPayload& payload) {
+  std::size_t count = 0;
+  const auto addWarning = [&](std::string_view warning) {
+    if (count++ < shownWarnings && !warning.empty()) summary.addLine("warning: ", warning);
+  };
+  if (const auto own = payload.ownWarnings()) {
+    for (const JsonValue& warning : *own) addWarning(warning.asString()->view());
   }
-  if (warnings.size() > shownWarnings) {
-    summary.addLine("warningCount: ", std::to_string(warnings.size()));
+  if (payload.addedWarning) addWarning(*payload.addedWarning);
+  if (count > shownWarnings) summary.addLine("warningCount: ", std::to_string(count));
+}
+
+JsonText structuredContent(const GuidedPayload& payload) {
+  const auto& [answer, addedWarning, next] = payload;
+  // The very bytes that came, unless something is added to them.
+  if (!addedWarning && !next) return answer;
+
+  std::vector<std::string_view> replaced;
+  if (addedWarning) replaced.emplace_back("warnings");
+  if (next) replaced.emplace_back("nextRecommendedTool");
+  JsonText content = JsonText::object();
+  content.setMembersOf(answer, replaced);
+  if (addedWarning) {
+    const auto own = payload.ownWarnings();
+    JsonText warnings = own ? JsonText::arrayOf(*own) : JsonText::array();
+    warnings.add(*addedWarning);
+    content.set("warnings", std::move(warnings));
   }
+  if (next) {
+    JsonText arguments = JsonText::object();
+    if (next->deviceSerial) arguments.set("deviceSerial", *next->deviceSerial);
+    content.set("nextRecommendedTool",
+                JsonText{{"name", next->name}, {"arguments", std::move(arguments)}});
+  }
+  return content;
 }
 
 }  // namespace
 
-JsonObject toolResult(JsonObject payload) {
-  JsonObject text{{"type", "text"}, {"text", summarizeToolPayload(payload)}};
-  const bool isError = payload.findBoolean("ok") == false;
-
-  JsonObject result;
-  result.set("content", arrayOf(std::move(text)));
-  result.set("structuredContent", std::move(payload));
-  result.set("isError", isError);
+JsonText toolResult(const GuidedPayload& payload) {
+  const JsonText text{{"type", "text"}, {"text", summarizeToolPayload(payload)}};
+  JsonText result = JsonText::object();
+  result.set("content", JsonText::arrayOf(std::span(&text, 1)));
+  result.set("structuredContent", structuredContent(payload));
+  result.set("isError", payload.answer.findBoolean("ok") == false);
   return result;
 }
 
-std::string summarizeToolPayload(const JsonObject& payload) {
+std::string summarizeToolPayload(const GuidedPayload& guided) {
+  const JsonObject& payload = guided.answer;
   Summary summary;
   addOutcome(summary, payload);
   for (const std::string_view list : countedLists) {
-    if (const JsonArray* elements = payload.findArray(list)) {
+    if (const auto elements = payload.findArray(list)) {
       summary.addLine(std::string(list) + ": ", std::to_string(elements->size()));
     }
   }
-  if (const JsonObject* action = payload.findObject("action")) {
+  if (const auto action = payload.findObject("action")) {
     summary.addText("action: ", *action, "message");
     summary.addBoolean("foregroundVerified: ", *action, "foregroundVerified");
   }
-  if (const JsonObject* visibleState = payload.findObject("visibleState")) {
+  if (const auto visibleState = payload.findObject("visibleState")) {
     addVisiblePackage(summary, *visibleState);
   }
-  if (const JsonObject* uiState = payload.findObject("uiState")) {
+  if (const auto uiState = payload.findObject("uiState")) {
     summary.addInteger("uiNodeCount: ", *uiState, "elementCount");
     summary.addInteger("uiNodesReturned: ", *uiState, "returned");
     summary.addBoolean("uiTruncated: ", *uiState, "truncated");
   }
-  if (const JsonArray* warnings = payload.findArray("warnings")) addWarnings(summary, *warnings);
-  if (const JsonObject* next = payload.findObject("nextRecommendedTool")) {
+  addWarnings(summary, guided);
+  if (guided.nextRecommendedTool) {
+    summary.addLine("nextRecommendedTool: ", guided.nextRecommendedTool->name);
+  } else if (const auto next = payload.findObject("nextRecommendedTool")) {
     summary.addText("nextRecommendedTool: ", *next, "name");
   }
   summary.addText("auditId: ", payload, "auditId");

@@ -2,13 +2,15 @@
 
 #include <utility>
 
-#include "platform/json_writer.hpp"
+#include "json/writer.hpp"
 
 namespace quillmere {
 
 std::string requestIDKey(const JsonValue& id) {
-  if (const JsonNumber* number = id.asNumber()) return "[" + number->canonicalText() + "]";
-  return "[" + compactJson(id) + "]";
+  if (const auto number = id.asNumber()) return "[" + number->canonicalText() + "]";
+  // Written anew, so that one text with other escapes in it is the same id.
+  if (const auto string = id.asString()) return "[" + JsonText(*string).str() + "]";
+  return "[" + std::string(id.text()) + "]";
 }
 
 void InFlightRequest::cancel(std::optional<std::string> reason) {

@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-#include "platform/json_value.hpp"
+#include "json/document.hpp"
 #include "platform/unix_socket.hpp"
 
 namespace quillmere {
@@ -20,8 +20,12 @@ namespace quillmere {
 /// by whoever cancels it. Every function may be called from any thread.
 class InFlightRequest {
  public:
-  explicit InFlightRequest(JsonValue id) : requestID(std::move(id)), key(requestIDKey(requestID)) {}
+  /// `id` is the one in `requestMessage`.
+  InFlightRequest(std::shared_ptr<const JsonDocument> requestMessage, JsonValue id)
+      : message(std::move(requestMessage)), requestID(id), key(requestIDKey(id)) {}
 
+  /// The request as it came; what refers to its bytes is valid as long as this.
+  const std::shared_ptr<const JsonDocument> message;
   const JsonValue requestID;
   /// The id's key, kept so that removing the record needs no memory: it must work when there is
   /// none.

@@ -1,11 +1,8 @@
 // The failure value of the whole program, and every failure that the program raises itself.
 #pragma once
 
-#include <optional>
 #include <string>
 #include <string_view>
-
-#include "platform/json_value.hpp"
 
 namespace quillmere {
 
@@ -14,8 +11,6 @@ namespace quillmere {
 struct MCPError {
   int code = 0;
   std::string message;
-  /// Extra data for the response. No failure of this program carries any.
-  std::optional<JsonValue> data = std::nullopt;
 };
 
 /// The failure that is being handled, as the client shall see it: an `MCPError` unchanged, anything

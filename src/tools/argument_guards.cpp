@@ -1,7 +1,6 @@
 #include "tools/argument_guards.hpp"
 
-#include <algorithm>
-#include <string>
+#include <iterator>
 
 #include "platform/text.hpp"
 #include "shared/mcp_error.hpp"
@@ -72,13 +71,13 @@ static_assert(std::size(controlFields) == 31);
 
 void checkStringLimits(const JsonObject& arguments) {
   for (const auto& [name, characters] : stringLimits) {
-    const std::string* text = arguments.findString(name);
-    if (text != nullptr && hasMoreCharactersThan(*text, characters)) throw errors::tooLong(name);
+    const auto text = arguments.findString(name);
+    if (text && hasMoreCharactersThan(text->view(), characters)) throw errors::tooLong(name);
   }
 }
 
-bool isControlField(std::string_view name) {
-  return std::ranges::find(controlFields, name) != std::end(controlFields);
+std::span<const std::string_view> allControlFields() {
+  return controlFields;
 }
 
 }  // namespace quillmere

@@ -388,14 +388,6 @@ void forEachProperty(const Tool& tool, Visit visit) {
   for (const Property& property : tool.ownProperties) visit(property);
 }
 
-JsonArray strings(std::span<const std::string_view> texts) {
-  JsonArray array;
-  for (const std::string_view each : texts) {
-    if (!each.empty()) array.emplace_back(each);
-  }
-  return array;
-}
-
 std::string_view schemaName(ArgumentType type) {
   switch (type) {
     case ArgumentType::string:
@@ -410,8 +402,8 @@ std::string_view schemaName(ArgumentType type) {
   return "number";
 }
 
-JsonObject propertySchema(const Property& property) {
-  JsonObject schema;
+JsonText propertySchema(const Property& property) {
+  JsonText schema = JsonText::object();
   schema.set("type", schemaName(property.type));
   if (!property.description.empty()) schema.set("description", property.description);
   if (property.minLength) schema.set("minLength", *property.minLength);
@@ -423,25 +415,29 @@ JsonObject propertySchema(const Property& property) {
     schema.set("default", *whole);
   if (const auto* string = std::get_if<std::string_view>(&property.defaultValue))
     schema.set("default", *string);
-  if (!property.allowed.empty()) schema.set("enum", strings(property.allowed));
-  if (!property.examples.empty()) schema.set("examples", strings(property.examples));
+  if (!property.allowed.empty()) schema.set("enum", JsonText::arrayOf(property.allowed));
+  if (!property.examples.empty()) schema.set("examples", JsonText::arrayOf(property.examples));
   return schema;
 }
 
-JsonObject inputSchema(const Tool& tool) {
-  JsonObject properties;
+JsonText inputSchema(const Tool& tool) {
+  JsonText properties = JsonText::object();
   forEachProperty(tool, [&](const Property& property) {
     properties.set(property.name, propertySchema(property));
   });
-  JsonObject schema{{"type", "object"}};
+  JsonText schema{{"type", "object"}};
   schema.set("properties", std::move(properties));
   schema.set("additionalProperties", false);
-  if (JsonArray required = strings(tool.required); !required.empty()) {
-    schema.set("required", std::move(required));
+  const auto lastRequired = std::ranges::find(tool.required, std::string_view());
+  if (lastRequired != tool.required.begin()) {
+    schema.set("required", JsonText::arrayOf(std::span(tool.required.begin(), lastRequired)));
   }
   if (tool.needsSessionTarget()) {
-    schema.set("anyOf", arrayOf(JsonObject{{"required", arrayOf("sessionId")}},
-                                JsonObject{{"required", arrayOf("deviceSerial")}}));
+    JsonText anyOf = JsonText::array();
+    for (const std::string_view target : {"sessionId", "deviceSerial"}) {
+      anyOf.add(JsonText{{"required", JsonText::arrayOf(std::span(&target, 1))}});
+    }
+    schema.set("anyOf", std::move(anyOf));
   }
   return schema;
 }
@@ -465,13 +461,14 @@ const Property* findProperty(const Tool& tool, std::string_view name) {
   return found;
 }
 
-JsonArray visibleTools() {
-  JsonArray entries;
+JsonText visibleTools() {
+  JsonText entries = JsonText::array();
   for (const Tool& tool : tools) {
     if (tool.isHidden) continue;
-    JsonObject entry{{"name", tool.name}, {"title", tool.title}, {"description", tool.description}};
-    entry.set("inputSchema", inputSchema(tool));
-    entries.emplace_back(std::move(entry));
+    entries.add(JsonText{{"name", tool.name},
+                         {"title", tool.title},
+                         {"description", tool.description},
+                         {"inputSchema", inputSchema(tool)}});
   }
   return entries;
 }

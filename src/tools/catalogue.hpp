@@ -8,7 +8,7 @@
 #include <string_view>
 #include <variant>
 
-#include "platform/json_value.hpp"
+#include "json/writer.hpp"
 
 namespace quillmere {
 
@@ -81,7 +81,7 @@ struct Tool {
 /// The argument of exactly this name, shared or the tool's own, or null.
 [[nodiscard]] const Property* findProperty(const Tool& tool, std::string_view name);
 
-/// The entries of `tools/list`: each tool that is not hidden, with its JSON Schema.
-[[nodiscard]] JsonArray visibleTools();
+/// The entries of `tools/list`, an array: each tool that is not hidden, with its JSON Schema.
+[[nodiscard]] JsonText visibleTools();
 
 }  // namespace quillmere

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <string>
-#include <utility>
 
+#include "json/writer.hpp"
 #include "platform/text.hpp"
 #include "tools/catalogue.hpp"
 
@@ -64,14 +64,21 @@ constexpr Rewrite rewrites[] = {
 
 }  // namespace
 
-JsonObject normalizeToolArguments(std::string_view name, JsonObject arguments) {
-  for (const Rewrite& rewrite : rewrites) {
-    if (rewrite.tool != name) continue;
-    if (const std::string* text = arguments.findString(rewrite.argument)) {
-      arguments.set(rewrite.argument, rewrite.canonical(*text));
-    }
+NormalizedArguments normalizeToolArguments(std::string_view name, const JsonObject& arguments) {
+  const auto* rewrite = std::ranges::find(rewrites, name, &Rewrite::tool);
+  if (rewrite == std::end(rewrites)) return {arguments, nullptr};
+  const auto given = arguments.findString(rewrite->argument);
+  if (!given) return {arguments, nullptr};
+  const std::string canonical = rewrite->canonical(given->view());
+  if (*given == canonical) return {arguments, nullptr};
+
+  JsonText text = JsonText::object();
+  for (const JsonMember& member : arguments.distinctMembers()) {
+    const JsonString key = member.key();
+    text.set(key.view(), key == rewrite->argument ? JsonText(canonical) : member.value());
   }
-  return arguments;
+  const auto rewritten = parseJson(text.str());
+  return {rewritten->object(), rewritten};
 }
 
 }  // namespace quillmere

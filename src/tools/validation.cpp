@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "platform/text.hpp"
@@ -13,33 +14,35 @@ namespace quillmere {
 namespace {
 
 void refuseUnknownArguments(const Tool& tool, const JsonObject& arguments) {
-  const std::string* firstUnknown = nullptr;
+  std::optional<std::string> firstUnknown;
   for (const JsonMember& argument : arguments) {
-    if (findProperty(tool, argument.key) != nullptr) continue;
-    if (firstUnknown == nullptr || argument.key < *firstUnknown) firstUnknown = &argument.key;
+    const JsonString key = argument.key();
+    if (findProperty(tool, key.view()) != nullptr) continue;
+    if (!firstUnknown || key.view() < *firstUnknown) firstUnknown = key.view();
   }
-  if (firstUnknown != nullptr) throw errors::unsupportedArgument(tool.name, *firstUnknown);
+  if (firstUnknown) throw errors::unsupportedArgument(tool.name, *firstUnknown);
 }
 
 void demandRequiredArguments(const Tool& tool, const JsonObject& arguments) {
   for (const std::string_view key : tool.required) {
     if (key.empty()) break;
-    const JsonValue* value = arguments.find(key);
-    if (value == nullptr || value->isNull()) throw errors::missingArgument(tool.name, key);
+    const auto value = arguments.find(key);
+    if (!value || value->isNull()) throw errors::missingArgument(tool.name, key);
   }
 }
 
 void validateString(const JsonValue& value, const Property& property) {
-  const std::string* text = value.asString();
-  if (text == nullptr) throw errors::notAString(property.name);
-  if (property.minLength && hasFewerCharactersThan(*text, *property.minLength)) {
+  const auto string = value.asString();
+  if (!string) throw errors::notAString(property.name);
+  const std::string_view text = string->view();
+  if (property.minLength && hasFewerCharactersThan(text, *property.minLength)) {
     throw errors::tooShort(property.name);
   }
-  if (property.maxLength && hasMoreCharactersThan(*text, *property.maxLength)) {
+  if (property.maxLength && hasMoreCharactersThan(text, *property.maxLength)) {
     throw errors::tooLong(property.name);
   }
   if (!property.allowed.empty() &&
-      std::ranges::find(property.allowed, *text) == property.allowed.end()) {
+      std::ranges::find(property.allowed, text) == property.allowed.end()) {
     throw errors::notOneOf(property.name, joined(property.allowed, ", "));
   }
 }
@@ -62,16 +65,16 @@ bool isWhole(double value) {
 }
 
 void validateInteger(const JsonValue& value, const Property& property) {
-  const JsonNumber* number = value.asNumber();
-  if (number == nullptr || !isWhole(number->value())) {
+  const auto number = value.asNumber();
+  if (!number || !isWhole(number->value())) {
     throw errors::notAnInteger(property.name);
   }
   validateNumericRange(number->value(), property);
 }
 
 void validateNumber(const JsonValue& value, const Property& property) {
-  const JsonNumber* number = value.asNumber();
-  if (number == nullptr) throw errors::notANumber(property.name);
+  const auto number = value.asNumber();
+  if (!number) throw errors::notANumber(property.name);
   validateNumericRange(number->value(), property);
 }
 
@@ -94,8 +97,9 @@ void validateValue(const JsonValue& value, const Property& property) {
 void validateSchemaArguments(const Tool& tool, const JsonObject& arguments) {
   refuseUnknownArguments(tool, arguments);
   demandRequiredArguments(tool, arguments);
-  for (const JsonMember& argument : arguments) {
-    if (!argument.value.isNull()) validateValue(argument.value, *findProperty(tool, argument.key));
+  for (const JsonMember& argument : arguments.distinctMembers()) {
+    const JsonValue value = argument.value();
+    if (!value.isNull()) validateValue(value, *findProperty(tool, argument.key().view()));
   }
   if (tool.needsSessionTarget() && !arguments.contains("deviceSerial") &&
       !arguments.contains("sessionId")) {

@@ -1,7 +1,7 @@
 // The check of a tool's arguments against its schema.
 #pragma once
 
-#include "platform/json_value.hpp"
+#include "json/value.hpp"
 #include "tools/catalogue.hpp"
 
 namespace quillmere {

@@ -7,8 +7,6 @@
 #include <utility>
 
 #include "control/control_frame.hpp"
-#include "platform/json_writer.hpp"
-#include "support/json.hpp"
 
 namespace quillmere {
 
@@ -20,11 +18,11 @@ bool readExact(int descriptor, char* to, std::size_t byteCount) {
 
 }  // namespace
 
-std::optional<JsonObject> AppConnection::receive() const {
-  ControlPrefix prefix{};
-  if (!readExact(number(), prefix.data(), prefix.size())) return std::nullopt;
-  std::string body(controlBodyLength(prefix), '\0');
-  return readExact(number(), body.data(), body.size()) ? std::optional(json(body)) : std::nullopt;
+std::shared_ptr<const JsonDocument> AppConnection::receive() const {
+  std::string bytes(controlPrefixBytes, '\0');
+  if (!readExact(number(), bytes.data(), bytes.size())) return nullptr;
+  bytes.resize(controlBodyLength(bytes));
+  return readExact(number(), bytes.data(), bytes.size()) ? parseJson(bytes) : nullptr;
 }
 
 bool AppConnection::send(std::string_view bytes) const {
@@ -32,8 +30,8 @@ bool AppConnection::send(std::string_view bytes) const {
          static_cast<ssize_t>(bytes.size());
 }
 
-bool AppConnection::answer(const JsonObject& payload) const {
-  return send(controlFrame(compactJson(payload)));
+bool AppConnection::answer(const JsonText& payload) const {
+  return send(controlFrame(payload.str()));
 }
 
 std::size_t AppConnection::waitUntilClosed() const {

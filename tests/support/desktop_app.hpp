@@ -3,13 +3,15 @@
 
 #include <functional>
 #include <list>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <thread>
 
+#include "json/document.hpp"
+#include "json/writer.hpp"
 #include "platform/descriptor.hpp"
-#include "platform/json_value.hpp"
 #include "simulator/unix_listener.hpp"
 
 namespace quillmere {
@@ -20,13 +22,13 @@ class AppConnection {
  public:
   explicit AppConnection(Descriptor connection) : descriptor(std::move(connection)) {}
 
-  /// Reads one control frame: its body as an object, or nothing when the server has closed before.
-  [[nodiscard]] std::optional<JsonObject> receive() const;
+  /// Reads one control frame: its body, or null when the server has closed before.
+  [[nodiscard]] std::shared_ptr<const JsonDocument> receive() const;
 
   /// Sends bytes as they are, or an object as one control frame. Returns false when the server has
   /// gone.
   bool send(std::string_view bytes) const;
-  bool answer(const JsonObject& payload) const;
+  bool answer(const JsonText& payload) const;
 
   /// Waits until the server has closed its end. Returns how many bytes came before that.
   std::size_t waitUntilClosed() const;

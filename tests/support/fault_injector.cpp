@@ -12,7 +12,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdarg>
 
 #include "support/fault_order.hpp"
 
@@ -132,16 +131,6 @@ int poll(pollfd* entries, nfds_t count, int patience) {
   return fate == Fate::fails ? -1 : 0;
 }
 
-int fcntl(int descriptor, int command, ...) {
-  static const auto system = systems<decltype(fcntl)>("fcntl");
-  va_list arguments;
-  va_start(arguments, command);
-  const long argument = va_arg(arguments, long);
-  va_end(arguments);
-  if (command == F_GETFL && fails(Call::getStatusFlags)) return -1;
-  return system(descriptor, command, argument);
-}
-
 int getsockopt(int descriptor, int level, int name, void* value, socklen_t* length) {
   static const auto system = systems<decltype(getsockopt)>("getsockopt");
   return fails(Call::getSocketOption) ? -1 : system(descriptor, level, name, value, length);
@@ -150,11 +139,6 @@ int getsockopt(int descriptor, int level, int name, void* value, socklen_t* leng
 int lstat(const char* path, struct stat* status) {
   static const auto system = systems<decltype(lstat)>("lstat");
   return fails(Call::linkStatus) ? -1 : system(path, status);
-}
-
-int access(const char* path, int mode) {
-  static const auto system = systems<decltype(access)>("access");
-  return fails(Call::access) ? -1 : system(path, mode);
 }
 
 int pipe2(int* ends, int flags) {
@@ -171,6 +155,12 @@ int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*
 void* malloc(size_t size) {
   static const auto system = systems<decltype(malloc)>("malloc");
   return size >= quillmere::largeBytes && fails(Call::largeAllocation) ? nullptr : system(size);
+}
+
+void* realloc(void* block, size_t size) {
+  static const auto system = systems<decltype(realloc)>("realloc");
+  const bool isToFail = size >= quillmere::largeBytes && fails(Call::largeAllocation);
+  return isToFail ? nullptr : system(block, size);
 }
 
 }  // extern "C"

@@ -8,9 +8,7 @@ namespace quillmere {
 /// What can be made to fail.
 enum class Call : int {
   none,
-  access,
   connect,
-  getStatusFlags,
   getSocketOption,
   linkStatus,
   /// Allocation of at least `largeBytes`.

@@ -1,21 +1,26 @@
 // Shorthand for tests, most of all for those that speak JSON.
 #pragma once
 
+#include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
-#include "platform/json_parser.hpp"
-#include "platform/json_value.hpp"
-#include "platform/json_writer.hpp"
+#include "json/document.hpp"
+#include "json/writer.hpp"
 #include "shared/mcp_error.hpp"
 
 namespace quillmere {
 
-/// The object that `text` holds.
+/// The object that `text` holds. It stays valid until the process ends.
 [[nodiscard]] inline JsonObject json(std::string_view text) {
-  JsonValue value = parseJson(text);
-  return std::move(*value.asObject());
+  static std::mutex lock;
+  static auto& documents = *new std::vector<std::shared_ptr<const JsonDocument>>;
+  auto document = parseJson(text);
+  const std::lock_guard hold(lock);
+  return documents.emplace_back(std::move(document))->root().asObject().value();
 }
 
 /// `piece`, `count` times.

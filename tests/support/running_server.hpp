@@ -5,7 +5,6 @@
 
 #include <string>
 #include <string_view>
-#include <utility>
 
 #include "simulator/server_process.hpp"
 #include "support/json.hpp"
@@ -25,8 +24,10 @@ inline ProgramOutcome runToEnd(const ServerProcess::Options& options) {
   process.closeInput();
   ProgramOutcome outcome;
   InputStream output(process.outputDescriptor());
-  while (output.read(4096, outcome.output)) {
+  Bytes bytes;
+  while (output.read(4096, bytes)) {
   }
+  outcome.output = viewOf(bytes);
   outcome.status = process.waitForExit().value_or(-1);
   return outcome;
 }
@@ -41,39 +42,39 @@ struct RunningServer : testing::Test {
     EXPECT_TRUE(server.receive());
   }
 
-  void request(const JsonValue& id, std::string_view method, JsonObject params = {}) {
-    JsonObject message{{"jsonrpc", "2.0"}, {"id", id}, {"method", method}};
-    message.set("params", std::move(params));
-    server.send(message);
+  void request(const JsonText& id, std::string_view method,
+               const JsonText& params = JsonText::object()) {
+    server.sendMessage(
+        JsonText{{"jsonrpc", "2.0"}, {"id", id}, {"method", method}, {"params", params}});
   }
   /// A call of a tool that needs no arguments.
-  void call(const JsonValue& id) {
-    request(id, "tools/call", {{"name", "quillmere.devices.list"}});
-  }
-  void cancel(const JsonValue& id) {
-    server.send(JsonObject{{"jsonrpc", "2.0"},
-                           {"method", "notifications/cancelled"},
-                           {"params", JsonObject{{"requestId", id}, {"reason", "enough"}}}});
+  void call(const JsonText& id) { request(id, "tools/call", {{"name", "quillmere.devices.list"}}); }
+  void cancel(const JsonText& id) {
+    server.sendMessage(JsonText{{"jsonrpc", "2.0"},
+                                {"method", "notifications/cancelled"},
+                                {"params", JsonText{{"requestId", id}, {"reason", "enough"}}}});
   }
 
   /// The next message, as text.
   std::string next() {
     const auto message = server.receive();
-    return message ? compactJson(*message) : "(nothing)";
+    return message ? std::string(message->root().text()) : "(nothing)";
   }
   /// The next message's id, and the first line of its result's text or its error's code and text.
   std::string nextShort() {
     const auto message = server.receive();
-    return message ? shortOf(*message) : "(nothing)";
+    return message ? shortOf(message->object()) : "(nothing)";
   }
   static std::string shortOf(const JsonObject& message) {
-    const std::string id = compactJson(*message.find("id")) + ": ";
-    if (const JsonObject* error = message.findObject("error")) {
-      return id + error->findNumber("code")->text() + " " + *error->findString("message");
+    std::string text(message.find("id")->text());
+    text += ": ";
+    if (const auto error = message.findObject("error")) {
+      text.append(error->findNumber("code")->text()).append(" ");
+      return text.append(error->findString("message")->view());
     }
-    const JsonArray& content = *message.findObject("result")->findArray("content");
-    const std::string& text = *content.front().asObject()->findString("text");
-    return id + text.substr(0, text.find('\n'));
+    const JsonValue content = *message.findObject("result")->findArray("content")->begin();
+    const JsonString summary = content.asObject()->findString("text").value();
+    return text.append(summary.view().substr(0, summary.view().find('\n')));
   }
 };
 

@@ -1,0 +1,121 @@
+// A JSON text that came in, read once, in place.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <stdexcept>
+#include <string_view>
+
+#include "json/value.hpp"
+#include "platform/buffer.hpp"
+
+namespace quillmere {
+
+/// Deepest nesting of arrays and objects that is read; a text nested deeper is a parse failure, so
+/// that no text can exhaust a stack.
+inline constexpr std::size_t maxJsonDepth = 512;
+
+/// Longest text that is read, in bytes: the largest offset that a token has room for.
+inline constexpr unsigned offsetBits = 28;
+inline constexpr std::size_t maxJsonBytes = (1U << offsetBits) - 1;
+
+/// A failure of the JSON layer: text that is no JSON, or a value that can't be written as JSON.
+/// `what()` is a fixed text and never echoes the input.
+class JsonError : public std::runtime_error {
+ public:
+  enum class Kind { notUtf8, notJson };
+
+  JsonError(Kind failureKind, const std::string& text)
+      : std::runtime_error(text), kind(failureKind) {}
+
+  const Kind kind;
+};
+
+/// One JSON text: its bytes, and a flat list of tokens that say where its values are. Immutable, so
+/// that any number of threads may read it; shared by everything that refers to its bytes.
+///
+/// The tokens stand in the order of the text. A value is one token, but an array or an object has a
+/// second one at its end; a member is the token of its key, a string, and what its value has.
+class JsonDocument : public std::enable_shared_from_this<JsonDocument> {
+ public:
+  enum class Kind : std::uint8_t {
+    null,
+    boolean,
+    number,
+    /// A string whose characters are the bytes between its quotes.
+    plainString,
+    /// A string with an escape between its quotes.
+    escapedString,
+    array,
+    object,
+    /// The closing bracket of an array or object.
+    end,
+  };
+
+  class Token {
+   public:
+    Token(Kind kind, std::size_t offset, std::size_t extent_)
+        : extent(static_cast<std::uint32_t>(extent_)),
+          place(static_cast<std::uint32_t>(kind) << offsetBits |
+                static_cast<std::uint32_t>(offset)) {}
+
+    [[nodiscard]] Kind kind() const { return static_cast<Kind>(place >> offsetBits); }
+    /// Where the value's first byte is in the text; for a string that is its opening quote.
+    [[nodiscard]] std::size_t offset() const { return place & maxJsonBytes; }
+    [[nodiscard]] bool isContainer() const {
+      return kind() == Kind::array || kind() == Kind::object;
+    }
+
+    /// Of an array or object the number of the token after its own last one, of an end how many
+    /// elements or members there are, of any other value its length in bytes.
+    std::uint32_t extent;
+
+   private:
+    std::uint32_t place;
+  };
+  static_assert(sizeof(Token) == 8);
+
+  /// Made by `parseJson`.
+  JsonDocument(Bytes textBytes, Buffer<Token> tokenList)
+      : text(std::move(textBytes)), tokens(std::move(tokenList)) {}
+  JsonDocument(const JsonDocument&) = delete;
+  JsonDocument& operator=(const JsonDocument&) = delete;
+  JsonDocument(JsonDocument&&) = delete;
+  JsonDocument& operator=(JsonDocument&&) = delete;
+  ~JsonDocument() = default;
+
+  /// The value at the top: an array or an object.
+  [[nodiscard]] JsonValue root() const { return {*this, 0}; }
+
+  /// The object at the top, or one without members if an array is there.
+  [[nodiscard]] JsonObject object() const { return root().asObject().value_or(JsonObject()); }
+
+  [[nodiscard]] const Token& tokenAt(std::uint32_t token) const { return tokens[token]; }
+
+  /// The token after the value that begins at `token`.
+  [[nodiscard]] std::uint32_t next(std::uint32_t token) const {
+    return tokens[token].isContainer() ? tokens[token].extent : token + 1;
+  }
+
+  /// The bytes of the value that begins at `token`.
+  [[nodiscard]] std::string_view textOf(std::uint32_t token) const;
+
+ private:
+  const Bytes text;
+  const Buffer<Token> tokens;
+};
+
+/// Reads one UTF-8 JSON text, strictly by RFC 8259: nothing after it but blanks, no lone
+/// surrogates, no byte order mark. Only an object or an array is accepted at the top, and exponents
+/// beyond 31 bits are refused.
+///
+/// The bytes stay as they came, numbers and escapes included, with two exceptions that only make
+/// them fewer: an escaped slash becomes a slash, and a text that has such slashes, or line breaks
+/// between its tokens, loses all white space between them. So every value in it can be sent as it
+/// is in a message that is one line. Pure. Throws `JsonError`, of the kind `notUtf8` for any text
+/// that is not UTF-8.
+[[nodiscard]] std::shared_ptr<const JsonDocument> parseJson(Bytes text);
+[[nodiscard]] std::shared_ptr<const JsonDocument> parseJson(std::string_view text);
+
+}  // namespace quillmere

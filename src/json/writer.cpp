@@ -1,0 +1,234 @@
+#include "json/writer.hpp"
+
+#include <algorithm>
+#include <utility>
+
+#include "platform/text.hpp"
+
+namespace quillmere {
+
+namespace {
+
+/// From this length on, what stays where it is costs less than a copy of it. Shorter pieces would
+/// also make more of them than one system call takes.
+constexpr std::size_t longBytes = 16'384;
+
+/// 0 for a character that needs no escape (RFC 8259, section 7), else 1.
+constexpr unsigned needsEscape(char c) {
+  return unsigned{static_cast<unsigned char>(c) < 0x20} | unsigned{c == '"'} | unsigned{c == '\\'};
+}
+
+/// How many bytes at the start need no escape. Blocks first: the compiler turns the inner loop into
+/// vector code. Bytes are or-ed together, because g++ 12 does not see it in a `bool`.
+std::size_t plainRun(std::string_view text) {
+  constexpr std::size_t block = 32;
+  std::size_t at = 0;
+  for (; at + block <= text.size(); at += block) {
+    unsigned char found = 0;
+    for (std::size_t i = 0; i < block; ++i) {
+      found = static_cast<unsigned char>(found | needsEscape(text[at + i]));
+    }
+    if (found != 0) break;
+  }
+  while (at < text.size() && needsEscape(text[at]) == 0) ++at;
+  return at;
+}
+
+void appendEscape(std::string& text, char c) {
+  constexpr std::string_view characters = "\"\\\b\f\n\r\t";
+  constexpr std::string_view letters = "\"\\bfnrt";
+  constexpr std::string_view hexDigits = "0123456789abcdef";
+  text += '\\';
+  if (const std::size_t at = characters.find(c); at != std::string_view::npos) {
+    text += letters[at];
+  } else {
+    text += "u00";
+    text += hexDigits[static_cast<unsigned char>(c) >> 4U];
+    text += hexDigits[static_cast<unsigned char>(c) & 0xFU];
+  }
+}
+
+void appendIndented(std::string& text, const JsonValue& value, std::size_t depth) {
+  const auto newLine = [&text](std::size_t level) {
+    text += '\n';
+    text.append(2 * level, ' ');
+  };
+  bool isEmpty = true;
+  const auto separate = [&] {
+    if (!isEmpty) text += ',';
+    isEmpty = false;
+    newLine(depth + 1);
+  };
+  if (const auto array = value.asArray()) {
+    text += '[';
+    for (const JsonValue& element : *array) {
+      separate();
+      appendIndented(text, element, depth + 1);
+    }
+    if (!isEmpty) newLine(depth);
+    text += ']';
+  } else if (const auto object = value.asObject()) {
+    std::vector<JsonMember> members = object->distinctMembers();
+    std::ranges::sort(members, [](const JsonMember& left, const JsonMember& right) {
+      return left.key().view() < right.key().view();
+    });
+    text += '{';
+    for (const JsonMember& member : members) {
+      separate();
+      text += member.keyValue().text();
+      text += ": ";
+      appendIndented(text, member.value(), depth + 1);
+    }
+    if (!isEmpty) newLine(depth);
+    text += '}';
+  } else {
+    text += value.text();
+  }
+}
+
+}  // namespace
+
+JsonText::JsonText(std::nullptr_t) : copied("null") {}
+
+JsonText::JsonText(std::string_view string) {
+  appendString(string);
+}
+
+JsonText::JsonText(const JsonValue& value) {
+  append(value.text(), value.holder().shared_from_this());
+}
+
+JsonText::JsonText(std::initializer_list<JsonField> fields) : JsonText(object()) {
+  for (const JsonField& field : fields) set(field.key, field.value);
+}
+
+JsonText JsonText::object() {
+  JsonText text;
+  text.copied = "{}";
+  return text;
+}
+
+JsonText JsonText::array() {
+  JsonText text;
+  text.copied = "[]";
+  return text;
+}
+
+JsonText JsonText::constant(std::string_view json) {
+  JsonText text;
+  text.copied.clear();
+  text.append(json, nullptr);
+  return text;
+}
+
+void JsonText::set(std::string_view key, JsonText value) {
+  open('{');
+  appendString(key);
+  copied += ':';
+  append(std::move(value));
+  copied += '}';
+}
+
+void JsonText::setMembersOf(const JsonObject& object, std::span<const std::string_view> except) {
+  const auto holder = object.asValue().holder().shared_from_this();
+  std::string_view run;
+  std::uint32_t afterRun = 0;
+  const auto appendRun = [&] {
+    if (run.empty()) return;
+    open('{');
+    append(run, holder);
+    copied += '}';
+  };
+  for (const JsonMember& member : object.distinctMembers()) {
+    if (std::ranges::find(except, member.key().view()) != except.end()) continue;
+    const std::string_view text = member.text();
+    if (member.keyValue().place() == afterRun) {
+      // Neighbours stay together, with what is between them.
+      run = {run.data(), static_cast<std::size_t>(text.data() + text.size() - run.data())};
+    } else {
+      appendRun();
+      run = text;
+    }
+    afterRun = holder->next(member.value().place());
+  }
+  appendRun();
+}
+
+void JsonText::add(JsonText element) {
+  open('[');
+  append(std::move(element));
+  copied += ']';
+}
+
+std::size_t JsonText::size() const {
+  std::size_t size = copied.size();
+  for (const Run& run : runs) size += run.text.size();
+  return size;
+}
+
+std::vector<std::string_view> JsonText::pieces() const& {
+  std::vector<std::string_view> pieces;
+  pieces.reserve(2 * runs.size() + 1);
+  std::size_t at = 0;
+  for (const Run& run : runs) {
+    pieces.push_back(std::string_view(copied).substr(at, run.at - at));
+    pieces.push_back(run.text);
+    at = run.at;
+  }
+  pieces.push_back(std::string_view(copied).substr(at));
+  return pieces;
+}
+
+std::string JsonText::str() const {
+  std::string text;
+  text.reserve(size());
+  for (const std::string_view piece : pieces()) text += piece;
+  return text;
+}
+
+void JsonText::open(char bracket) {
+  copied.pop_back();
+  const bool endsWithRun = !runs.empty() && runs.back().at == copied.size();
+  if (endsWithRun || copied.back() != bracket) copied += ',';
+}
+
+void JsonText::append(std::string_view json, std::shared_ptr<const JsonDocument> holder) {
+  if (json.size() < longBytes) {
+    copied += json;
+  } else {
+    runs.push_back({.at = copied.size(), .text = json, .holder = std::move(holder)});
+  }
+}
+
+void JsonText::append(JsonText value) {
+  for (Run& run : value.runs) {
+    run.at += copied.size();
+    runs.push_back(std::move(run));
+  }
+  copied += value.copied;
+}
+
+void JsonText::appendString(std::string_view string) {
+  if (!isUtf8(string)) {
+    throw JsonError(JsonError::Kind::notUtf8, "A text to be written as JSON is not valid UTF-8.");
+  }
+  copied.reserve(copied.size() + string.size() + 2);
+  copied += '"';
+  while (!string.empty()) {
+    const std::size_t plain = plainRun(string);
+    copied += string.substr(0, plain);
+    string.remove_prefix(plain);
+    if (string.empty()) break;
+    appendEscape(copied, string.front());
+    string.remove_prefix(1);
+  }
+  copied += '"';
+}
+
+std::string indentedJson(const JsonValue& value) {
+  std::string text;
+  appendIndented(text, value, 0);
+  return text;
+}
+
+}  // namespace quillmere

@@ -1,0 +1,105 @@
+// JSON text out: the one way in which messages are put together.
+#pragma once
+
+#include <concepts>
+#include <cstddef>
+#include <cstdint>
+#include <initializer_list>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "json/document.hpp"
+#include "json/value.hpp"
+
+namespace quillmere {
+
+struct JsonField;
+
+/// One JSON value as text, to be written to a client or to the desktop app. What is short is copied
+/// into it. What is long and came in a document stays where it is: the text refers to it, and
+/// shares the document until it is gone itself. Without white space, members in the order in which
+/// they were added. `/` and characters outside ASCII are never escaped.
+///
+/// Strings of ours must be UTF-8; everything that takes one throws `JsonError` when it is not.
+class JsonText {
+ public:
+  JsonText(std::nullptr_t = nullptr);
+  template <std::same_as<bool> Boolean>
+  JsonText(Boolean value) : JsonText(constant(value ? "true" : "false")) {}
+  template <std::integral Integer>
+  requires(!std::same_as<Integer, bool>) JsonText(Integer value) : copied(std::to_string(value)) {}
+  JsonText(std::string_view string);
+  JsonText(const std::string& string) : JsonText(std::string_view(string)) {}
+  JsonText(const char* string) : JsonText(std::string_view(string)) {}
+  JsonText(const JsonString& string) : JsonText(string.view()) {}
+  /// The bytes of the value as they came.
+  JsonText(const JsonValue& value);
+  JsonText(const JsonObject& object) : JsonText(object.asValue()) {}
+  /// An object. Keys must differ.
+  JsonText(std::initializer_list<JsonField> fields);
+
+  /// Without members, or without elements.
+  [[nodiscard]] static JsonText object();
+  [[nodiscard]] static JsonText array();
+  /// An array of what is in `elements`, each of which must be something that a text can be of.
+  template <typename Elements>
+  [[nodiscard]] static JsonText arrayOf(const Elements& elements) {
+    JsonText text = array();
+    for (const auto& element : elements) text.add(JsonText(element));
+    return text;
+  }
+
+  /// `json`, which must be a JSON text and live as long as the process.
+  [[nodiscard]] static JsonText constant(std::string_view json);
+
+  /// Adds a member to an object that was made here and has none under this key.
+  void set(std::string_view key, JsonText value);
+
+  /// Adds the members of `object` that count, with the bytes that came, but for those under the
+  /// keys in `except`.
+  void setMembersOf(const JsonObject& object, std::span<const std::string_view> except = {});
+
+  /// Adds an element to an array that was made here.
+  void add(JsonText element);
+
+  /// In bytes.
+  [[nodiscard]] std::size_t size() const;
+  /// The text, to be written one piece after the other. Views into this and what it refers to.
+  [[nodiscard]] std::vector<std::string_view> pieces() const&;
+  std::vector<std::string_view> pieces() const&& = delete;
+  /// The text as a whole, copied.
+  [[nodiscard]] std::string str() const;
+
+ private:
+  /// A run of text that stays where it is, and the place in the copied text that it belongs to.
+  struct Run {
+    std::size_t at;
+    std::string_view text;
+    /// Null for a run that lives as long as the process.
+    std::shared_ptr<const JsonDocument> holder;
+  };
+
+  /// Takes the closing bracket off and adds the comma, if one is needed, before what comes next.
+  void open(char bracket);
+  void append(std::string_view json, std::shared_ptr<const JsonDocument> holder);
+  void append(JsonText value);
+  void appendString(std::string_view string);
+
+  std::string copied;
+  std::vector<Run> runs;
+};
+
+/// A member of a text that is being made.
+struct JsonField {
+  std::string_view key;
+  JsonText value;
+};
+
+/// The value as JSON text for a human reader: one member a line, two blanks a level, keys sorted by
+/// their bytes and each once. Throws `std::bad_alloc`.
+[[nodiscard]] std::string indentedJson(const JsonValue& value);
+
+}  // namespace quillmere

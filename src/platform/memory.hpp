@@ -1,0 +1,29 @@
+// How the process takes memory from the system and gives it back: all there is to know about it is
+// in this file and its source.
+#pragma once
+
+#include <cstddef>
+
+namespace quillmere {
+
+/// Sets up the allocator for a program that now and then needs much memory for a moment. Call once,
+/// at start.
+void tuneAllocator();
+
+/// A piece of memory, taken by `resizeBlock` and owned by whoever holds it. Empty at first.
+struct MemoryBlock {
+  void* start = nullptr;
+  /// How many bytes may be used, at least as many as were asked for.
+  std::size_t bytes = 0;
+};
+
+/// Makes `block` at least `bytes` large; what was in it stays, at another place as a rule. Large
+/// blocks are taken from those that were released lately, if one is large enough. Thread-safe.
+/// Throws `std::bad_alloc`, with `block` as it was.
+void resizeBlock(MemoryBlock& block, std::size_t bytes);
+
+/// Gives the memory back. A large block is kept for a second, for whoever needs one of its size,
+/// and then goes back to the system. Thread-safe.
+void releaseBlock(MemoryBlock block) noexcept;
+
+}  // namespace quillmere
