@@ -15,17 +15,17 @@ constexpr std::size_t stackBytes = 1'048'576;
 }  // namespace
 
 bool WorkerPool::submit(std::function<void()> task) {
-  bool isThreadIdle = false;
   {
     const std::lock_guard hold(lock);
     _tasks.push_back(std::move(task));
-    // Each task that waits has an idle thread of its own.
-    isThreadIdle = _tasks.size() <= _idle;
-  }
-  if (isThreadIdle) {
-    // With the lock free, so that the thread does not wake up only to wait for it.
-    taskWaits.notify_one();
-    return true;
+    // The one that slept last, so that those that a burst of tasks has left end in time. Woken with
+    // the lock held: it may end, and with it what is notified here, as soon as it has the lock.
+    if (Worker* const last = _lastIdle) {
+      takeOut(*last);
+      last->_isCalled = true;
+      last->wakes.notify_one();
+      return true;
+    }
   }
   if (startThread()) return true;
 
@@ -54,13 +54,13 @@ void* WorkerPool::workerMain(void* pool) {
 }
 
 void WorkerPool::work() {
+  Worker self;
   std::unique_lock hold(lock);
   for (;;) {
     if (_tasks.empty()) {
-      ++_idle;
-      const bool found = taskWaits.wait_for(hold, idleLife, [this] { return !_tasks.empty(); });
-      --_idle;
-      if (!found) break;
+      if (!isCalledInTime(self, hold)) break;
+      // A worker that has just ended its task may have been quicker.
+      continue;
     }
     auto task = std::move(_tasks.front());
     _tasks.pop_front();
@@ -69,6 +69,22 @@ void WorkerPool::work() {
     task = nullptr;
     hold.lock();
   }
+}
+
+bool WorkerPool::isCalledInTime(Worker& self, std::unique_lock<std::mutex>& hold) {
+  self._isCalled = false;
+  self._above = nullptr;
+  self._below = _lastIdle;
+  if (_lastIdle != nullptr) _lastIdle->_above = &self;
+  _lastIdle = &self;
+  if (self.wakes.wait_for(hold, idleLife, [&] { return self._isCalled; })) return true;
+  takeOut(self);
+  return false;
+}
+
+void WorkerPool::takeOut(const Worker& idle) {
+  (idle._above != nullptr ? idle._above->_below : _lastIdle) = idle._below;
+  if (idle._below != nullptr) idle._below->_above = idle._above;
 }
 
 }  // namespace quillmere

@@ -10,9 +10,9 @@
 
 namespace quillmere {
 
-/// Runs tasks on threads of its own: on an idle one when there is one, else on a new one, so that
-/// no task ever waits for another to end. A thread that finds nothing to do for a while ends.
-/// Threads are never joined: a pool must live until the process ends.
+/// Runs tasks on threads of its own: on the one that became idle last, or on a new one when none is
+/// idle, so that no task ever waits for another to end. A thread that finds nothing to do for a
+/// while ends. Threads are never joined: a pool must live until the process ends.
 class WorkerPool {
  public:
   WorkerPool() = default;
@@ -27,14 +27,25 @@ class WorkerPool {
  private:
   static constexpr std::chrono::seconds idleLife{2};
 
+  /// One thread, on its own stack. While idle it stands on top of those that were so before.
+  struct Worker {
+    std::condition_variable wakes;
+    bool _isCalled = false;
+    Worker* _above = nullptr;
+    Worker* _below = nullptr;
+  };
+
   bool startThread();
   void work();
+  /// Sleeps until there may be a task; false when it has slept through its idle life.
+  bool isCalledInTime(Worker& self, std::unique_lock<std::mutex>& hold);
+  /// With the lock held.
+  void takeOut(const Worker& idle);
   static void* workerMain(void* pool);
 
   std::mutex lock;
-  std::condition_variable taskWaits;
   std::deque<std::function<void()>> _tasks;
-  std::size_t _idle = 0;
+  Worker* _lastIdle = nullptr;
 };
 
 }  // namespace quillmere
