@@ -157,19 +157,6 @@ TEST(Json, ObjectsWithManyMembersKeepOrderAndTheLastOfEqualKeys) {
   EXPECT_EQ(rewritten(text->root()).str(), "{" + members("\":1,") + R"("k":{"k1":2},"":null})");
 }
 
-TEST(Json, MembersAreFoundByKeyAndType) {
-  const JsonObject object = json(R"({"s":"\u0073","a":[],"o":{},"n":1,"b":false,"z":null})");
-  EXPECT_EQ(object.findString("s").value(), "s");
-  EXPECT_EQ(object.findArray("a").value().size(), 0);
-  EXPECT_TRUE(object.findObject("o").value().empty());
-  EXPECT_EQ(object.findNumber("n").value().text(), "1");
-  EXPECT_EQ(object.findBoolean("b"), false);
-  EXPECT_TRUE(object.find("z").value().isNull());
-  EXPECT_FALSE(object.findString("n") || object.findArray("o") || object.findObject("a") ||
-               object.findNumber("b") || object.findBoolean("n") || object.find("y"));
-  EXPECT_TRUE(JsonObject().empty() && parseJson("[1]")->object().empty());
-}
-
 TEST(Json, NumbersAreReadWhateverTheirSpelling) {
   struct NumberCase {
     std::string_view text;

@@ -48,6 +48,20 @@ bool isSpaceOrLineBreak(utf8proc_int32_t point) {
   }
 }
 
+/// `point`, or for one that Unicode has reserved for later another one that breaks as it will:
+/// emoji newer than the library are joined as its older ones are.
+utf8proc_int32_t breakingAlike(utf8proc_int32_t point) {
+  if (point < 0x2065 || utf8proc_category(point) != UTF8PROC_CATEGORY_CN) return point;
+  const auto isWithin = [&](utf8proc_int32_t first, utf8proc_int32_t last) {
+    return point >= first && point <= last;
+  };
+  constexpr utf8proc_int32_t pictograph = 0x1F4F1;
+  constexpr utf8proc_int32_t control = 0x200B;
+  if (isWithin(0x1F000, 0x1FAFF) || isWithin(0x1FC00, 0x1FFFD)) return pictograph;
+  if (point == 0x2065 || isWithin(0xFFF0, 0xFFF8) || isWithin(0xE0000, 0xE0FFF)) return control;
+  return point;
+}
+
 /// How many bytes at the start are ASCII, looked at eight at a time while there are eight.
 std::size_t asciiRun(std::string_view text) {
   constexpr std::uint64_t highBits = 0x8080808080808080U;
@@ -224,10 +238,11 @@ bool hasMoreCharactersThan(std::string_view text, std::size_t count) {
   utf8proc_int32_t state = 0;
   while (!text.empty()) {
     const CodePoint point = firstCodePoint(text);
-    if (characters == 0 || utf8proc_grapheme_break_stateful(previous, point.value, &state)) {
+    const utf8proc_int32_t next = breakingAlike(point.value);
+    if (characters == 0 || utf8proc_grapheme_break_stateful(previous, next, &state)) {
       if (++characters > count) return true;
     }
-    previous = point.value;
+    previous = next;
     text.remove_prefix(point.length);
   }
   return false;
