@@ -1,5 +1,5 @@
-# The libraries behind src/platform. Boost.JSON and utf8proc are linked statically: a shared library
-# costs start-up time in a program that starts once per AI client.
+# The libraries behind src/platform. They are linked statically: a shared library costs start-up time in
+# a program that starts once per AI client.
 find_package(Threads REQUIRED)
 set(Boost_USE_STATIC_LIBS ON)
 find_package(boost_json 1.81 REQUIRED CONFIG)
@@ -15,11 +15,8 @@ add_library(quillmere_property_lists INTERFACE)
 if(APPLE)
   target_link_libraries(quillmere_property_lists INTERFACE "-framework CoreFoundation")
 else()
-  find_path(PLIST_INCLUDE_DIR plist/plist.h REQUIRED)
-  find_library(PLIST_LIBRARY NAMES plist-2.0 REQUIRED)
-  target_include_directories(quillmere_property_lists SYSTEM INTERFACE ${PLIST_INCLUDE_DIR})
-  # Not linked: src/platform/property_list.cpp loads it by its name and version when it is needed.
-  file(REAL_PATH ${PLIST_LIBRARY} plist_file)
-  string(REGEX MATCH "[^/]+\\.so\\.[0-9]+" plist_name ${plist_file})
-  target_compile_definitions(quillmere_property_lists INTERFACE QUILLMERE_LIBPLIST="${plist_name}")
+  find_path(EXPAT_INCLUDE_DIR expat.h REQUIRED)
+  find_library(EXPAT_LIBRARY NAMES libexpat.a expat REQUIRED)
+  target_include_directories(quillmere_property_lists SYSTEM INTERFACE ${EXPAT_INCLUDE_DIR})
+  target_link_libraries(quillmere_property_lists INTERFACE ${EXPAT_LIBRARY})
 endif()

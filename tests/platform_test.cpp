@@ -32,6 +32,13 @@ std::string xml(std::string_view content) {
          std::string(content) + "</plist>\n";
 }
 
+/// ASCII text as UTF-16, the high byte of each unit first or last, with a mark before it.
+std::string utf16(std::string_view text, bool isHighFirst) {
+  std::string units = isHighFirst ? "\xFE\xFF" : "\xFF\xFE";
+  for (const char c : text) units += isHighFirst ? std::string{'\0', c} : std::string{c, '\0'};
+  return units;
+}
+
 std::string dictionary(std::string_view content) {
   return xml("<dict>" + std::string(content) + "</dict>");
 }
@@ -87,27 +94,52 @@ TEST(PropertyList, GivesTheStringUnderAKeyOfTheTopDictionary) {
   const std::string found = "<key>K</key><string>a.b</string>";
   const ListCase cases[] = {
       {"XML", dictionary("<key>Other</key><true/>" + found), "a.b"},
-      {"XML with an entity", dictionary("<key>K</key><string>a&amp;b</string>"), "a&b"},
-      {"an empty string", dictionary("<key>K</key><string></string>"), ""},
-      {"among hundreds of keys", dictionary(times(500, "<key>k</key><true/>") + found), "a.b"},
+      {"XML without a head", "<plist><dict>" + found + "</dict></plist>", "a.b"},
+      {"UTF-8 with a mark", "\xEF\xBB\xBF" + dictionary(found), "a.b"},
+      {"UTF-16, big end first, that calls itself UTF-8", utf16(dictionary(found), true), "a.b"},
+      {"UTF-16, little end first", utf16("<plist><dict>" + found + "</dict></plist>", false),
+       "a.b"},
+      {"pieces of all kinds",
+       dictionary("<key><![CDATA[K]]></key><string>a&amp;<!-- x -->&#98;<![CDATA[<c]]>为</string>"),
+       "a&b<c为"},
+      {"an empty string", dictionary("<key>K</key><string/>"), ""},
+      {"the last of a repeated key", dictionary("<key>K</key><array/>" + found), "a.b"},
+      {"up to the limit",
+       dictionary(times(maxPropertyListBytes / 19 - 20, "<key>k</key><true/>") + found), "a.b"},
+      {"nested deep",
+       dictionary("<key>k</key>" + times(250'000, "<array>") + times(250'000, "</array>") + found),
+       "a.b"},
       {"binary", binaryMember(longText), "CFBundleIdentifier"},
       {"binary, of 16-bit characters", binaryMember("\x63\0a\x4E\x3A\0b"s), "a为b"},
       {"binary, endless when unfolded", unfoldingList(), "a.b"},
       {"a number", dictionary("<key>K</key><integer>5</integer>")},
+      {"a number that comes later", dictionary(found + "<key>K</key><integer>5</integer>")},
       {"no such key", dictionary("<key>k</key><string>a</string>")},
+      {"a key without a value", dictionary("<key>K</key>")},
+      {"a key in place of a value", dictionary("<key>k</key>" + found + "<true/>")},
+      {"a value without a key", dictionary("<true/>" + found)},
+      {"an element in the string", dictionary("<key>K</key><string>a.b<true/></string>")},
       {"the key one level down", dictionary("<key>D</key><dict>" + found + "</dict>")},
       {"an array at the top", xml("<array><string>K</string></array>")},
       {"nothing at the top", xml("")},
+      {"two at the top", xml("<dict>" + found + "</dict><dict/>")},
+      {"a list in a list", xml("<plist><dict>" + found + "</dict></plist>")},
+      {"no list", "<html><dict>" + found + "</dict></html>"},
       {"bytes that are no UTF-8", dictionary("<key>K</key><string>\xFF</string>")},
+      {"a NUL", dictionary("<key>K</key><string>a.b\0</string>"s)},
+      {"a NUL that is written out", dictionary("<key>K</key><string>a.b&#0;</string>")},
+      {"an entity declared elsewhere", dictionary("<key>K</key><string>a.b&x;</string>")},
+      {"an entity of its own, though unused",
+       "<!DOCTYPE plist [<!ENTITY x \"y\">]><plist><dict>" + found + "</dict></plist>"},
+      {"an attribute of its own",
+       "<!DOCTYPE plist [<!ATTLIST dict x CDATA \"y\">]><plist><dict>" + found + "</dict></plist>"},
       {"binary, a number", binaryMember("\x10\5")},
       {"binary, half a surrogate pair", binaryMember("\x61\xD8\x01")},
       {"binary, a header alone", "bplist00"},
       {"no data", ""},
       {"JSON", R"({"K":"a"})"},
       {"XML cut off", dictionary(found).substr(0, 200)},
-      {"nested deep",
-       dictionary("<key>k</key>" + times(10'000, "<array>") + times(10'000, "</array>") + found)},
-      {"nested deep, within the limit", xml(times(4'000, "<array>"))},
+      {"what is no XML after it", dictionary(found) + "<"},
       {"more than is read", dictionary(found + "<!--" + times(maxPropertyListBytes, "x") + "-->")},
   };
   for (const auto& [name, data, value] : cases) {

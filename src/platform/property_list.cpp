@@ -1,12 +1,11 @@
 #include "platform/property_list.hpp"
 
-#include <dlfcn.h>
-#include <plist/plist.h>
+#include <expat.h>
 
-#include <algorithm>
-#include <cstdint>
-#include <cstdlib>
 #include <memory>
+#include <new>
+#include <type_traits>
+#include <utility>
 
 #include "platform/binary_property_list.hpp"
 #include "platform/text.hpp"
@@ -15,75 +14,121 @@ namespace quillmere {
 
 namespace {
 
-/// The functions of libplist that are used here. The library is loaded when the first XML list is
-/// read, which most processes never do: linked to the program, it and what it needs in turn took a
-/// quarter of the time that the program needs to start.
-struct Library {
-  decltype(&plist_from_xml) fromXml = nullptr;
-  decltype(&plist_get_node_type) nodeType = nullptr;
-  decltype(&plist_dict_get_item) dictionaryItem = nullptr;
-  decltype(&plist_get_string_ptr) stringPointer = nullptr;
-  decltype(&plist_free) free = nullptr;
+/// Follows the elements of one list in XML as they come, and keeps of them the string under one key
+/// of the dictionary at the top.
+class XmlReader {
+ public:
+  /// `wantedKey` must outlive this.
+  explicit XmlReader(std::string_view wantedKey) : wanted(wantedKey) {}
 
-  /// The one library of the process, or null when the system has none. Thread-safe.
-  static const Library* get() {
-    static const std::optional<Library> library = load();
-    return library ? &*library : nullptr;
+  std::optional<std::string> stringIn(std::string_view data) {
+    // A byte order mark goes before what the list says of its encoding.
+    const bool isMarkedUtf16 = data.starts_with("\xFE\xFF") || data.starts_with("\xFF\xFE");
+    const std::unique_ptr<std::remove_pointer_t<XML_Parser>, decltype(&XML_ParserFree)> owner(
+        XML_ParserCreate(isMarkedUtf16 ? "UTF-16" : nullptr), XML_ParserFree);
+    parser = owner.get();
+    if (parser == nullptr) throw std::bad_alloc();
+    XML_SetUserData(parser, this);
+    XML_SetElementHandler(
+        parser, [](void* self, const char* name, const char**) { of(self).startElement(name); },
+        [](void* self, const char*) { of(self).endElement(); });
+    XML_SetCharacterDataHandler(parser, [](void* self, const char* piece, int length) {
+      of(self).addText({piece, static_cast<std::size_t>(length)});
+    });
+    refuseDeclarations();
+
+    const auto status = XML_Parse(parser, data.data(), static_cast<int>(data.size()), XML_TRUE);
+    if (isOutOfMemory || XML_GetErrorCode(parser) == XML_ERROR_NO_MEMORY) throw std::bad_alloc();
+    return status == XML_STATUS_OK ? std::move(value) : std::nullopt;
   }
 
  private:
-  static std::optional<Library> load() {
-    void* handle = ::dlopen(QUILLMERE_LIBPLIST, RTLD_NOW | RTLD_LOCAL);
-    if (handle == nullptr) return std::nullopt;
-    Library library;
-    const bool complete = find(handle, "plist_from_xml", library.fromXml) &&
-                          find(handle, "plist_get_node_type", library.nodeType) &&
-                          find(handle, "plist_dict_get_item", library.dictionaryItem) &&
-                          find(handle, "plist_get_string_ptr", library.stringPointer) &&
-                          find(handle, "plist_free", library.free);
-    return complete ? std::optional(library) : std::nullopt;
+  static XmlReader& of(void* self) { return *static_cast<XmlReader*>(self); }
+
+  /// Entities and attributes that a list declares may unfold into any length, and of entities that
+  /// are declared elsewhere nothing is known: no list needs either. What a DOCTYPE refers to is not
+  /// loaded.
+  void refuseDeclarations() {
+    XML_SetEntityDeclHandler(
+        parser, [](void* self, const char*, int, const char*, int, const char*, const char*,
+                   const char*, const char*) { of(self).refuse(); });
+    XML_SetAttlistDeclHandler(parser, [](void* self, const char*, const char*, const char*,
+                                         const char*, int) { of(self).refuse(); });
+    XML_SetSkippedEntityHandler(parser, [](void* self, const char*, int) { of(self).refuse(); });
   }
 
-  template <typename Function>
-  static bool find(void* handle, const char* name, Function& function) {
-    function = reinterpret_cast<Function>(::dlsym(handle, name));
-    return function != nullptr;
+  void refuse() { XML_StopParser(parser, XML_FALSE); }
+
+  void startElement(std::string_view name) {
+    if (depth == 0 && name == "plist" && !isInsidePlist) {
+      isInsidePlist = true;
+      return;
+    }
+    const bool isWanted = depth == 1 && !isKeyNext && key == wanted;
+    switch (depth) {
+      case 0:
+        if (name != "dict" || hasTop) refuse();
+        hasTop = true;
+        break;
+      case 1:
+        if ((name == "key") != isKeyNext) refuse();
+        // The last of a repeated key counts, whatever its value is.
+        if (isWanted) value.reset();
+        isTextKept = isKeyNext || (isWanted && name == "string");
+        text.clear();
+        break;
+      default:
+        if (isTextKept) refuse();
+    }
+    ++depth;
   }
+
+  void endElement() {
+    // The end of `plist` itself.
+    if (depth == 0) return;
+    --depth;
+    if (depth == 0 && !isKeyNext) refuse();
+    if (depth != 1) return;
+    if (isKeyNext) {
+      key.swap(text);
+    } else if (isTextKept) {
+      value.emplace().swap(text);
+    }
+    isTextKept = false;
+    isKeyNext = !isKeyNext;
+  }
+
+  /// No exception may pass through the library, which is written in C.
+  void addText(std::string_view piece) noexcept {
+    if (!isTextKept) return;
+    try {
+      text += piece;
+    } catch (const std::bad_alloc&) {
+      isOutOfMemory = true;
+      refuse();
+    }
+  }
+
+  const std::string_view wanted;
+  XML_Parser parser = nullptr;
+  /// How many elements are open, `plist` apart.
+  std::size_t depth = 0;
+  bool isInsidePlist = false;
+  bool hasTop = false;
+  bool isKeyNext = true;
+  bool isTextKept = false;
+  bool isOutOfMemory = false;
+  std::string text;
+  std::string key;
+  std::optional<std::string> value;
 };
-
-/// The time that the library takes grows with the square of how many tags and entities there are,
-/// and the stack that it takes with how deep they are nested. An Info.plist has some hundred.
-constexpr std::size_t maxXmlMarks = 4'096;
-
-std::optional<std::string> xmlPropertyListString(std::string_view data, std::string_view key) {
-  const auto isMark = [](char c) { return c == '<' || c == '&'; };
-  if (static_cast<std::size_t>(std::ranges::count_if(data, isMark)) > maxXmlMarks) {
-    return std::nullopt;
-  }
-  constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
-  if (data.starts_with(byteOrderMark)) data.remove_prefix(byteOrderMark.size());
-
-  const Library* library = Library::get();
-  if (library == nullptr) return std::nullopt;
-  plist_t parsed = nullptr;
-  library->fromXml(data.data(), static_cast<std::uint32_t>(data.size()), &parsed);
-  const std::unique_ptr<void, decltype(&plist_free)> list(parsed, library->free);
-  if (!list || library->nodeType(list.get()) != PLIST_DICT) return std::nullopt;
-  plist_t value = library->dictionaryItem(list.get(), std::string(key).c_str());
-  if (value == nullptr || library->nodeType(value) != PLIST_STRING) return std::nullopt;
-
-  // Not plist_get_string_val: it aborts the process over a string that holds a NUL.
-  std::uint64_t length = 0;
-  const char* text = library->stringPointer(value, &length);
-  return text == nullptr ? std::nullopt : std::optional<std::string>(std::in_place, text, length);
-}
 
 }  // namespace
 
 std::optional<std::string> propertyListString(std::string_view data, std::string_view key) {
   if (data.empty() || data.size() > maxPropertyListBytes) return std::nullopt;
   auto text = isBinaryPropertyList(data) ? binaryPropertyListString(data, key)
-                                         : xmlPropertyListString(data, key);
+                                         : XmlReader(key).stringIn(data);
   return text && isUtf8(*text) ? text : std::nullopt;
 }
 

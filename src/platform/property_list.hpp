@@ -8,11 +8,12 @@
 namespace quillmere {
 
 /// Largest property list that is read, in bytes. An Info.plist holds a few kilobytes.
-inline constexpr std::size_t maxPropertyListBytes = 131'072;
+inline constexpr std::size_t maxPropertyListBytes = 4'194'304;
 
 /// The string under `key` in the dictionary that `data` holds, as XML or binary property list.
 /// Nothing when `data` is no property list, its top is no dictionary, or the value is missing or no
-/// string of valid Unicode. Hostile data costs a few milliseconds at most. Thread-safe.
+/// string of valid Unicode. Time and memory are linear in the size of `data`, whatever it holds.
+/// Thread-safe. Throws `std::bad_alloc`.
 [[nodiscard]] std::optional<std::string> propertyListString(std::string_view data,
                                                             std::string_view key);
 

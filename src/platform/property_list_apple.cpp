@@ -2,7 +2,6 @@
 
 #include <memory>
 #include <type_traits>
-#include <vector>
 
 #include "platform/property_list.hpp"
 
@@ -33,11 +32,17 @@ std::optional<std::string> propertyListString(std::string_view data, std::string
       CFDictionaryGetValue(static_cast<CFDictionaryRef>(list.get()), name.get()));
   if (value == nullptr || CFGetTypeID(value) != CFStringGetTypeID()) return std::nullopt;
 
-  const CFIndex most =
-      CFStringGetMaximumSizeForEncoding(CFStringGetLength(value), kCFStringEncodingUTF8) + 1;
-  std::vector<char> text(static_cast<std::size_t>(most));
-  if (!CFStringGetCString(value, text.data(), most, kCFStringEncodingUTF8)) return std::nullopt;
-  return std::string(text.data());
+  // Not as a C string: a NUL would end it, and "a" is another app than "a\0b".
+  const CFRange whole = CFRangeMake(0, CFStringGetLength(value));
+  const CFIndex most = CFStringGetMaximumSizeForEncoding(whole.length, kCFStringEncodingUTF8);
+  std::string text(static_cast<std::size_t>(most), '\0');
+  CFIndex used = 0;
+  if (CFStringGetBytes(value, whole, kCFStringEncodingUTF8, 0, false,
+                       reinterpret_cast<UInt8*>(text.data()), most, &used) != whole.length) {
+    return std::nullopt;
+  }
+  text.resize(static_cast<std::size_t>(used));
+  return text;
 }
 
 }  // namespace quillmere
