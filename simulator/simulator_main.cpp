@@ -37,7 +37,7 @@ void complain(std::string_view text) {
 std::string appSocketPath() {
   const std::string folder =
       "/" + std::string(preferredAppGroup("com.tallowbrook.wickfern").value()) + "/";
-  const auto candidates = socketCandidates();
+  const auto candidates = socketCandidates(std::nullopt);
   return *std::ranges::find_if(
       candidates, [&](const auto& path) { return path.find(folder) != std::string::npos; });
 }

@@ -111,14 +111,9 @@ TEST(Doctor, SaysNothingThatWouldNotBeUtf8) {
 /// A copy of the program inside an app of its own, in a home of its own.
 struct Bundle : testing::Test {
   TemporaryHome home;
-  const fs::path contents = home.path() + "/Q.app/Contents";
-  const fs::path server = contents / "MacOS/server";
+  const fs::path server = serverInsideApp(home, release);
+  const fs::path contents = server.parent_path().parent_path();
   const std::string infoPath = contents / "Info.plist";
-
-  Bundle() {
-    fs::create_directories(server.parent_path());
-    fs::copy_file(QUILLMERE_SERVER, server);
-  }
 };
 
 TEST_F(Bundle, NamesTheGroupToLookInFirst) {
@@ -129,7 +124,6 @@ TEST_F(Bundle, NamesTheGroupToLookInFirst) {
 }
 
 TEST_F(Bundle, IsFoundUnderWhateverNameItsProgramWasStarted) {
-  home.write(infoPath, infoPlist(release));
   home.write("Other.app/Contents/Info.plist", infoPlist("com.example.other"));
   linkTo(server, home.path() + "/link");
   linkTo(contents / "MacOS", home.path() + "/folder");

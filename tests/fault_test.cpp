@@ -14,11 +14,9 @@
 #include <thread>
 
 #include "platform/process.hpp"
-#include "simulator/server_process.hpp"
 #include "support/desktop_app.hpp"
 #include "support/fault_order.hpp"
-#include "support/json.hpp"
-#include "support/temporary_home.hpp"
+#include "support/running_server.hpp"
 
 namespace quillmere {
 namespace {
@@ -111,7 +109,12 @@ const Fault faults[] = {
     {"making a pipe", Call::pipe, {EMFILE, ENFILE}, works},
     {"writing", Call::write, {EPIPE, EIO, ENOSPC}, ends},
     {"waiting to write", Call::write, {EINTR, EAGAIN, shortCount}, works},
+    {"opening the property list", Call::open, {EMFILE, ENFILE, ENOMEM, EIO, EINTR}, noSocket},
+    {"looking at the property list", Call::fileStatus, {EIO, ENOMEM}, noSocket},
+    {"reading the property list", Call::readFile, {EIO, ENOMEM}, noSocket},
+    {"reading it in pieces", Call::readFile, {EINTR, shortCount}, works},
     {"looking for the app", Call::linkStatus, {EACCES, ENOENT}, notFound},
+    {"failing to look for the app", Call::linkStatus, {EIO, ENOMEM}, noSocket},
     {"making a socket", Call::socket, {EMFILE, ENFILE, ENOBUFS}, noSocket},
     {"connecting", Call::connect, {ECONNREFUSED, EAGAIN, EINTR}, notReached},
     {"waiting for a late connect", Call::poll, {EINTR}, notReached, true},
@@ -127,14 +130,18 @@ const Fault faults[] = {
 
 using Transcript = std::vector<std::string>;
 
-class FaultInjection : public testing::TestWithParam<Fault> {
- protected:
-  static constexpr int once = 1;
-  /// More often than a script makes any call, but not for ever: what repeats its call goes on.
-  static constexpr int fromThenOn = 1'000;
-  static inline int faultsInjected = 0;
+constexpr std::string_view releasedApp = "com.tallowbrook.wickfern";
+constexpr int once = 1;
+/// More often than a script makes any call, but not for ever: what repeats its call goes on.
+constexpr int fromThenOn = 1'000;
 
-  FaultInjection() {
+/// The server inside the released app, and what gives it orders to fail.
+struct ServerUnderOrders : testing::Test {
+  TemporaryHome home;
+  const std::string program = serverInsideApp(home, releasedApp);
+  FaultOrder* order = nullptr;
+
+  ServerUnderOrders() {
     const std::string path = home.write("order", std::string(sizeof(FaultOrder), '\0'));
     const Descriptor file(::open(path.c_str(), O_RDWR | O_CLOEXEC));
     order = static_cast<FaultOrder*>(
@@ -146,13 +153,19 @@ class FaultInjection : public testing::TestWithParam<Fault> {
     ::setenv("ASAN_OPTIONS", "verify_asan_link_order=0", 1);
     ::setenv("TSAN_OPTIONS", "atexit_sleep_ms=0", 1);
   }
+};
+
+class FaultInjection : public ServerUnderOrders, public testing::WithParamInterface<Fault> {
+ protected:
+  static inline int faultsInjected = 0;
+
   static void SetUpTestSuite() { prepareProcess(); }
   static void TearDownTestSuite() { std::cout << faultsInjected << " faults injected\n"; }
 
   /// Everything that a new server says to a script, to a call after it without a fault, and to the
   /// end. What it must keep to whatever it says is checked here.
   Transcript transcriptOf(const Script& script) {
-    const DesktopApp app(home.debugSocket(), [](const AppConnection& connection) {
+    const DesktopApp app(home.releaseSocket(), [](const AppConnection& connection) {
       if (const auto request = connection.receive()) {
         const bool isLarge = *request->object().findString("taskId") == "large";
         connection.answer({{"ok", true}, {"text", isLarge ? largeText : "small"}});
@@ -236,11 +249,11 @@ class FaultInjection : public testing::TestWithParam<Fault> {
     if (script.input == Input::file) {
       const std::string file = home.write("input", script.wire);
       return {.program = "/bin/sh",
-              .arguments = {"-c", "exec \"$0\" <\"$1\"", QUILLMERE_SERVER, file},
+              .arguments = {"-c", "exec \"$0\" <\"$1\"", program, file},
               .home = home.path()};
     }
     return {
-        .program = QUILLMERE_SERVER,
+        .program = program,
         .home = home.path(),
         .streams = script.input == Input::pipe ? ChildStreams::pipes : ChildStreams::socketPairs};
   }
@@ -267,7 +280,7 @@ class FaultInjection : public testing::TestWithParam<Fault> {
   [[nodiscard]] std::string errorFor(const Script& script, int error) const {
     const Fault& fault = GetParam();
     std::string text(fault.outcome);
-    for (const auto& [name, value] : {std::pair("SOCKET", home.debugSocket()),
+    for (const auto& [name, value] : {std::pair("SOCKET", home.releaseSocket()),
                                       std::pair("ERROR", std::generic_category().message(error))}) {
       if (const auto at = text.find(name); at != std::string::npos) {
         text.replace(at, std::string_view(name).size(), value);
@@ -278,9 +291,6 @@ class FaultInjection : public testing::TestWithParam<Fault> {
     return R"({"jsonrpc":"2.0","id":)" + std::string(id) + R"(,"error":{"code":)" +
            text.substr(0, blank) + R"(,"message":")" + text.substr(blank + 1) + "\"}}";
   }
-
-  TemporaryHome home;
-  FaultOrder* order = nullptr;
 };
 
 TEST_P(FaultInjection, IsAnsweredOrSurvivedOrEndsTheProcess) {
@@ -300,6 +310,44 @@ TEST_P(FaultInjection, IsAnsweredOrSurvivedOrEndsTheProcess) {
     }
   }
   EXPECT_GT(faultsInjected, injectedBefore) << "no script makes this call";
+}
+
+TEST_F(ServerUnderOrders, ReportsAllTheSameWhenItCannotTellWhichAppIsItsOwn) {
+  const DesktopApp app(home.releaseSocket());
+  struct OrderCase {
+    std::string_view name;
+    Call call;
+    int error;
+    std::string_view identifier;
+    bool exists, isSocket;
+  };
+  const OrderCase cases[] = {
+      {"without a descriptor", Call::open, EMFILE, "null", true, true},
+      {"without knowing what is there", Call::linkStatus, EIO, "\"com.tallowbrook.wickfern\"", false,
+       false},
+  };
+  for (const auto& [name, call, error, identifier, exists, isSocket] : cases) {
+    SCOPED_TRACE(name);
+    order->error = error;
+    order->inARow = fromThenOn;
+    order->call = call;
+    const auto [output, status] =
+        runToEnd({.program = program, .arguments = {"--doctor"}, .home = home.path()});
+    order->call = Call::none;
+    EXPECT_EQ(0, status);
+    const JsonObject report = json(output);
+    EXPECT_EQ(identifier, report.find("bundledAppIdentifier")->text());
+    EXPECT_EQ("Could not create Quillmere MCP control socket.",
+              report.findString("socketError")->view());
+    const JsonArray candidates = report.findArray("socketCandidates").value();
+    EXPECT_EQ(3U, candidates.size());
+    // The released app's, with its own app known or not.
+    const JsonObject candidate =
+        (*std::next(candidates.begin(), identifier == "null" ? 1 : 0)).asObject().value();
+    EXPECT_EQ(exists, candidate.findBoolean("exists"));
+    EXPECT_EQ(isSocket, candidate.findBoolean("isSocket"));
+    EXPECT_EQ(home.releaseSocket(), candidate.findString("path")->view());
+  }
 }
 
 std::string testName(const testing::TestParamInfo<Fault>& info) {

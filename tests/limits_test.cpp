@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -35,12 +36,17 @@ const std::string_view cannotBeLimited =
 const std::string succeeded = "Quillmere tool call succeeded.";
 const std::string pong = R"({"jsonrpc":"2.0","id":"ping","result":{}})";
 
+/// Whether a limit can be put up again by the process that it holds for.
+enum class Limit { soft, hard };
+
 /// Sets what a process, or with 0 this one, may have of a resource. Returns what it was before, or
 /// nothing when it can't be set.
-[[nodiscard]] std::optional<rlim_t> limit(pid_t process, __rlimit_resource resource, rlim_t most) {
+[[nodiscard]] std::optional<rlim_t> limit(pid_t process, __rlimit_resource resource, rlim_t most,
+                                          Limit kind = Limit::soft) {
   rlimit before{};
   if (::prlimit(process, resource, nullptr, &before) != 0) return std::nullopt;
-  const rlimit after{.rlim_cur = most, .rlim_max = std::max(before.rlim_max, most)};
+  const rlim_t hardest = kind == Limit::hard ? most : std::max(before.rlim_max, most);
+  const rlimit after{.rlim_cur = most, .rlim_max = hardest};
   if (::prlimit(process, resource, &after, nullptr) != 0) return std::nullopt;
   return before.rlim_cur;
 }
@@ -59,6 +65,8 @@ std::string largestAnswer() {
 }
 
 struct Limits : RunningServer {
+  using RunningServer::RunningServer;
+
   /// How often each text has come, and the ids that it came with.
   std::map<std::string, std::size_t> texts;
   std::set<std::string> ids;
@@ -82,7 +90,7 @@ TEST_F(Limits, CallsWithoutADescriptorFailAndTheOthersAreServed) {
   constexpr rlim_t descriptors = 24;
   constexpr std::size_t calls = 200;
   const DesktopApp app(home.releaseSocket());
-  ASSERT_TRUE(limit(server.processID(), RLIMIT_NOFILE, descriptors));
+  ASSERT_TRUE(limit(server.processID(), RLIMIT_NOFILE, descriptors, Limit::hard));
   std::size_t served = descriptors;
   for (rlim_t number = 0; number < descriptors; ++number) {
     const auto entry = folderOfProcess() + "/fd/" + std::to_string(number);
@@ -99,6 +107,39 @@ TEST_F(Limits, CallsWithoutADescriptorFailAndTheOthersAreServed) {
                 {"-32000 Could not create Quillmere MCP control socket.", calls - served}}),
             texts);
   expectAServedCall(app);
+}
+
+struct LimitsInsideAnApp : Limits {
+  LimitsInsideAnApp() : Limits("com.tallowbrook.wickfern") {}
+};
+
+TEST_F(LimitsInsideAnApp, NoCallReachesAnotherAppWhenDescriptorsAreShort) {
+  const std::size_t calls = isSanitized ? 1'000 : 10'000;
+  constexpr std::size_t atOnce = 64;
+  const DesktopApp app(home.releaseSocket());
+  std::atomic<int> strays = 0;
+  const DesktopApp other(home.debugSocket(), [&](const AppConnection& connection) {
+    ++strays;
+    static_cast<void>(connection.receive());
+    connection.answer({{"ok", true}});
+  });
+  ASSERT_TRUE(limit(server.processID(), RLIMIT_NOFILE, 24, Limit::hard));
+  std::size_t sent = 0;
+  for (std::size_t answered = 0; answered < calls;) {
+    for (; sent < calls && sent < answered + atOnce; ++sent) call(static_cast<std::int64_t>(sent));
+    if (const auto connection = app.acceptUnless(server.outputDescriptor())) {
+      EXPECT_TRUE(connection->receive());
+      connection->answer({{"ok", true}});
+    } else {
+      count(nextShort());
+      ++answered;
+    }
+  }
+  EXPECT_EQ(0, strays);
+  const std::size_t failed = texts["-32000 Could not create Quillmere MCP control socket."];
+  EXPECT_EQ(calls, texts[succeeded] + failed);
+  EXPECT_LT(calls / 20, texts[succeeded]);
+  EXPECT_LT(calls / 20, failed) << "descriptors were not short enough";
 }
 
 TEST_F(Limits, TwoThousandCallsWaitAtOnceAndAreAnsweredOrCancelled) {

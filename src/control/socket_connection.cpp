@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <system_error>
+#include <vector>
 
 #include "control/socket_discovery.hpp"
 #include "platform/file_system.hpp"
@@ -16,11 +17,9 @@ std::string description(int errorNumber) {
   return std::generic_category().message(errorNumber);
 }
 
-}  // namespace
-
-UnixSocket connectAppControlSocket() {
+UnixSocket connectToFirst(const std::vector<std::string>& candidates) {
   std::string failures;
-  for (const std::string& path : socketCandidates()) {
+  for (const std::string& path : candidates) {
     const PathKind kind = kindOfPath(path);
     if (kind == PathKind::nothing) continue;
 
@@ -42,6 +41,17 @@ UnixSocket connectAppControlSocket() {
   }
   if (failures.empty()) throw errors::controlSocketNotFound();
   throw errors::controlSocketUnreachable(failures);
+}
+
+}  // namespace
+
+UnixSocket connectAppControlSocket() {
+  try {
+    return connectToFirst(socketCandidates(bundledAppIdentifier(executablePath())));
+  } catch (const std::system_error&) {
+    // Not the next candidate: it may be another app's.
+    throw errors::noControlSocket();
+  }
 }
 
 std::string connectUnixSocket(const UnixSocket& socket, const std::string& path) {

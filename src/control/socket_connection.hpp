@@ -15,7 +15,8 @@ inline constexpr std::chrono::seconds transferTimeout{75};
 
 /// Connects to the first candidate that takes the connection. Candidates that do not exist are
 /// passed over; those that exist and fail are named in the error. Blocks up to `connectTimeout` a
-/// candidate. Thread-safe. Throws `MCPError` -32000.
+/// candidate. Thread-safe. Throws `MCPError` -32000, also when for want of a resource it can't be
+/// told which candidate is the right one.
 [[nodiscard]] UnixSocket connectAppControlSocket();
 
 /// Connects `socket`, a fresh one, to `path`, and makes it a blocking one. Returns the text of the

@@ -32,9 +32,9 @@ constexpr BundleGroup appGroupByBundleIdentifier[] = {
 
 constexpr std::string_view socketFileName = "qm-mcp.sock";
 
-std::vector<std::string_view> groupsInOrder() {
+std::vector<std::string_view> groupsInOrder(const std::optional<std::string>& bundleIdentifier) {
   std::vector<std::string_view> groups(appGroupIdentifiers.begin(), appGroupIdentifiers.end());
-  if (const auto preferred = preferredAppGroup(bundledAppIdentifier(executablePath()))) {
+  if (const auto preferred = preferredAppGroup(bundleIdentifier)) {
     std::stable_partition(groups.begin(), groups.end(),
                           [&](auto group) { return group == *preferred; });
   }
@@ -54,8 +54,8 @@ std::string executablePath() {
   static auto& resolved = *new Resolved;
   const std::lock_guard hold(resolved.lock);
   if (resolved._name != argumentZero()) {
+    resolved._path = withLinksResolved(std::filesystem::path(currentDirectory()) / argumentZero());
     resolved._name = argumentZero();
-    resolved._path = withLinksResolved(std::filesystem::path(currentDirectory()) / *resolved._name);
   }
   return resolved._path;
 }
@@ -78,14 +78,14 @@ std::optional<std::string_view> preferredAppGroup(
   return row == std::end(appGroupByBundleIdentifier) ? std::nullopt : std::optional(row->appGroup);
 }
 
-std::vector<std::string> socketCandidates() {
+std::vector<std::string> socketCandidates(const std::optional<std::string>& bundleIdentifier) {
   std::vector<std::string> candidates;
   const auto appendCandidate = [&](const std::filesystem::path& folder) {
     const std::string path = folder / socketFileName;
     if (std::ranges::find(candidates, path) == candidates.end()) candidates.push_back(path);
   };
   const std::filesystem::path library = std::filesystem::path(homeDirectory()) / "Library";
-  for (const std::string_view group : groupsInOrder()) {
+  for (const std::string_view group : groupsInOrder(bundleIdentifier)) {
     if (const auto container = appGroupContainer(group)) appendCandidate(*container);
     appendCandidate(library / "Group Containers" / group);
   }

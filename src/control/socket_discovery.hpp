@@ -1,4 +1,6 @@
-// Where the desktop app's control socket may be. Nothing here touches a socket.
+// Where the desktop app's control socket may be. Nothing here touches a socket. What asks the file
+// system throws `std::system_error` when that can't tell for want of a resource: a bundle that
+// can't be looked at now is still a bundle, and outside of it another app would come first.
 #pragma once
 
 #include <optional>
@@ -22,8 +24,10 @@ namespace quillmere {
 [[nodiscard]] std::optional<std::string_view> preferredAppGroup(
     const std::optional<std::string>& bundleIdentifier);
 
-/// The paths at which to look for the socket, best first, none twice: three to five of them.
-/// Whether anything is there is not looked at. Thread-safe.
-[[nodiscard]] std::vector<std::string> socketCandidates();
+/// The paths at which to look for the socket from inside the app `bundleIdentifier`, or outside of
+/// any, best first, none twice: three to five of them. Whether anything is there is not looked at.
+/// Thread-safe.
+[[nodiscard]] std::vector<std::string> socketCandidates(
+    const std::optional<std::string>& bundleIdentifier);
 
 }  // namespace quillmere

@@ -3,6 +3,7 @@
 #include <exception>
 #include <optional>
 #include <string>
+#include <system_error>
 #include <utility>
 
 #include "control/socket_connection.hpp"
@@ -20,10 +21,20 @@ JsonText textOrNull(const std::optional<Text>& text) {
   return text ? JsonText(*text) : nullptr;
 }
 
-JsonText candidateReports() {
+/// What `ask` answers, or nothing when the system lacks what it takes: the report goes on.
+template <typename Ask>
+auto answerOf(Ask ask) -> decltype(ask()) {
+  try {
+    return ask();
+  } catch (const std::system_error&) {
+    return {};
+  }
+}
+
+JsonText candidateReports(const std::optional<std::string>& bundleIdentifier) {
   JsonText reports = JsonText::array();
-  for (const std::string& path : socketCandidates()) {
-    const PathKind kind = kindOfPath(path);
+  for (const std::string& path : answerOf([&] { return socketCandidates(bundleIdentifier); })) {
+    const PathKind kind = answerOf([&] { return kindOfPath(path); });
     reports.add(JsonText{{"path", path},
                          {"exists", kind != PathKind::nothing},
                          {"isSocket", kind == PathKind::socket}});
@@ -46,10 +57,10 @@ std::optional<std::string> connectFailure() {
 }  // namespace
 
 JsonText doctorPayload() {
+  const auto identifier = answerOf([] { return bundledAppIdentifier(executablePath()); });
   // Before the connect test: a contact may make an app that is ending remove its socket.
-  JsonText candidates = candidateReports();
+  JsonText candidates = candidateReports(identifier);
   const auto failure = connectFailure();
-  const auto identifier = bundledAppIdentifier(executablePath());
   return JsonText{
       {"serverVersion", serverVersion},
       {"supportedProtocolVersions", JsonText::arrayOf(supportedProtocolVersions)},

@@ -16,6 +16,18 @@
 
 namespace quillmere {
 
+namespace {
+
+/// Throws when `error`, an error number, says that the system lacks something, and nothing of what
+/// is there.
+void requireResources(int error) {
+  for (const int want : {EMFILE, ENFILE, ENOMEM, EIO, EINTR}) {
+    if (error == want) throw std::system_error(error, std::generic_category());
+  }
+}
+
+}  // namespace
+
 std::string homeDirectory() {
   const char* home = std::getenv("HOME");
   if (home != nullptr && home[0] == '/') return home;
@@ -24,8 +36,8 @@ std::string homeDirectory() {
   std::array<char, longestEntry> text{};
   passwd entry{};
   passwd* found = nullptr;
-  if (getpwuid_r(getuid(), &entry, text.data(), text.size(), &found) == 0 && found != nullptr &&
-      found->pw_dir != nullptr && found->pw_dir[0] == '/') {
+  requireResources(getpwuid_r(getuid(), &entry, text.data(), text.size(), &found));
+  if (found != nullptr && found->pw_dir != nullptr && found->pw_dir[0] == '/') {
     return found->pw_dir;
   }
   return "/";
@@ -34,6 +46,7 @@ std::string homeDirectory() {
 std::string currentDirectory() {
   std::error_code error;
   const std::filesystem::path path = std::filesystem::current_path(error);
+  requireResources(error.value());
   return error ? "/" : path.string();
 }
 
@@ -44,25 +57,34 @@ std::string withLinksResolved(const std::string& path) {
   };
   const std::unique_ptr<char, Free> real(::realpath(path.c_str(), nullptr));
   if (real) return real.get();
+  requireResources(errno);
 
   std::error_code error;
   const std::filesystem::path resolved = std::filesystem::weakly_canonical(path, error);
+  requireResources(error.value());
   return error ? path : resolved.string();
 }
 
 PathKind kindOfPath(const std::string& path) {
   struct stat status {};
-  if (::lstat(path.c_str(), &status) != 0) return PathKind::nothing;
+  if (::lstat(path.c_str(), &status) != 0) {
+    requireResources(errno);
+    return PathKind::nothing;
+  }
   if (S_ISSOCK(status.st_mode)) return PathKind::socket;
-  const bool leadsNowhere = S_ISLNK(status.st_mode) && ::access(path.c_str(), F_OK) != 0;
-  return leadsNowhere ? PathKind::nothing : PathKind::somethingElse;
+  if (!S_ISLNK(status.st_mode) || ::access(path.c_str(), F_OK) == 0) return PathKind::somethingElse;
+  requireResources(errno);
+  return PathKind::nothing;
 }
 
 std::optional<std::string> readFile(const std::string& path, std::size_t maxBytes) {
   const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
   struct stat status {};
-  if (!file.isOpen() || ::fstat(file.number(), &status) != 0 || !S_ISREG(status.st_mode) ||
-      static_cast<std::size_t>(status.st_size) > maxBytes) {
+  if (!file.isOpen() || ::fstat(file.number(), &status) != 0) {
+    requireResources(errno);
+    return std::nullopt;
+  }
+  if (!S_ISREG(status.st_mode) || static_cast<std::size_t>(status.st_size) > maxBytes) {
     return std::nullopt;
   }
   std::string content(static_cast<std::size_t>(status.st_size), '\0');
@@ -70,7 +92,10 @@ std::optional<std::string> readFile(const std::string& path, std::size_t maxByte
   while (have < content.size()) {
     const ssize_t count = ::read(file.number(), content.data() + have, content.size() - have);
     if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return std::nullopt;
+    if (count < 0) {
+      requireResources(errno);
+      return std::nullopt;
+    }
     if (count == 0) break;
     have += static_cast<std::size_t>(count);
   }

@@ -1,5 +1,6 @@
-// The few questions that the program asks of the file system. All are thread-safe and cannot fail
-// otherwise than by the answer told.
+// The few questions that the program asks of the file system. All are thread-safe. Each throws
+// `std::system_error` when it can't be answered for want of a resource: no descriptor, no memory, a
+// device that fails, an interruption. What can't be looked at for that is not absent.
 #pragma once
 
 #include <optional>
@@ -11,7 +12,7 @@ namespace quillmere {
 /// otherwise "/".
 [[nodiscard]] std::string homeDirectory();
 
-/// The current directory, or "/" when it can't be told.
+/// The current directory, or "/" when it has none, being removed say.
 [[nodiscard]] std::string currentDirectory();
 
 /// `path`, which must be absolute, with symbolic links and dots resolved as far as its parts exist.

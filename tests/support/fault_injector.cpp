@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdarg>
 
 #include "support/fault_order.hpp"
 
@@ -32,7 +33,7 @@ FaultOrder* order = nullptr;
   ::close(file);
 }
 
-enum class Fate { works, isShort, fails };
+enum class Fate { works, isShort, isNothing, fails };
 
 /// Settles one call, and sets `errno` when it is to fail.
 Fate fateOf(Call call) {
@@ -41,6 +42,7 @@ Fate fateOf(Call call) {
   if (past < 0 || past >= order->inARow) return Fate::works;
   ++order->failed;
   if (order->error == 0) return Fate::isShort;
+  if (order->error < 0) return Fate::isNothing;
   errno = order->error;
   return Fate::fails;
 }
@@ -57,8 +59,23 @@ Function* systems(const char* name) {
 /// Carries `transfer` out on as many of `size` bytes as it may have.
 template <typename Transfer>
 ssize_t transferred(Call call, std::size_t size, Transfer transfer) {
-  const Fate fate = fateOf(call);
-  return fate == Fate::fails ? -1 : transfer(fate == Fate::isShort ? (size + 1) / 2 : size);
+  switch (fateOf(call)) {
+    case Fate::works:
+      return transfer(size);
+    case Fate::isShort:
+      return transfer((size + 1) / 2);
+    case Fate::isNothing:
+      return 0;
+    case Fate::fails:
+      break;
+  }
+  return -1;
+}
+
+bool isFile(int descriptor) {
+  static const auto system = systems<decltype(fstat)>("fstat");
+  struct stat status {};
+  return system(descriptor, &status) == 0 && S_ISREG(status.st_mode);
 }
 
 }  // namespace
@@ -69,8 +86,10 @@ extern "C" {
 
 ssize_t read(int descriptor, void* to, size_t size) {
   static const auto system = systems<decltype(read)>("read");
-  return transferred(descriptor == STDIN_FILENO ? Call::readInput : Call::readElsewhere, size,
-                     [&](std::size_t most) { return system(descriptor, to, most); });
+  const Call call = descriptor == STDIN_FILENO ? Call::readInput
+                    : isFile(descriptor)       ? Call::readFile
+                                               : Call::readElsewhere;
+  return transferred(call, size, [&](std::size_t most) { return system(descriptor, to, most); });
 }
 
 ssize_t pread(int descriptor, void* to, size_t size, off_t position) {
@@ -104,6 +123,7 @@ ssize_t writev(int descriptor, const iovec* pieces, int count) {
       return system(descriptor, pieces, count);
     case Fate::isShort:
       return ::write(descriptor, pieces->iov_base, (pieces->iov_len + 1) / 2);
+    case Fate::isNothing:
     case Fate::fails:
       break;
   }
@@ -139,6 +159,21 @@ int getsockopt(int descriptor, int level, int name, void* value, socklen_t* leng
 int lstat(const char* path, struct stat* status) {
   static const auto system = systems<decltype(lstat)>("lstat");
   return fails(Call::linkStatus) ? -1 : system(path, status);
+}
+
+int fstat(int descriptor, struct stat* status) {
+  static const auto system = systems<decltype(fstat)>("fstat");
+  const bool isFaulty = descriptor != STDIN_FILENO && fails(Call::fileStatus);
+  return isFaulty ? -1 : system(descriptor, status);
+}
+
+int open(const char* path, int flags, ...) {
+  static const auto system = systems<decltype(open)>("open");
+  va_list arguments;
+  va_start(arguments, flags);
+  const mode_t mode = va_arg(arguments, mode_t);
+  va_end(arguments);
+  return fails(Call::open) ? -1 : system(path, flags, mode);
 }
 
 int pipe2(int* ends, int flags) {

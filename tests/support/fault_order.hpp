@@ -9,15 +9,19 @@ namespace quillmere {
 enum class Call : int {
   none,
   connect,
+  /// Of anything but standard input.
+  fileStatus,
   getSocketOption,
   linkStatus,
   /// Allocation of at least `largeBytes`.
   largeAllocation,
+  open,
   peek,
   pipe,
   poll,
   readAtPosition,
-  /// From anything but standard input.
+  /// From a file, and from anything else, but standard input.
+  readFile,
   readElsewhere,
   readInput,
   receive,
@@ -38,6 +42,7 @@ struct FaultOrder {
   /// Set last, and set to `none` first.
   std::atomic<Call> call;
   /// The error number. 0: the call works, but on half of what it is asked for; a `poll` times out.
+  /// -1: a transfer gives nothing, as at the end.
   std::atomic<int> error;
   /// How many calls work before the first that fails, and how many then fail in a row.
   std::atomic<int> before;

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <string>
 #include <string_view>
 
@@ -32,12 +33,24 @@ inline ProgramOutcome runToEnd(const ServerProcess::Options& options) {
   return outcome;
 }
 
-/// A running server that has been shaken hands with, in a home of its own.
+/// Makes an app called `identifier` in `home`, with the server inside. Returns the server's path.
+inline std::string serverInsideApp(const TemporaryHome& home, std::string_view identifier) {
+  const std::filesystem::path contents = home.path() + "/Q.app/Contents";
+  home.write((contents / "Info.plist").string(), infoPlist(identifier));
+  std::filesystem::create_directories(contents / "MacOS");
+  std::filesystem::copy_file(QUILLMERE_SERVER, contents / "MacOS/server");
+  return contents / "MacOS/server";
+}
+
+/// A running server that has been shaken hands with, in a home of its own; as it was built, or
+/// inside the app with the identifier.
 struct RunningServer : testing::Test {
   TemporaryHome home;
-  ServerProcess server{{.program = QUILLMERE_SERVER, .home = home.path()}};
+  ServerProcess server;
 
-  RunningServer() {
+  explicit RunningServer(std::string_view app = "")
+      : server({.program = app.empty() ? QUILLMERE_SERVER : serverInsideApp(home, app),
+                .home = home.path()}) {
     request("hello", "initialize");
     EXPECT_TRUE(server.receive());
   }
