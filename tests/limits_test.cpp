@@ -142,6 +142,19 @@ TEST_F(LimitsInsideAnApp, NoCallReachesAnotherAppWhenDescriptorsAreShort) {
   EXPECT_LT(calls / 20, failed) << "descriptors were not short enough";
 }
 
+TEST(DescriptorLimit, IsRaisedAsFarAsItMay) {
+  const TemporaryHome home;
+  ServerProcess server({.program = "/bin/sh",
+                        .arguments = {"-c", "ulimit -Sn 64 && exec \"$0\"", QUILLMERE_SERVER},
+                        .home = home.path()});
+  server.send("{\"jsonrpc\":\"2.0\",\"id\":0,\"method\":\"ping\"}\n");
+  ASSERT_TRUE(server.receive());
+  rlimit now{};
+  ASSERT_EQ(0, ::prlimit(server.processID(), RLIMIT_NOFILE, nullptr, &now));
+  EXPECT_LT(64U, now.rlim_max);
+  EXPECT_EQ(now.rlim_max, now.rlim_cur);
+}
+
 TEST_F(Limits, TwoThousandCallsWaitAtOnceAndAreAnsweredOrCancelled) {
   // The sanitizers start threads so slowly, ThreadSanitizer above all, that the first calls would
   // wait for too long.

@@ -1,9 +1,12 @@
 #include "platform/process.hpp"
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <csignal>
 #ifdef __APPLE__
 #include <crt_externs.h>
@@ -11,7 +14,27 @@
 
 namespace quillmere {
 
+namespace {
+
+/// The soft limit is for programs that know no number past 1,023; a call takes a descriptor while
+/// it runs, and there may be any number of them.
+void raiseDescriptorLimit() {
+  rlimit limit{};
+  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
+  rlim_t most = limit.rlim_max;
+#ifdef __APPLE__
+  most = std::min(most, rlim_t{OPEN_MAX});
+#endif
+  if (limit.rlim_cur >= most) return;
+  limit.rlim_cur = most;
+  // Without it there is less room, and nothing else is different.
+  static_cast<void>(::setrlimit(RLIMIT_NOFILE, &limit));
+}
+
+}  // namespace
+
 void prepareProcess() {
+  raiseDescriptorLimit();
   std::signal(SIGPIPE, SIG_IGN);
   for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
     if (::fcntl(standard, F_GETFD) >= 0) continue;
