@@ -90,6 +90,7 @@ constexpr std::string_view noThread =
 
 constexpr int shortCount = 0;
 constexpr int timedOut = 0;
+constexpr int nothing = -1;
 
 struct Fault {
   std::string_view name;
@@ -103,7 +104,7 @@ const Fault faults[] = {
     {"reading input", Call::readInput, {EIO}, ends},
     {"waiting to read input", Call::readInput, {EINTR, EAGAIN, shortCount}, works},
     {"peeking", Call::peek, {EIO, EINTR, EAGAIN, shortCount}, works},
-    {"duplicating", Call::tee, {EINVAL, EINTR, EAGAIN, shortCount}, works},
+    {"duplicating", Call::tee, {EINVAL, EINTR, EAGAIN, shortCount, nothing}, works},
     {"reading a duplicate", Call::readElsewhere, {EIO, EINTR, shortCount}, works},
     {"reading at a position", Call::readAtPosition, {EIO, EINTR, shortCount}, works},
     {"making a pipe", Call::pipe, {EMFILE, ENFILE}, works},

@@ -72,12 +72,11 @@ InputStream::LookAhead InputStream::wayToLookAhead() const {
 }
 
 bool InputStream::readThrough(char delimiter, std::size_t most, Bytes& to) {
-  if (ahead.empty() && way != LookAhead::none && !fillAhead() && way != LookAhead::none) {
-    hasEnded = true;
-  }
   if (hasEnded) return false;
-  // What can't be looked into is read byte by byte, to the same end.
-  if (way == LookAhead::none) return read(1, to);
+  if (ahead.empty() && way != LookAhead::none) fillAhead();
+  // What can't be looked into is read byte by byte, to the same end. Where nothing is seen, another
+  // reader may have been quicker: only a read tells that from the end.
+  if (ahead.empty()) return read(1, to);
   const std::string_view seen = ahead.substr(0, most);
   const std::size_t at = seen.find(delimiter);
   return read(at == std::string_view::npos ? seen.size() : at + 1, to);
@@ -94,7 +93,7 @@ bool InputStream::read(std::size_t most, Bytes& to) {
   return taken > 0;
 }
 
-bool InputStream::fillAhead() {
+void InputStream::fillAhead() {
   if (!aheadBuffer) aheadBuffer.reset(new (std::nothrow) char[lookAheadBytes]);
   if (!aheadBuffer) way = LookAhead::none;
   long count = -1;
@@ -113,7 +112,6 @@ bool InputStream::fillAhead() {
   }
   if (count < 0) way = LookAhead::none;
   ahead = {aheadBuffer.get(), count > 0 ? static_cast<std::size_t>(count) : 0};
-  return count > 0;
 }
 
 long InputStream::peekAhead() const {

@@ -33,9 +33,8 @@ class InputStream {
   enum class LookAhead { peek, tee, position, none };
 
   LookAhead wayToLookAhead() const;
-  /// Fills `ahead` with what comes next, at least one byte; false at end of input or when the
-  /// descriptor turns out not to let itself be looked into.
-  bool fillAhead();
+  /// Fills `ahead` with what comes next, if anything can be seen of it.
+  void fillAhead();
   [[nodiscard]] long peekAhead() const;
   [[nodiscard]] long positionAhead() const;
   [[nodiscard]] long teeAhead() const;
