@@ -142,7 +142,7 @@ void draw(Canvas& canvas, const VisibleNode& node) {
   std::string shown = isEmptyField ? std::string(node.hint) : node.text;
   // Control characters have no shape, and a NUL would end the text.
   std::ranges::replace_if(
-      shown, [](char each) { return each >= 0 && each < ' '; }, ' ');
+      shown, [](char each) { return static_cast<unsigned char>(each) < ' '; }, ' ');
   switch (node.role) {
     case Role::label:
       canvas.text(node.bounds, shown, ink, node.bounds.height >= 60 ? 30 : textSize);
