@@ -1,8 +1,17 @@
 # The libraries behind src/platform. They are linked statically: a shared library costs start-up time in
 # a program that starts once per AI client.
 find_package(Threads REQUIRED)
-set(Boost_USE_STATIC_LIBS ON)
-find_package(boost_json 1.81 REQUIRED CONFIG)
+if(QUILLMERE_BUILD_LIBRARIES)
+  # The system's are built for its own standard library.
+  find_package(Boost 1.81 REQUIRED)
+  file(CONFIGURE OUTPUT boost_json.cpp CONTENT "#include <boost/json/src.hpp>\n")
+  add_library(quillmere_boost_json STATIC ${PROJECT_BINARY_DIR}/boost_json.cpp)
+  target_link_libraries(quillmere_boost_json PUBLIC Boost::headers)
+  add_library(Boost::json ALIAS quillmere_boost_json)
+else()
+  set(Boost_USE_STATIC_LIBS ON)
+  find_package(boost_json 1.81 REQUIRED CONFIG)
+endif()
 
 find_path(UTF8PROC_INCLUDE_DIR utf8proc.h REQUIRED)
 find_library(UTF8PROC_LIBRARY NAMES libutf8proc.a utf8proc REQUIRED)

@@ -76,8 +76,7 @@ TEST(Prompts, RefuseArgumentsThatTheyDoNotDeclare) {
       {"one character more", task(times(16'385, "👍🏽")), "-32602 task is too long."},
   };
   for (const auto& [name, params, failure] : cases) {
-    EXPECT_EQ(failureOf([&params = params] { static_cast<void>(getPrompt(json(params))); }),
-              failure)
+    EXPECT_EQ(failureOf([&given = params] { static_cast<void>(getPrompt(json(given))); }), failure)
         << name;
   }
 }
