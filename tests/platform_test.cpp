@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <pwd.h>
 #include <stdlib.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -10,6 +11,7 @@
 #include <future>
 #include <regex>
 #include <set>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -200,6 +202,19 @@ TEST(FileSystem, TellsWhatIsAtAPath) {
   EXPECT_EQ(readFile(folder / "file", 6), std::nullopt) << "a file longer than asked for";
   EXPECT_EQ(withLinksResolved(folder / "link to socket"), folder / "socket");
   EXPECT_EQ(withLinksResolved(folder / "x" / ".." / "nothing"), folder / "nothing");
+}
+
+TEST(FileSystem, TakesNothingForAbsentForWantOfADescriptor) {
+  const TemporaryHome home;
+  const std::string file = home.write("file", "content");
+  ::unsetenv("HOME");
+  rlimit before{};
+  ASSERT_EQ(0, ::getrlimit(RLIMIT_NOFILE, &before));
+  const rlimit none{.rlim_cur = 0, .rlim_max = before.rlim_max};
+  ASSERT_EQ(0, ::setrlimit(RLIMIT_NOFILE, &none));
+  EXPECT_THROW(static_cast<void>(readFile(file, 7)), std::system_error);
+  EXPECT_THROW(static_cast<void>(homeDirectory()), std::system_error) << "from the password entry";
+  ::setrlimit(RLIMIT_NOFILE, &before);
 }
 
 TEST(Uuid, HasTheFormOfVersion4AndIsNewEachTime) {
