@@ -30,8 +30,9 @@ class TokenList {
   using View = boost::json::string_view;
 
   void start(std::string_view wholeText) {
-    // A text of many small values has a token for each ten bytes or so, and the list grows.
-    static_cast<void>(tokens.room(wholeText.size() / 64 + 16));
+    // Small texts have a token for each ten bytes or so; for large ones the list grows, since most of
+    // them are a single long string.
+    static_cast<void>(tokens.room(std::min<std::size_t>(wholeText.size() / 8, 2'048) + 16));
     text = wholeText;
   }
 

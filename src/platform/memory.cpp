@@ -52,6 +52,14 @@ class KeptBlocks {
     return best == nullptr ? MemoryBlock() : takeOut(*best);
   }
 
+  /// Gives all blocks back at once; false when there are none.
+  bool giveBackAll() {
+    const std::lock_guard hold(lock);
+    if (_bytes == 0) return false;
+    for (Kept& kept : _kept) std::free(takeOut(kept).start);
+    return true;
+  }
+
   /// Takes the block, or returns false when it is not to be kept.
   bool keep(MemoryBlock block) {
     const std::lock_guard hold(lock);
@@ -133,9 +141,15 @@ KeptBlocks& keptBlocks() {
   return kept;
 }
 
+/// What is kept is never the reason why there is no memory.
+void makeRoom() {
+  if (!keptBlocks().giveBackAll()) throw std::bad_alloc();
+}
+
 }  // namespace
 
 void tuneAllocator() {
+  std::set_new_handler(makeRoom);
 #ifdef __GLIBC__
   mallopt(M_MMAP_THRESHOLD, static_cast<int>(largeBytes));
   // What small blocks leave free at the end of the heap; without it the heap would shrink and grow
@@ -157,8 +171,8 @@ void resizeBlock(MemoryBlock& block, std::size_t bytes) {
       return;
     }
   }
-  void* const resized = std::realloc(block.start, bytes);
-  if (resized == nullptr) throw std::bad_alloc();
+  void* resized = nullptr;
+  while ((resized = std::realloc(block.start, bytes)) == nullptr) makeRoom();
   block = {resized, bytes};
 }
 
