@@ -69,7 +69,7 @@ void countCharacters(benchmark::State& state, const std::string& character) {
 
 void readLine(benchmark::State& state) {
   std::array<int, 2> ends{};
-  if (::pipe(ends.data()) != 0) throw std::runtime_error("No pipe can be had.");
+  if (::pipe(ends.data()) != 0) throw std::runtime_error("No pipe is available.");
   const std::string line = callRequest(1, "small");
   StdinReader reader(ends[0]);
   while (state.KeepRunning()) {

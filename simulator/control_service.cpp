@@ -110,7 +110,7 @@ void ControlService::serve(const UnixListener& listener) {
     // A task must be copyable.
     const auto connection = std::make_shared<const Descriptor>(std::move(*accepted));
     if (!workers.submit([this, connection] { answerConnection(*connection); })) {
-      log("connection", "closed: no thread can be had");
+      log("connection", "closed: no thread is available");
     }
   }
 }

@@ -86,7 +86,7 @@ constexpr std::string_view connectTimedOut =
 constexpr std::string_view notWritten = "-32000 Could not write to Quillmere MCP control socket.";
 constexpr std::string_view closed = "-32000 Quillmere closed the MCP control connection.";
 constexpr std::string_view noThread =
-    "-32603 Internal error: no thread can be had for this request.";
+    "-32603 Internal error: no thread is available for this request.";
 
 constexpr int shortCount = 0;
 constexpr int timedOut = 0;

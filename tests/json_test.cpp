@@ -33,10 +33,11 @@ JsonText rewritten(const JsonValue& value) {
 }
 
 /// What is passed on of a text, or why it is refused.
-std::string passedOn(const std::string& text) {
+std::string passedOn(std::string_view text) {
   try {
     return std::string(parseJson(text)->root().text());
   } catch (const JsonError& error) {
+    EXPECT_TRUE(text.empty() || std::string_view(error.what()).find(text) == std::string::npos);
     return error.kind == JsonError::Kind::notUtf8 ? "no UTF-8" : "no JSON";
   }
 }
@@ -90,41 +91,35 @@ TEST(Json, TextIsPassedOnAsItCameAndReadAsItIsMeant) {
 }
 
 TEST(Json, WhatIsNoJsonIsRefused) {
-  struct RefusedCase {
-    std::string_view name;
-    std::string text, why = "no JSON";
-  };
-  const RefusedCase cases[] = {
-      {"nothing", ""},
-      {"null at the top", "null"},
-      {"a string at the top", "\"a\""},
-      {"a number at the top", "5"},
-      {"text after the document", "[] x"},
-      {"a second document", "{}[]"},
-      {"a NUL after the document", std::string("{}\0", 3)},
-      {"a byte order mark", "\xEF\xBB\xBF{}"},
-      {"a document that stops short", R"({"a":[1,)"},
-      {"a comma too many", "[1,]"},
-      {"a comment", "[1/* one */]"},
-      {"an escaped slash outside of a string", R"([1\/])"},
-      {"a backslash in a string that stops short", R"(["\)"},
-      {"a backslash after the document", R"([]\)"},
-      {"NaN", "[NaN]"},
-      {"Infinity", "[-Infinity]"},
-      {"an exponent past 31 bits", "[1e2147483648]"},
-      {"a line feed in a string", "[\"a\nb\"]"},
-      {"an unknown escape", R"(["\x41"])"},
-      {"an escape cut by another", R"(["\u12\/34"])"},
-      {"a lone high surrogate", R"(["\ud83d"])"},
-      {"a high surrogate before another escape", R"(["\ud83d\n"])"},
-      {"a lone low surrogate", R"(["\ude00"])"},
-      {"an overlong slash", "[\"\xC0\xAF\"]", "no UTF-8"},
-      {"a surrogate as bytes", "[\"\xED\xA0\x80\"]", "no UTF-8"},
-      {"bad bytes in a key", "{\"\xFF\":1}", "no UTF-8"},
-      {"bad bytes before what is no JSON", "\xFF{", "no UTF-8"},
-      {"bad bytes after the document", "{} \x80", "no UTF-8"},
-  };
-  for (const auto& [name, text, why] : cases) EXPECT_EQ(passedOn(text), why) << name;
+  for (const std::string_view text : {"",
+                                      "null",
+                                      "\"a\"",
+                                      "5",
+                                      "[] x",
+                                      "{}[]",
+                                      "\xEF\xBB\xBF{}",
+                                      R"({"a":[1,)",
+                                      "[1,]",
+                                      "[1/* one */]",
+                                      R"([1\/])",
+                                      R"(["\)",
+                                      R"([]\)",
+                                      "[NaN]",
+                                      "[-Infinity]",
+                                      "[1e2147483648]",
+                                      "[\"a\nb\"]",
+                                      R"(["\x41"])",
+                                      R"(["\u12\/34"])",
+                                      R"(["\ud83d"])",
+                                      R"(["\ud83d\n"])",
+                                      R"(["\ude00"])"}) {
+    EXPECT_EQ(passedOn(text), "no JSON") << text;
+  }
+  EXPECT_EQ(passedOn({"{}\0", 3}), "no JSON") << "a NUL after the document";
+  for (const std::string_view text :
+       {"[\"\xC0\xAF\"]", "[\"\xED\xA0\x80\"]", "{\"\xFF\":1}", "\xFF{", "{} \x80"}) {
+    EXPECT_EQ(passedOn(text), "no UTF-8") << testing::PrintToString(text);
+  }
 }
 
 TEST(Json, NestingEndsAtItsLimit) {
@@ -139,11 +134,6 @@ TEST(Json, NestingEndsAtItsLimit) {
   for (const std::string& deep : {arrays(513), objects(513), times(100'000, "{\"a\":")}) {
     EXPECT_EQ(passedOn(deep), "no JSON");
   }
-}
-
-TEST(Json, AnErrorDoesNotEchoTheInput) {
-  EXPECT_EQ(failureOf([] { static_cast<void>(parseJson("[secret]")); }).find("secret"),
-            std::string::npos);
 }
 
 TEST(Json, ObjectsWithManyMembersKeepOrderAndTheLastOfEqualKeys) {
@@ -221,7 +211,7 @@ TEST(JsonTexts, AreMadeOfWhateverIsJson) {
 
 TEST(JsonTexts, ReferToWhatIsLongAndKeepIt) {
   // Around the length from which a value stays where it is.
-  for (const std::size_t length : {10'000U, 16'383U, 16'384U, 40'000U}) {
+  for (const std::size_t length : {16'383U, 16'384U}) {
     SCOPED_TRACE(length);
     const std::string came = "[\"" + times(length - 4, "x") + "\"]";
     auto document = parseJson(came);
@@ -250,32 +240,23 @@ TEST(JsonTexts, ReferToWhatIsLongAndKeepIt) {
 TEST(JsonTexts, TakeMembersFromAnotherObject) {
   const std::string longText = "\"" + times(20'000, "为") + "\"";
   struct MembersCase {
-    std::string_view name;
-    std::string from;
-    std::vector<std::string_view> except;
-    std::string members;
+    std::string from, members;
+    std::vector<std::string_view> except = {};
   };
   const MembersCase cases[] = {
-      {"none", "{ }", {"a"}, ""},
-      {"all, with what is between them",
-       R"({ "a" : 1 , "b" : [2, {"c":3}] , "d":{} })",
-       {},
-       R"("a" : 1 , "b" : [2, {"c":3}] , "d":{})"},
-      {"all but the first", R"({"a":[1],"b":2,"c":3})", {"a"}, R"("b":2,"c":3)"},
-      {"all but one in the middle", R"({"a":1,"b":{"a":2},"c":3})", {"b", "x"}, R"("a":1,"c":3)"},
-      {"all but the last", R"({"a":1,"b":2,"c":[3]})", {"c"}, R"("a":1,"b":2)"},
-      {"nothing but what is excluded", R"({"a":1,"b":2})", {"b", "a"}, ""},
-      {"of equal keys the last",
-       R"({"a":1,"b":2,"a":3,"c":4,"\u0062":5})",
-       {},
-       R"("a":3,"\u0062":5,"c":4)"},
-      {"none of equal keys that are excluded", R"({"b":1,"a":2,"\u0062":3})", {"b"}, R"("a":2)"},
-      {"what is long",
-       "{\"a\":" + longText + ",\"b\":0,\"c\":" + longText + "}",
-       {"b"},
-       "\"a\":" + longText + ",\"c\":" + longText},
+      {"{ }", "", {"a"}},
+      {R"({ "a" : 1 , "b" : [2, {"c":3}] , "d":{} })", R"("a" : 1 , "b" : [2, {"c":3}] , "d":{})"},
+      {R"({"a":[1],"b":2,"c":3})", R"("b":2,"c":3)", {"a"}},
+      {R"({"a":1,"b":{"a":2},"c":3})", R"("a":1,"c":3)", {"b", "x"}},
+      {R"({"a":1,"b":2,"c":[3]})", R"("a":1,"b":2)", {"c"}},
+      {R"({"a":1,"b":2})", "", {"b", "a"}},
+      {R"({"a":1,"b":2,"a":3,"c":4,"\u0062":5})", R"("a":3,"\u0062":5,"c":4)"},
+      {R"({"b":1,"a":2,"\u0062":3})", R"("a":2)", {"b"}},
+      {"{\"a\":" + longText + ",\"b\":0,\"c\":" + longText + "}",
+       "\"a\":" + longText + ",\"c\":" + longText,
+       {"b"}},
   };
-  for (const auto& [name, from, except, members] : cases) {
+  for (const auto& [from, members, except] : cases) {
     for (const bool isEmpty : {true, false}) {
       auto document = parseJson(from);
       JsonText text = JsonText::object();
@@ -286,7 +267,7 @@ TEST(JsonTexts, TakeMembersFromAnotherObject) {
       const std::string separated = members.empty() ? members : members + ",";
       EXPECT_EQ(whole(text),
                 isEmpty ? "{" + members + "}" : R"({"before":0,)" + separated + R"("after":1})")
-          << name;
+          << from.substr(0, 100);
     }
   }
 }

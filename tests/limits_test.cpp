@@ -183,28 +183,6 @@ TEST_F(Limits, TwoThousandCallsWaitAtOnceAndAreAnsweredOrCancelled) {
   expectAServedCall(app);
 }
 
-TEST_F(Limits, WithoutRoomForAThreadOnlyThatCallFails) {
-  if (isSanitized) GTEST_SKIP() << cannotBeLimited;
-  const DesktopApp app(home.releaseSocket());
-  rlim_t pages = 0;
-  std::ifstream(folderOfProcess() + "/statm") >> pages;
-  // Room to work, and too little for a stack.
-  const rlim_t full = pages * static_cast<rlim_t>(::sysconf(_SC_PAGESIZE)) + 262'144;
-  const auto before = limit(server.processID(), RLIMIT_AS, full);
-  ASSERT_TRUE(before);
-  for (const int id : {1, 2}) {
-    call(id);
-    count(nextShort());
-  }
-  request("ping", "ping");
-  EXPECT_EQ(pong, next());
-  ASSERT_TRUE(limit(server.processID(), RLIMIT_AS, *before));
-  EXPECT_EQ((std::map<std::string, std::size_t>{
-                {"-32603 Internal error: no thread can be had for this request.", 2}}),
-            texts);
-  expectAServedCall(app);
-}
-
 TEST_F(Limits, LargeAnswersWithoutRoomFailAndTheNextOnesComeWhole) {
   if (isSanitized) GTEST_SKIP() << cannotBeLimited;
   constexpr std::int64_t calls = 16;

@@ -176,6 +176,7 @@ TEST_F(Program, ReportsWhatTheAppAnswersWrongly) {
       {controlFrame("[]"), "1: -32000 Quillmere returned an invalid MCP control payload."},
       {controlFrame("5"), notJson + "neither an object nor an array at top level."},
       {controlFrame("x"), notJson + "syntax error."},
+      {controlFrame(times(513, "[")), notJson + "too deep."},
   };
   const DesktopApp app(home.releaseSocket());
   for (const auto& [bytes, outcome] : cases) {
@@ -183,30 +184,6 @@ TEST_F(Program, ReportsWhatTheAppAnswersWrongly) {
     answer(app.accept(), bytes);
     EXPECT_EQ(outcome, nextShort());
   }
-}
-
-TEST_F(Program, CarriesTheDeepestAnswer) {
-  const auto nested = [](std::size_t depth) {
-    return R"({"ok":true,"a":)" + times(depth, "[") + times(depth, "]") + "}";
-  };
-  const std::pair<std::string, std::string> cases[] = {
-      {nested(511), nested(511)},
-      {nested(512), "Internal error: The text is not valid JSON: too deep."},
-  };
-  const DesktopApp app(home.releaseSocket());
-  for (const auto& [body, part] : cases) {
-    call(1);
-    const AppConnection connection = app.accept();
-    answer(connection, controlFrame(body));
-    // The line is nested deeper than this client's own reader takes.
-    Bytes line;
-    InputStream output(server.outputDescriptor());
-    while (!viewOf(line).ends_with('\n')) ASSERT_TRUE(output.readThrough('\n', 4096, line));
-    EXPECT_NE(std::string::npos, viewOf(line).find(part)) << viewOf(line).substr(0, 1000);
-  }
-  call(2);
-  answer(app.accept());
-  EXPECT_EQ("2: " + succeeded, nextShort());
 }
 
 TEST_F(Program, WithoutAnAppOnlyWhatNeedsItFails) {

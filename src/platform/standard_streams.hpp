@@ -11,7 +11,7 @@
 
 namespace quillmere {
 
-/// Reads a descriptor and never takes a byte more than it is asked for: what stands behind stays in
+/// Reads a descriptor and never takes a byte more than it is asked for: what comes after that stays in
 /// the descriptor for whoever reads it next. To find a delimiter without a system call a byte it
 /// looks ahead without consuming, where the descriptor allows it. One thread at a time.
 class InputStream {
@@ -52,7 +52,7 @@ class InputStream {
   Descriptor duplicateOut;
 };
 
-/// Writes `pieces` one behind the other to `descriptor`: in one system call, if they are at most
+/// Writes `pieces` one after the other to `descriptor`: in one system call, if they are at most
 /// 1,024 and the descriptor takes them all at a time. Waits as long as it must. Returns false when
 /// it can't be written to any more, which on standard output means that the client is gone.
 [[nodiscard]] bool writeAll(int descriptor, std::vector<std::string_view> pieces);

@@ -21,7 +21,7 @@ class WorkerPool {
   ~WorkerPool() = default;
 
   /// Runs `task` on a worker and returns at once. Returns false, and the task will not run, when no
-  /// thread can be had. One thread at a time; `task` must not throw.
+  /// thread is available. One thread at a time; `task` must not throw.
   [[nodiscard]] bool submit(std::function<void()> task);
 
  private:
