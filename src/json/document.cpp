@@ -30,8 +30,8 @@ class TokenList {
   using View = boost::json::string_view;
 
   void start(std::string_view wholeText) {
-    // Small texts have a token for each ten bytes or so; for large ones the list grows, since most of
-    // them are a single long string.
+    // Small texts have a token for each ten bytes or so; for large ones the list grows, since most
+    // of them are a single long string.
     static_cast<void>(tokens.room(std::min<std::size_t>(wholeText.size() / 8, 2'048) + 16));
     text = wholeText;
   }

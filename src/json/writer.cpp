@@ -131,27 +131,12 @@ void JsonText::set(std::string_view key, JsonText value) {
 
 void JsonText::setMembersOf(const JsonObject& object, std::span<const std::string_view> except) {
   const auto holder = object.asValue().holder().shared_from_this();
-  std::string_view run;
-  std::uint32_t afterRun = 0;
-  const auto appendRun = [&] {
-    if (run.empty()) return;
-    open('{');
-    append(run, holder);
-    copied += '}';
-  };
   for (const JsonMember& member : object.distinctMembers()) {
     if (std::ranges::find(except, member.key().view()) != except.end()) continue;
-    const std::string_view text = member.text();
-    if (member.keyValue().place() == afterRun) {
-      // Neighbours stay together, with what is between them.
-      run = {run.data(), static_cast<std::size_t>(text.data() + text.size() - run.data())};
-    } else {
-      appendRun();
-      run = text;
-    }
-    afterRun = holder->next(member.value().place());
+    open('{');
+    append(member.text(), holder);
+    copied += '}';
   }
-  appendRun();
 }
 
 void JsonText::add(JsonText element) {

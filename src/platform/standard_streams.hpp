@@ -11,8 +11,8 @@
 
 namespace quillmere {
 
-/// Reads a descriptor and never takes a byte more than it is asked for: what comes after that stays in
-/// the descriptor for whoever reads it next. To find a delimiter without a system call a byte it
+/// Reads a descriptor and never takes a byte more than it is asked for: what comes after that stays
+/// in the descriptor for whoever reads it next. To find a delimiter without a system call a byte it
 /// looks ahead without consuming, where the descriptor allows it. One thread at a time.
 class InputStream {
  public:

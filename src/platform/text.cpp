@@ -62,18 +62,6 @@ utf8proc_int32_t breakingAlike(utf8proc_int32_t point) {
   return point;
 }
 
-/// How many bytes at the start are ASCII, looked at eight at a time while there are eight.
-std::size_t asciiRun(std::string_view text) {
-  constexpr std::uint64_t highBits = 0x8080808080808080U;
-  std::size_t at = 0;
-  for (std::uint64_t block = 0; at + sizeof block <= text.size(); at += sizeof block) {
-    std::memcpy(&block, text.data() + at, sizeof block);
-    if ((block & highBits) != 0) break;
-  }
-  while (at < text.size() && static_cast<unsigned char>(text[at]) < 0x80) ++at;
-  return at;
-}
-
 constexpr std::size_t blockBytes = 16;
 /// How many bytes before it a byte of UTF-8 may depend on.
 constexpr std::size_t lookBehind = 3;
@@ -188,7 +176,7 @@ std::string joined(std::span<const std::string_view> texts, std::string_view sep
 }
 
 bool isAscii(std::string_view text) {
-  return asciiRun(text) == text.size();
+  return std::ranges::all_of(text, [](char c) { return static_cast<unsigned char>(c) < 0x80; });
 }
 
 std::string asciiLowerCased(std::string_view text) {
