@@ -26,12 +26,10 @@ void checkTool(const quillmere::Tool& tool, const quillmere::JsonObject& given) 
     return;
   }
   const auto request = parseJson(controlRequest(tool.command, arguments).str());
-  const auto fields = allControlFields();
   std::set<std::string> sent;
   for (const JsonMember member : request->object()) {
     const std::string key(member.key().view());
-    demand(key == "id" || key == "command" ||
-           std::ranges::find(fields, std::string_view(key)) != fields.end());
+    demand(key == "id" || key == "command" || isControlField(key));
     demand(sent.insert(key).second);
     demand(!member.value().isNull() || key == "adbCommand");
   }

@@ -117,9 +117,9 @@ TEST(ControlRequest, HoldsControlFieldsBesideItsOwnKeys) {
     std::string_view name, command, arguments, request;
   };
   constexpr RequestCase cases[] = {
-      {"arguments stand flat, in an order of their own, as they came", "tap",
+      {"arguments stand flat, as they came", "tap",
        R"({"taskName":" a\u002Fb\n", "x":1.0,"includeImage" : false,"text":[1, {}]})",
-       R"(,"command":"tap","includeImage":false,"x":1.0,"text":[1, {}],"taskName":" a\u002Fb\n"})"},
+       R"(,"command":"tap","taskName":" a\u002Fb\n","x":1.0,"includeImage":false,"text":[1, {}]})"},
       {"null and what is no control field are left out", "wait",
        R"({"id":"mine","command":"tap","topic":"ui","X":1,"sessionId":null,"durationMs":5})",
        R"(,"command":"wait","durationMs":5})"},

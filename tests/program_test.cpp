@@ -58,7 +58,7 @@ TEST_F(Program, CarriesACallToTheAppAndItsAnswerBack) {
             JsonText::constant(R"({"name":"quillmere.input.key","arguments":{"key":" PageDown\n",)"
                                R"("sessionId":"s","deviceSerial":null,"taskId":"a/é\u0041"}})"));
     const AppConnection connection = app.accept();
-    EXPECT_EQ(R"(,"command":"key","sessionId":"s","key":"page_down","taskId":"a/é\u0041"})",
+    EXPECT_EQ(R"(,"command":"key","key":"page_down","sessionId":"s","taskId":"a/é\u0041"})",
               receivedAfterId(connection));
     connection.send(controlFrame(answer));
     EXPECT_EQ(

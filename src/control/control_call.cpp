@@ -79,10 +79,11 @@ JsonText controlRequest(std::string_view command, const JsonObject& arguments) {
   // name, and takes the place of an argument of that name.
   const auto adbCommand = command == "adbCommand" ? arguments.find("command") : std::nullopt;
   JsonText request{{"id", randomUuid()}, {"command", command}};
-  for (const std::string_view field : allControlFields()) {
-    const auto value = arguments.find(field);
-    if (!value || value->isNull() || (adbCommand && field == "adbCommand")) continue;
-    request.set(field, *value);
+  for (const JsonMember& argument : arguments.distinctMembers()) {
+    const JsonString key = argument.key();
+    const bool isReplaced = adbCommand && key == "adbCommand";
+    if (isReplaced || !isControlField(key.view()) || argument.value().isNull()) continue;
+    request.set(key.view(), argument.value());
   }
   if (adbCommand) request.set("adbCommand", *adbCommand);
   return request;

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <array>
-#include <filesystem>
 #include <mutex>
+#include <utility>
 
 #include "platform/app_group.hpp"
 #include "platform/file_system.hpp"
@@ -41,6 +41,18 @@ std::vector<std::string_view> groupsInOrder(const std::optional<std::string>& bu
   return groups;
 }
 
+/// The path of `name` in `folder`.
+std::string below(std::string_view folder, std::string_view name) {
+  std::string path(folder);
+  if (!path.ends_with('/')) path += '/';
+  return path.append(name);
+}
+
+/// `path` as seen from the current directory.
+std::string absolutePath(std::string_view path) {
+  return path.starts_with('/') ? std::string(path) : below(currentDirectory(), path);
+}
+
 }  // namespace
 
 std::string executablePath() {
@@ -54,19 +66,20 @@ std::string executablePath() {
   static auto& resolved = *new Resolved;
   const std::lock_guard hold(resolved.lock);
   if (resolved._name != argumentZero()) {
-    resolved._path = withLinksResolved(std::filesystem::path(currentDirectory()) / argumentZero());
+    resolved._path = withLinksResolved(absolutePath(argumentZero()));
     resolved._name = argumentZero();
   }
   return resolved._path;
 }
 
 std::optional<std::string> bundledAppIdentifier(const std::string& executable) {
-  std::filesystem::path folder = std::filesystem::path(executable).parent_path();
-  while (folder.filename() != "Contents") {
-    if (folder == folder.parent_path()) return std::nullopt;
-    folder = folder.parent_path();
-  }
-  const auto content = readFile(folder / "Info.plist", maxPropertyListBytes);
+  std::string_view folder = executable;
+  do {
+    const std::size_t slash = folder.rfind('/');
+    if (slash == std::string_view::npos) return std::nullopt;
+    folder = folder.substr(0, slash);
+  } while (folder.substr(folder.rfind('/') + 1) != "Contents");
+  const auto content = readFile(below(folder, "Info.plist"), maxPropertyListBytes);
   return content ? propertyListString(*content, "CFBundleIdentifier") : std::nullopt;
 }
 
@@ -80,16 +93,18 @@ std::optional<std::string_view> preferredAppGroup(
 
 std::vector<std::string> socketCandidates(const std::optional<std::string>& bundleIdentifier) {
   std::vector<std::string> candidates;
-  const auto appendCandidate = [&](const std::filesystem::path& folder) {
-    const std::string path = folder / socketFileName;
-    if (std::ranges::find(candidates, path) == candidates.end()) candidates.push_back(path);
+  const auto appendCandidate = [&](std::string_view folder) {
+    std::string path = below(folder, socketFileName);
+    if (std::ranges::find(candidates, path) == candidates.end()) {
+      candidates.push_back(std::move(path));
+    }
   };
-  const std::filesystem::path library = std::filesystem::path(homeDirectory()) / "Library";
+  const std::string library = below(homeDirectory(), "Library");
   for (const std::string_view group : groupsInOrder(bundleIdentifier)) {
     if (const auto container = appGroupContainer(group)) appendCandidate(*container);
-    appendCandidate(library / "Group Containers" / group);
+    appendCandidate(below(library, "Group Containers/").append(group));
   }
-  appendCandidate(library / "Application Support" / "WickfernShared");
+  appendCandidate(below(library, "Application Support/WickfernShared"));
   return candidates;
 }
 

@@ -97,9 +97,10 @@ std::string decodedString(std::string_view text) {
 
 /// Whether the string at a token is `text`, without copying it unless it has escapes.
 bool isStringOf(const JsonDocument& document, std::uint32_t token, std::string_view text) {
+  constexpr std::size_t quotes = 2;
   if (document.tokenAt(token).kind() == Kind::plainString) {
-    const std::string_view quoted = document.textOf(token);
-    return quoted.substr(1, quoted.size() - 2) == text;
+    return document.tokenAt(token).extent == text.size() + quotes &&
+           document.textOf(token).substr(1, text.size()) == text;
   }
   return *JsonValue(document, token).asString() == text;
 }

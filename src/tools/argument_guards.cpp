@@ -1,5 +1,6 @@
 #include "tools/argument_guards.hpp"
 
+#include <algorithm>
 #include <iterator>
 
 #include "platform/text.hpp"
@@ -76,8 +77,8 @@ void checkStringLimits(const JsonObject& arguments) {
   }
 }
 
-std::span<const std::string_view> allControlFields() {
-  return controlFields;
+bool isControlField(std::string_view name) {
+  return std::ranges::find(controlFields, name) != std::end(controlFields);
 }
 
 }  // namespace quillmere

@@ -2,7 +2,6 @@
 // request is built.
 #pragma once
 
-#include <span>
 #include <string_view>
 
 #include "json/value.hpp"
@@ -13,8 +12,8 @@ namespace quillmere {
 /// arguments of every command alike. Values of other types pass. Pure. Throws `MCPError` -32602.
 void checkStringLimits(const JsonObject& arguments);
 
-/// The names of all arguments that go to the desktop app. The request's own `id` and `command` are
-/// not among them, so that no argument can take their place.
-[[nodiscard]] std::span<const std::string_view> allControlFields();
+/// Whether an argument of this name goes to the desktop app at all. The request's own `id` and
+/// `command` are not among them, so that no argument can take their place.
+[[nodiscard]] bool isControlField(std::string_view name);
 
 }  // namespace quillmere
