@@ -2,6 +2,7 @@
 
 #include <pthread.h>
 
+#include <new>
 #include <utility>
 
 namespace quillmere {
@@ -15,17 +16,21 @@ constexpr std::size_t stackBytes = 1'048'576;
 }  // namespace
 
 bool WorkerPool::submit(std::function<void()> task) {
+  Worker* worker = nullptr;
   {
     const std::lock_guard hold(lock);
     _tasks.push_back(std::move(task));
-    // The one that slept last, so that those that a burst of tasks has left end in time. Woken with
-    // the lock held: it may end, and with it what is notified here, as soon as it has the lock.
-    if (Worker* const last = _lastIdle) {
-      takeOut(*last);
-      last->_isCalled = true;
-      last->wakes.notify_one();
-      return true;
+    // The one that slept last, so that those that a burst of tasks has left end in time.
+    worker = _lastIdle;
+    if (worker != nullptr) {
+      takeOut(*worker);
+      worker->_isCalled = true;
     }
+  }
+  if (worker != nullptr) {
+    // With the lock free, so that the thread does not wake up only to wait for it.
+    worker->wakes.notify_one();
+    return true;
   }
   if (startThread()) return true;
 
@@ -38,23 +43,37 @@ bool WorkerPool::submit(std::function<void()> task) {
 }
 
 bool WorkerPool::startThread() {
-  pthread_attr_t attributes;
-  if (pthread_attr_init(&attributes) != 0) return false;
-  pthread_attr_setstacksize(&attributes, stackBytes);
-  pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+  Worker* worker = nullptr;
+  {
+    const std::lock_guard hold(lock);
+    worker = std::exchange(_ended, _ended == nullptr ? nullptr : _ended->_below);
+  }
+  if (worker == nullptr) worker = new (std::nothrow) Worker{*this};
+  if (worker == nullptr) return false;
+
   pthread_t thread{};
-  const bool started = pthread_create(&thread, &attributes, workerMain, this) == 0;
-  pthread_attr_destroy(&attributes);
+  pthread_attr_t attributes;
+  bool started = false;
+  if (pthread_attr_init(&attributes) == 0) {
+    pthread_attr_setstacksize(&attributes, stackBytes);
+    pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+    started = pthread_create(&thread, &attributes, workerMain, worker) == 0;
+    pthread_attr_destroy(&attributes);
+  }
+  if (!started) {
+    const std::lock_guard hold(lock);
+    worker->_below = std::exchange(_ended, worker);
+  }
   return started;
 }
 
-void* WorkerPool::workerMain(void* pool) {
-  static_cast<WorkerPool*>(pool)->work();
+void* WorkerPool::workerMain(void* worker) {
+  auto* const self = static_cast<Worker*>(worker);
+  self->pool.work(*self);
   return nullptr;
 }
 
-void WorkerPool::work() {
-  Worker self;
+void WorkerPool::work(Worker& self) {
   std::unique_lock hold(lock);
   for (;;) {
     if (_tasks.empty()) {
@@ -69,6 +88,7 @@ void WorkerPool::work() {
     task = nullptr;
     hold.lock();
   }
+  self._below = std::exchange(_ended, &self);
 }
 
 bool WorkerPool::isCalledInTime(Worker& self, std::unique_lock<std::mutex>& hold) {

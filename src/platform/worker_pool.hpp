@@ -27,25 +27,30 @@ class WorkerPool {
  private:
   static constexpr std::chrono::seconds idleLife{2};
 
-  /// One thread, on its own stack. While idle it stands on top of those that were so before.
+  /// What belongs to one thread. Never freed, since `submit` may still be waking the thread while
+  /// it ends; the next thread takes it over.
   struct Worker {
-    std::condition_variable wakes;
+    WorkerPool& pool;
+    std::condition_variable wakes = {};
     bool _isCalled = false;
+    /// Its neighbours among the idle workers; those below have been idle for longer.
     Worker* _above = nullptr;
     Worker* _below = nullptr;
   };
 
   bool startThread();
-  void work();
+  void work(Worker& self);
   /// Sleeps until there may be a task; false when it has slept through its idle life.
   bool isCalledInTime(Worker& self, std::unique_lock<std::mutex>& hold);
   /// With the lock held.
   void takeOut(const Worker& idle);
-  static void* workerMain(void* pool);
+  static void* workerMain(void* worker);
 
   std::mutex lock;
   std::deque<std::function<void()>> _tasks;
   Worker* _lastIdle = nullptr;
+  /// Those whose threads have ended, chained by `_below`.
+  Worker* _ended = nullptr;
 };
 
 }  // namespace quillmere
