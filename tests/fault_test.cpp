@@ -324,8 +324,8 @@ TEST_F(ServerUnderOrders, ReportsAllTheSameWhenItCannotTellWhichAppIsItsOwn) {
   };
   const OrderCase cases[] = {
       {"without a descriptor", Call::open, EMFILE, "null", true, true},
-      {"without knowing what is there", Call::linkStatus, EIO, "\"com.tallowbrook.wickfern\"", false,
-       false},
+      {"without knowing what is there", Call::linkStatus, EIO, "\"com.tallowbrook.wickfern\"",
+       false, false},
   };
   for (const auto& [name, call, error, identifier, exists, isSocket] : cases) {
     SCOPED_TRACE(name);
