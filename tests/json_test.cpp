@@ -228,7 +228,9 @@ TEST(JsonTexts, ReferToWhatIsLongAndKeepIt) {
     outer.add(std::move(text));
     outer.add(true);
     const std::string inner = "{\"first\":" + came + ",\"second\":2}";
-    EXPECT_EQ(whole(outer), "[" + came + "," + inner + "," + constant + "," + inner + ",true]");
+    std::string all = "[";
+    for (const std::string& each : {came, inner, constant, inner}) all.append(each).append(",");
+    EXPECT_EQ(whole(outer), all.append("true]"));
     const bool refers = length >= 16'384;
     EXPECT_EQ(!kept.expired(), refers);
     EXPECT_EQ(outer.pieces().at(1).data() == bytes, refers);
