@@ -3,44 +3,32 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
-#include <sys/socket.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <array>
-#include <cerrno>
 #include <csignal>
 #include <system_error>
 #include <utility>
 
 #include "core/message.hpp"
 #include "platform/standard_streams.hpp"
+#include "simulator/system.hpp"
 
 namespace quillmere {
 
 namespace {
 
-struct Channel {
-  Descriptor readEnd;
-  Descriptor writeEnd;
-};
-
 Channel makeChannel(ChildStreams kind) {
-  std::array<int, 2> ends{};
-  const int failed = kind == ChildStreams::pipes
-                         ? ::pipe2(ends.data(), O_CLOEXEC)
-                         : ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data());
-  if (failed != 0) throw std::system_error(errno, std::generic_category(), "pipe");
-  return {Descriptor(ends[0]), Descriptor(ends[1])};
+  return kind == ChildStreams::pipes ? makePipe() : makeSocketPair();
 }
 
 std::vector<std::string> environmentWithHome(const std::string& home) {
+  const std::string assignment = std::string(homeVariable) + "=";
   std::vector<std::string> variables;
-  for (char** variable = environ; *variable != nullptr; ++variable) {
-    if (!std::string_view(*variable).starts_with("HOME=")) variables.emplace_back(*variable);
+  for (char** variable = environmentVariables(); *variable != nullptr; ++variable) {
+    if (!std::string_view(*variable).starts_with(assignment)) variables.emplace_back(*variable);
   }
-  variables.push_back("HOME=" + home);
+  variables.push_back(assignment + home);
   return variables;
 }
 
@@ -81,7 +69,14 @@ ServerProcess::ServerProcess(const Options& options) {
   posix_spawnattr_t attributes;
   posix_spawnattr_init(&attributes);
   posix_spawnattr_setsigdefault(&attributes, &all);
-  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
+  short flags = POSIX_SPAWN_SETSIGDEF;
+#ifdef __APPLE__
+  // There a descriptor is open for a moment before it is marked as closed on exec, and another
+  // thread may start a program just then.
+  flags |= POSIX_SPAWN_CLOEXEC_DEFAULT;
+  posix_spawn_file_actions_addinherit_np(&actions, STDERR_FILENO);
+#endif
+  posix_spawnattr_setflags(&attributes, flags);
   const int error = ::posix_spawn(&child, options.program.c_str(), &actions, &attributes,
                                   pointersTo(arguments).data(), pointersTo(environment).data());
   posix_spawnattr_destroy(&attributes);
@@ -115,9 +110,7 @@ std::shared_ptr<const JsonDocument> ServerProcess::receive(std::chrono::millisec
 
 std::optional<int> ServerProcess::waitForExit(std::chrono::milliseconds patience) {
   if (exitStatus) return exitStatus;
-  // A descriptor of the process turns readable when it ends: no polling, no signal handler.
-  const Descriptor process(static_cast<int>(::syscall(SYS_pidfd_open, child, 0)));
-  if (!process.isOpen() || !waitReadable(process.number(), patience)) return std::nullopt;
+  if (patience != forever && !endsWithin(child, patience)) return std::nullopt;
   int status = 0;
   ::waitpid(child, &status, 0);
   exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);

@@ -29,7 +29,7 @@ class ServerProcess {
   struct Options {
     std::string program;
     std::vector<std::string> arguments = {};
-    /// The child's `HOME`; everything else of the environment is passed on.
+    /// The child's home; everything else of the environment is passed on.
     std::string home;
     ChildStreams streams = ChildStreams::pipes;
     /// Whether the child's ends of them do not block.

@@ -1,6 +1,5 @@
 #include "simulator/unix_listener.hpp"
 
-#include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -56,11 +55,8 @@ UnixListener::UnixListener(std::string path) : socketPath(std::move(path)) {
     std::filesystem::remove(socketPath);
   }
 
-  std::array<int, 2> ends{};
-  if (::pipe2(ends.data(), O_CLOEXEC) != 0) fail(errno, "pipe");
-  stopOut = Descriptor(ends[0]);
-  stopIn = Descriptor(ends[1]);
-  listener = Descriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  stopping = makePipe();
+  listener = makeUnixSocket();
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   std::ranges::copy(socketPath, address.sun_path);
@@ -79,17 +75,17 @@ UnixListener::~UnixListener() {
 std::optional<Descriptor> UnixListener::accept() const {
   for (;;) {
     std::array<pollfd, 2> entries = {pollfd{listener.number(), POLLIN, 0},
-                                     pollfd{stopOut.number(), POLLIN, 0}};
+                                     pollfd{stopping.readEnd.number(), POLLIN, 0}};
     if (::poll(entries.data(), entries.size(), -1) < 0) continue;
     if (entries[1].revents != 0) return std::nullopt;
-    Descriptor connection(::accept4(listener.number(), nullptr, nullptr, SOCK_CLOEXEC));
+    Descriptor connection = acceptConnection(listener);
     if (connection.isOpen()) return connection;
-    if (errno == EMFILE || errno == ENFILE) waitForDescriptors(stopOut);
+    if (errno == EMFILE || errno == ENFILE) waitForDescriptors(stopping.readEnd);
   }
 }
 
 void UnixListener::stop() const {
-  static_cast<void>(!::write(stopIn.number(), "", 1));
+  static_cast<void>(!::write(stopping.writeEnd.number(), "", 1));
 }
 
 }  // namespace quillmere

@@ -6,6 +6,7 @@
 
 #include "platform/descriptor.hpp"
 #include "platform/unix_socket.hpp"
+#include "simulator/system.hpp"
 
 namespace quillmere {
 
@@ -35,8 +36,7 @@ class UnixListener {
  private:
   std::string socketPath;
   Descriptor listener;
-  Descriptor stopOut;
-  Descriptor stopIn;
+  Channel stopping;
 };
 
 }  // namespace quillmere

@@ -20,7 +20,7 @@ namespace fs = std::filesystem;
 
 std::size_t openDescriptors() {
   return static_cast<std::size_t>(
-      std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator()));
+      std::distance(fs::directory_iterator("/dev/fd"), fs::directory_iterator()));
 }
 
 /// A home of its own for each test, and the promise that no descriptor is left open.

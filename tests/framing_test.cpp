@@ -2,7 +2,6 @@
 #include "core/framing.hpp"
 
 #include <gtest/gtest.h>
-#include <sys/mman.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -12,6 +11,7 @@
 #include <vector>
 
 #include "support/json.hpp"
+#include "support/temporary_home.hpp"
 
 namespace quillmere {
 namespace {
@@ -29,7 +29,7 @@ struct Source {
   Source(Kind kind, std::string_view wire, std::size_t chunk) {
     std::array<int, 2> ends{};
     if (kind == Kind::file) {
-      input = Descriptor(::memfd_create("wire", MFD_CLOEXEC));
+      input = makeNamelessFile();
       EXPECT_TRUE(writeAll(input.number(), {wire}));
       ::lseek(input.number(), 0, SEEK_SET);
       return;

@@ -1,6 +1,5 @@
 // One message in, and what comes of it, for everything that the main thread answers by itself.
 #include <gtest/gtest.h>
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include <string>
@@ -10,6 +9,7 @@
 #include "platform/descriptor.hpp"
 #include "support/json.hpp"
 #include "support/snapshot.hpp"
+#include "support/temporary_home.hpp"
 
 namespace quillmere {
 namespace {
@@ -30,7 +30,7 @@ class Conversation {
   bool goesOn = true;
 
  private:
-  Descriptor output{::memfd_create("output", MFD_CLOEXEC)};
+  Descriptor output = makeNamelessFile();
   ServerContext server{output.number()};
   std::size_t seen = 0;
 };

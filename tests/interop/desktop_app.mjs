@@ -16,7 +16,7 @@ export function makeHome(t) {
 export async function startSimulator(t, program, ...options) {
   const home = makeHome(t);
   const app = spawn(program, ['--quiet', ...options], {
-    env: { HOME: home },
+    env: { HOME: home, CFFIXED_USER_HOME: home },
     stdio: ['ignore', 'pipe', 'inherit'],
   });
   const ended = once(app, 'exit');

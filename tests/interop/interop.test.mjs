@@ -25,7 +25,7 @@ function makeTransport(Transport, home) {
       this.methods.push(message.method);
       return super.send(message);
     }
-  })({ command: server, env: { HOME: home }, stderr: 'pipe' });
+  })({ command: server, env: { HOME: home, CFFIXED_USER_HOME: home }, stderr: 'pipe' });
 }
 
 /**

@@ -1,29 +1,34 @@
 #include "support/temporary_home.hpp"
 
+#include <fcntl.h>
 #include <stdlib.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <system_error>
 
+#include "simulator/system.hpp"
 #include "simulator/unix_listener.hpp"
 
 namespace quillmere {
 
-TemporaryHome::TemporaryHome() : folder("/tmp/qm-XXXXXX") {
+TemporaryHome::TemporaryHome() : folder("/tmp/q-XXXXXX") {
   if (::mkdtemp(folder.data()) == nullptr) {
     throw std::system_error(errno, std::generic_category(), folder);
   }
-  if (const char* home = ::getenv("HOME")) oldHome = home;
-  ::setenv("HOME", folder.c_str(), 1);
+  // On macOS /tmp is a link.
+  folder = std::filesystem::canonical(folder).string();
+  if (const char* home = ::getenv(homeVariable)) oldHome = home;
+  ::setenv(homeVariable, folder.c_str(), 1);
 }
 
 TemporaryHome::~TemporaryHome() {
   if (oldHome) {
-    ::setenv("HOME", oldHome->c_str(), 1);
+    ::setenv(homeVariable, oldHome->c_str(), 1);
   } else {
-    ::unsetenv("HOME");
+    ::unsetenv(homeVariable);
   }
   std::error_code ignored;
   std::filesystem::remove_all(folder, ignored);
@@ -58,6 +63,14 @@ std::string infoPlist(std::string_view identifier, std::string_view more) {
 void leaveStaleSocket(const std::string& path) {
   const UnixListener listener(path + "~");
   std::filesystem::rename(path + "~", path);
+}
+
+Descriptor makeNamelessFile() {
+  std::string path = "/tmp/qm-XXXXXX";
+  Descriptor file(::mkostemp(path.data(), O_CLOEXEC));
+  if (!file.isOpen()) throw std::system_error(errno, std::generic_category(), path);
+  ::unlink(path.c_str());
+  return file;
 }
 
 }  // namespace quillmere

@@ -1,9 +1,11 @@
-// A home folder of a test's own.
+// Files of a test's own: a home folder, and what may be in it.
 #pragma once
 
 #include <optional>
 #include <string>
 #include <string_view>
+
+#include "platform/descriptor.hpp"
 
 namespace quillmere {
 
@@ -38,5 +40,8 @@ class TemporaryHome {
 
 /// Leaves a socket at `path` that nobody listens on any more, creating missing folders.
 void leaveStaleSocket(const std::string& path);
+
+/// An empty file without a name. Throws `std::system_error`.
+[[nodiscard]] Descriptor makeNamelessFile();
 
 }  // namespace quillmere

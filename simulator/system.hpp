@@ -1,0 +1,41 @@
+// System calls that Linux and macOS make differently, for the simulator and for the tests.
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+
+#include "platform/descriptor.hpp"
+
+namespace quillmere {
+
+/// The environment variable that gives a program that we start another home. The one for macOS is
+/// read by the system's own libraries, never by the server.
+#ifdef __APPLE__
+inline constexpr const char* homeVariable = "CFFIXED_USER_HOME";
+#else
+inline constexpr const char* homeVariable = "HOME";
+#endif
+
+/// Two connected descriptors.
+struct Channel {
+  Descriptor readEnd;
+  Descriptor writeEnd;
+};
+/// A pipe or a pair of connected sockets, closed in programs that are started later. Throw
+/// `std::system_error`.
+[[nodiscard]] Channel makePipe();
+[[nodiscard]] Channel makeSocketPair();
+
+/// A blocking stream socket in the Unix domain, or the next connection to one that listens; closed
+/// in programs that are started later. Not open, with `errno` set, when there is none.
+[[nodiscard]] Descriptor makeUnixSocket();
+[[nodiscard]] Descriptor acceptConnection(const Descriptor& listener);
+
+/// The variables of this process, after the last of them a null pointer.
+[[nodiscard]] char** environmentVariables();
+
+/// Whether `child`, a process that nobody has waited for yet, ends within `patience`.
+[[nodiscard]] bool endsWithin(pid_t child, std::chrono::milliseconds patience);
+
+}  // namespace quillmere
