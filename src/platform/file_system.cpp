@@ -28,6 +28,7 @@ void requireResources(int error) {
 
 }  // namespace
 
+#ifndef __APPLE__
 std::string homeDirectory() {
   const char* home = std::getenv("HOME");
   if (home != nullptr && home[0] == '/') return home;
@@ -42,6 +43,7 @@ std::string homeDirectory() {
   }
   return "/";
 }
+#endif
 
 std::string currentDirectory() {
   std::error_code error;

@@ -8,8 +8,9 @@
 
 namespace quillmere {
 
-/// The user's home: `$HOME` when it is an absolute path, otherwise that of the password entry,
-/// otherwise "/".
+/// The user's home. On macOS what the system reports for this process, which in the sandbox is its
+/// container's, and no variable of the environment; elsewhere `$HOME` when it is an absolute path,
+/// otherwise that of the password entry. "/" when there is none.
 [[nodiscard]] std::string homeDirectory();
 
 /// The current directory, or "/" when it has none, being removed say.

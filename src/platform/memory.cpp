@@ -17,6 +17,8 @@
 #include <utility>
 #ifdef __GLIBC__
 #include <malloc.h>
+#elif defined(__APPLE__)
+#include <malloc/malloc.h>
 #endif
 
 namespace quillmere {
@@ -120,9 +122,11 @@ class KeptBlocks {
     }
     _isKeeperRunning = false;
     hold.unlock();
-#ifdef __GLIBC__
     // Many small blocks came with the large ones.
+#ifdef __GLIBC__
     malloc_trim(0);
+#elif defined(__APPLE__)
+    malloc_zone_pressure_relief(nullptr, 0);
 #endif
   }
 

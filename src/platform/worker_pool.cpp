@@ -1,6 +1,9 @@
 #include "platform/worker_pool.hpp"
 
 #include <pthread.h>
+#ifdef __APPLE__
+#include <pthread/qos.h>
+#endif
 
 #include <new>
 #include <utility>
@@ -57,6 +60,10 @@ bool WorkerPool::startThread() {
   if (pthread_attr_init(&attributes) == 0) {
     pthread_attr_setstacksize(&attributes, stackBytes);
     pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+#ifdef __APPLE__
+    // A person waits for what the client's model does next.
+    pthread_attr_set_qos_class_np(&attributes, QOS_CLASS_USER_INITIATED, 0);
+#endif
     started = pthread_create(&thread, &attributes, workerMain, worker) == 0;
     pthread_attr_destroy(&attributes);
   }

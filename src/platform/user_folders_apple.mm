@@ -1,0 +1,36 @@
+#import <Foundation/Foundation.h>
+
+#include "platform/app_group.hpp"
+#include "platform/file_system.hpp"
+
+namespace quillmere {
+
+namespace {
+
+/// In UTF-8 as it is. The form for system calls would take accented letters apart, and `--doctor`
+/// would show another path than the person sees.
+std::optional<std::string> pathOf(NSURL* folder) {
+  const char* path = folder.path.UTF8String;
+  return path == nullptr ? std::nullopt : std::optional<std::string>(path);
+}
+
+}  // namespace
+
+std::string homeDirectory() {
+  @autoreleasepool {
+    // In the sandbox this is the container's, whatever HOME says.
+    return pathOf(NSFileManager.defaultManager.homeDirectoryForCurrentUser).value_or("/");
+  }
+}
+
+std::optional<std::string> appGroupContainer(std::string_view group) {
+  @autoreleasepool {
+    NSString* identifier = [[NSString alloc] initWithBytes:group.data()
+                                                    length:group.size()
+                                                  encoding:NSUTF8StringEncoding];
+    return pathOf([NSFileManager.defaultManager
+        containerURLForSecurityApplicationGroupIdentifier:identifier]);
+  }
+}
+
+}  // namespace quillmere
