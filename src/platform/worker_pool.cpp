@@ -23,6 +23,10 @@ bool WorkerPool::submit(std::function<void()> task) {
   {
     const std::lock_guard hold(lock);
     _tasks.push_back(std::move(task));
+    // A worker that has just ended its task may have taken the one that another was called for:
+    // then that one comes for this task.
+    if (_tasks.size() <= _coming) return true;
+    ++_coming;
     // The one that slept last, so that those that a burst of tasks has left end in time.
     worker = _lastIdle;
     if (worker != nullptr) {
@@ -38,6 +42,7 @@ bool WorkerPool::submit(std::function<void()> task) {
   if (startThread()) return true;
 
   const std::lock_guard hold(lock);
+  --_coming;
   // Tasks leave at the front and only this thread adds: what is still there ends with ours. If none
   // is, a worker that had just become idle has taken it.
   if (_tasks.empty()) return true;
@@ -82,10 +87,11 @@ void* WorkerPool::workerMain(void* worker) {
 
 void WorkerPool::work(Worker& self) {
   std::unique_lock hold(lock);
+  --_coming;
   for (;;) {
     if (_tasks.empty()) {
       if (!isCalledInTime(self, hold)) break;
-      // A worker that has just ended its task may have been quicker.
+      --_coming;
       continue;
     }
     auto task = std::move(_tasks.front());

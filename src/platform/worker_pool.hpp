@@ -48,6 +48,8 @@ class WorkerPool {
 
   std::mutex lock;
   std::deque<std::function<void()>> _tasks;
+  /// How many workers were called or started and have not yet looked for a task.
+  std::size_t _coming = 0;
   Worker* _lastIdle = nullptr;
   /// Those whose threads have ended, chained by `_below`.
   Worker* _ended = nullptr;
