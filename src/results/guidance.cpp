@@ -1,32 +1,24 @@
 #include "results/guidance.hpp"
 
 #include <algorithm>
-#include <vector>
-
-#include "platform/text.hpp"
 
 namespace quillmere {
 
 namespace {
 
-/// The elements under `key` if that is an array of objects only; otherwise none.
-std::vector<JsonObject> objectsIn(const JsonObject& payload, std::string_view key) {
+/// The array under `key` if it holds objects only, or nothing.
+std::optional<JsonArray> objectsIn(const JsonObject& payload, std::string_view key) {
   const auto array = payload.findArray(key);
-  if (!array) return {};
-  std::vector<JsonObject> objects;
-  for (const JsonValue& element : *array) {
-    const auto object = element.asObject();
-    if (!object) return {};
-    objects.push_back(*object);
-  }
-  return objects;
+  const auto isObject = [](const JsonValue& element) { return element.asObject().has_value(); };
+  return array && std::ranges::all_of(*array, isObject) ? array : std::nullopt;
 }
 
 void addSessionHint(GuidedPayload& guided, const JsonObject& arguments) {
-  const auto isPhoneScreen = [](const JsonObject& session) {
-    return session.findString("sessionKind") == "phoneScreen";
+  const auto isPhoneScreen = [](const JsonValue& session) {
+    return session.asObject()->findString("sessionKind") == "phoneScreen";
   };
-  if (std::ranges::any_of(objectsIn(guided.answer, "sessions"), isPhoneScreen)) return;
+  const auto sessions = objectsIn(guided.answer, "sessions");
+  if (sessions && std::ranges::any_of(*sessions, isPhoneScreen)) return;
 
   std::optional<std::string> serial;
   if (const auto given = arguments.findString("deviceSerial")) serial = given->view();
@@ -39,9 +31,12 @@ void addSessionHint(GuidedPayload& guided, const JsonObject& arguments) {
 }
 
 void addStartHint(GuidedPayload& guided, const JsonObject& /*arguments*/) {
+  const auto devices = objectsIn(guided.answer, "devices");
+  if (!devices) return;
   std::string serials;
   bool isFirst = true;
-  for (const JsonObject& device : objectsIn(guided.answer, "devices")) {
+  for (const JsonValue& element : *devices) {
+    const JsonObject device = *element.asObject();
     const auto serial = device.findString("serial");
     if (device.findBoolean("supportsMirror") != true ||
         device.findBoolean("hasActiveMirrorSessions") != false || !serial) {
