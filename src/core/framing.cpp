@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdint>
-#include <new>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -83,50 +82,19 @@ std::size_t bodyLength(const std::vector<Bytes>& headerLines) {
 
 std::optional<Bytes> StdinReader::readLine(std::size_t maxBytes) {
   Bytes line;
-  try {
-    while (input.readThrough('\n', maxBytes + 1 - line.size(), line)) {
-      if (line.size() > maxBytes) throw errors::messageTooLarge();
-      if (viewOf(line).back() == '\n') return line;
-    }
-  } catch (const std::bad_alloc&) {
-    const std::size_t taken = line.size();
-    line = {};
-    // A line as short as a header's may be one, and its block would be taken for messages.
-    if (taken + skip(maxBytes + 1 - taken, '\n') <= maxHeaderLineBytes) endProcess();
-    throw;
+  while (input.readThrough('\n', maxBytes + 1 - line.size(), line)) {
+    if (line.size() > maxBytes) throw errors::messageTooLarge();
+    if (viewOf(line).back() == '\n') return line;
   }
   return line.empty() ? std::nullopt : std::optional(std::move(line));
 }
 
 Bytes StdinReader::readExact(std::size_t byteCount) {
   Bytes bytes;
-  try {
-    static_cast<void>(bytes.room(byteCount));
-  } catch (const std::bad_alloc&) {
-    skip(byteCount, std::nullopt);
-    throw;
-  }
   while (bytes.size() < byteCount) {
     if (!input.read(byteCount - bytes.size(), bytes)) throw errors::incompletePayload();
   }
   return bytes;
-}
-
-std::size_t StdinReader::skip(std::size_t most, std::optional<char> delimiter) {
-  constexpr std::size_t atATime = 4'096;
-  std::size_t skipped = 0;
-  try {
-    Bytes part;
-    while (skipped < most && (part.empty() || viewOf(part).back() != delimiter)) {
-      part.shrink(0);
-      const std::size_t some = std::min(most - skipped, atATime);
-      if (!(delimiter ? input.readThrough(*delimiter, some, part) : input.read(some, part))) break;
-      skipped += part.size();
-    }
-  } catch (const std::bad_alloc&) {
-    endProcess();
-  }
-  return skipped;
 }
 
 std::optional<Bytes> readNextPayload(StdinReader& reader, ServerState& state) {
@@ -135,27 +103,23 @@ std::optional<Bytes> readNextPayload(StdinReader& reader, ServerState& state) {
 
   // Before the block is judged: an error about this very block goes out in header framing.
   state.useContentLengthFraming();
-  std::size_t length = 0;
-  // Without memory for a header block nothing tells where the next message starts.
-  try {
-    length = bodyLength(readHeaderBlock(reader, std::move(*firstLine)));
-  } catch (const std::bad_alloc&) {
-    endProcess();
-  }
-  return reader.readExact(length);
+  return reader.readExact(bodyLength(readHeaderBlock(reader, std::move(*firstLine))));
 }
 
 void MessageWriter::writeMessage(const JsonText& message) {
+  // No memory is taken while the lock is held: `endAfterFrame` waits for it.
+  const std::string header = "Content-Length: " + std::to_string(message.size()) + "\r\n\r\n";
   std::vector<std::string_view> pieces = message.pieces();
-  std::string header;
+  pieces.insert(pieces.begin(), header);
+  pieces.emplace_back("\n");
   const std::lock_guard hold(stdoutLock);
-  if (state.usesContentLengthFraming()) {
-    header = "Content-Length: " + std::to_string(message.size()) + "\r\n\r\n";
-    pieces.insert(pieces.begin(), header);
-  } else {
-    pieces.emplace_back("\n");
-  }
+  (state.usesContentLengthFraming() ? pieces.back() : pieces.front()) = {};
   if (!writeAll(output, std::move(pieces))) endProcess();
+}
+
+void MessageWriter::endAfterFrame() {
+  stdoutLock.lock();
+  endProcess();
 }
 
 }  // namespace quillmere

@@ -29,28 +29,20 @@ class StdinReader {
 
   /// The next line, its line feed included if it has one; nothing at end of input. Blocks.
   /// Throws `MCPError` -32600 behind byte `maxBytes` + 1 of a longer line; its rest stays unread.
-  /// Throws `std::bad_alloc` behind a long line that there is no memory for, and ends the process
-  /// when there is none for a short one.
   [[nodiscard]] std::optional<Bytes> readLine(std::size_t maxBytes);
 
-  /// Exactly `byteCount` bytes. Blocks. Throws `MCPError` -32700 when input ends before, and
-  /// `std::bad_alloc` behind bytes that there is no memory for.
+  /// Exactly `byteCount` bytes. Blocks. Throws `MCPError` -32700 when input ends before.
   [[nodiscard]] Bytes readExact(std::size_t byteCount);
 
  private:
-  /// Takes and drops at most `most` bytes, none of them behind the first `delimiter`: what is left
-  /// of a message that can't be held must not be taken for messages. Returns how many they were.
-  /// Ends the process when there is not even the memory for that.
-  std::size_t skip(std::size_t most, std::optional<char> delimiter);
-
   InputStream input;
 };
 
 /// Reads one payload, in whichever framing its first line asks for; nothing at end of input. Header
 /// framing of one message turns it on in `state`, for all output from then on. Blocks; main thread
 /// only. Throws `MCPError` -32600 (too large) or -32700 (broken header block); the stream then
-/// stands behind the last byte consumed, and the next call starts a new message there. Ends the
-/// process when there is no memory for a header block.
+/// stands behind the last byte consumed, and the next call starts a new message there. After
+/// `std::bad_alloc` nothing tells where that is.
 [[nodiscard]] std::optional<Bytes> readNextPayload(StdinReader& reader, ServerState& state);
 
 /// The only way to standard output once the server runs.
@@ -63,6 +55,9 @@ class MessageWriter {
   /// thread; frames never mix. Blocks while the client does not read. Does not return, and ends the
   /// process, when the client is gone. Throws `std::bad_alloc`, with nothing written.
   void writeMessage(const JsonText& message);
+
+  /// Ends the process, as `endProcess` does, but not in the middle of a frame. From any thread.
+  [[noreturn]] void endAfterFrame();
 
  private:
   const int output;

@@ -1,6 +1,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <new>
 
 #include "core/command_line.hpp"
 #include "core/server.hpp"
@@ -19,6 +20,7 @@ int main(int argumentCount, char** arguments) {
 
   // Never freed, and no destructor is run below: workers may use it until the process is gone.
   static auto& server = *new ServerContext(STDOUT_FILENO);
+  std::set_new_handler([] { server.output.endAfterFrame(); });
   serve(STDIN_FILENO, server);
   endProcess();
 }

@@ -35,4 +35,12 @@ JsonText makeErrorResponse(const std::optional<JsonValue>& id, const MCPError& e
                   {"error", JsonText{{"code", error.code}, {"message", error.message}}}};
 }
 
+void answerWithFailure(const std::optional<JsonValue>& id, MessageWriter& output) {
+  try {
+    output.writeMessage(makeErrorResponse(id, currentFailure()));
+  } catch (...) {
+    output.writeMessage(makeErrorResponse(id, currentFailure()));
+  }
+}
+
 }  // namespace quillmere

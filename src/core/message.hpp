@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 
+#include "core/framing.hpp"
 #include "json/document.hpp"
 #include "json/writer.hpp"
 #include "platform/buffer.hpp"
@@ -26,5 +27,10 @@ namespace quillmere {
 
 /// The one shape of all errors; without an id, its `id` is null. Pure; cannot fail.
 [[nodiscard]] JsonText makeErrorResponse(const std::optional<JsonValue>& id, const MCPError& error);
+
+/// Answers the request with this id, or with null for one, with the failure that is being handled.
+/// When there is no memory for a long text, that is the failure then. Call only inside a `catch`
+/// block, from any thread.
+void answerWithFailure(const std::optional<JsonValue>& id, MessageWriter& output);
 
 }  // namespace quillmere

@@ -9,6 +9,7 @@
 #include "core/dispatch.hpp"
 #include "core/message.hpp"
 #include "core/routing.hpp"
+#include "platform/memory.hpp"
 #include "shared/mcp_error.hpp"
 
 namespace quillmere {
@@ -28,16 +29,15 @@ void answerHere(const JsonObject& message, const std::optional<JsonValue>& id,
 void serve(int descriptor, ServerContext& server) {
   StdinReader reader(descriptor);
   for (;;) {
+    refillReserve();
     try {
       auto payload = readNextPayload(reader, server.state);
       if (!payload || !processPayload(std::move(*payload), server)) return;
+    } catch (const std::bad_alloc&) {
+      // Part of a message was lost, and perhaps a request, which nobody could be told.
+      server.output.endAfterFrame();
     } catch (...) {
-      try {
-        server.output.writeMessage(makeErrorResponse(std::nullopt, currentFailure()));
-      } catch (...) {
-        // A failure to report a failure is dropped; the next message is served all the same.
-        continue;
-      }
+      answerWithFailure(std::nullopt, server.output);
     }
   }
 }
@@ -58,18 +58,17 @@ bool processPayload(Bytes payload, ServerContext& server) {
       return true;
     }
     answerHere(message->object(), id, server);
-  } catch (const MCPError& error) {
-    server.output.writeMessage(makeErrorResponse(id, error));
+  } catch (const MCPError&) {
+    answerWithFailure(id, server.output);
     return true;
   } catch (const std::bad_alloc&) {
-    // What can't be parsed for want of memory may be a request: the client is told, with or without
-    // its id.
-    server.output.writeMessage(makeErrorResponse(id, errors::outOfMemory()));
+    if (!id) throw;
+    answerWithFailure(id, server.output);
     return true;
-  } catch (const std::exception& failure) {
+  } catch (...) {
     // Without an id this is text that is no JSON, such as a blank line: it gets no answer, and the
     // next message is read.
-    if (id) server.output.writeMessage(makeErrorResponse(id, errors::internal(failure.what())));
+    if (id) answerWithFailure(id, server.output);
     return true;
   }
   return !server.state.isShutdownRequested();

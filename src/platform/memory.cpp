@@ -1,7 +1,11 @@
 // A page that is fresh from the system costs 1.5 µs, for a screenshot as much as all else that is
 // done with it. So the memory of one large text serves the next one; but not for long, since a
 // server that idles should look like one that has just started. The blocks that are kept, and the
-// thread that gives them back, are the whole of it.
+// thread that gives them back, are the one half of this file.
+//
+// The other half is the program's `operator new`. What is small is needed by everything, the text
+// that says there is no memory included: a reserve is kept for it, and without that the process
+// ends. So only what is large can fail, where whoever asked for it can be told.
 #include "platform/memory.hpp"
 
 #include <pthread.h>
@@ -15,6 +19,8 @@
 #include <mutex>
 #include <new>
 #include <utility>
+
+#include "platform/process.hpp"
 #ifdef __GLIBC__
 #include <malloc.h>
 #elif defined(__APPLE__)
@@ -38,9 +44,13 @@ constexpr std::size_t mostKeptBytes = 0;
 constexpr std::size_t mostKeptBytes = 67'108'864;
 #endif
 constexpr std::chrono::seconds keptFor{1};
+/// More than the allocator asks the system for when it lacks room for a small block, a mebibyte. It
+/// is never written to, and so takes no memory that others could use.
+constexpr std::size_t reserveBytes = 1'572'864;
 constexpr std::size_t keeperStackBytes = 65'536;
 
-/// Blocks that nobody uses at the moment, until each has not been used for a while.
+/// Blocks that nobody uses at the moment, until each has not been used for a while; and the
+/// reserve.
 class KeptBlocks {
  public:
   /// The smallest kept block of at least `bytes`, or an empty one.
@@ -54,12 +64,20 @@ class KeptBlocks {
     return best == nullptr ? MemoryBlock() : takeOut(*best);
   }
 
-  /// Gives all blocks back at once; false when there are none.
-  bool giveBackAll() {
+  /// Does what `std::realloc` could not do, now with all blocks given back, and for a small piece
+  /// with the reserve too. Returns null when that does not help.
+  void* resizeInNeed(void* start, std::size_t bytes) {
     const std::lock_guard hold(lock);
-    if (_bytes == 0) return false;
     for (Kept& kept : _kept) std::free(takeOut(kept).start);
-    return true;
+    void* const resized = std::realloc(start, bytes);
+    if (resized != nullptr || bytes >= largeBytes) return resized;
+    std::free(std::exchange(_reserve, nullptr));
+    return std::realloc(start, bytes);
+  }
+
+  void refillReserve() {
+    const std::lock_guard hold(lock);
+    if (_reserve == nullptr) _reserve = std::malloc(reserveBytes);
   }
 
   /// Takes the block, or returns false when it is not to be kept.
@@ -135,6 +153,7 @@ class KeptBlocks {
   std::condition_variable never;
   std::array<Kept, 16> _kept{};
   std::size_t _bytes = 0;
+  void* _reserve = nullptr;
   bool _isKeeperRunning = false;
 };
 
@@ -145,15 +164,19 @@ KeptBlocks& keptBlocks() {
   return kept;
 }
 
-/// What is kept is never the reason why there is no memory.
-void makeRoom() {
-  if (!keptBlocks().giveBackAll()) throw std::bad_alloc();
+/// `std::realloc`, which takes null for a block, but for how it fails.
+void* resized(void* start, std::size_t bytes) {
+  void* block = std::realloc(start, bytes);
+  if (block == nullptr) block = keptBlocks().resizeInNeed(start, bytes);
+  if (block != nullptr) return block;
+  const std::new_handler end = std::get_new_handler();
+  if (bytes < largeBytes && end != nullptr) end();
+  throw std::bad_alloc();
 }
 
 }  // namespace
 
 void tuneAllocator() {
-  std::set_new_handler(makeRoom);
 #ifdef __GLIBC__
   mallopt(M_MMAP_THRESHOLD, static_cast<int>(largeBytes));
   // What small blocks leave free at the end of the heap; without it the heap would shrink and grow
@@ -163,6 +186,12 @@ void tuneAllocator() {
   // each thread's own.
   mallopt(M_ARENA_MAX, 1);
 #endif
+  refillReserve();
+  std::set_new_handler(endProcess);
+}
+
+void refillReserve() {
+  keptBlocks().refillReserve();
 }
 
 void resizeBlock(MemoryBlock& block, std::size_t bytes) {
@@ -175,9 +204,7 @@ void resizeBlock(MemoryBlock& block, std::size_t bytes) {
       return;
     }
   }
-  void* resized = nullptr;
-  while ((resized = std::realloc(block.start, bytes)) == nullptr) makeRoom();
-  block = {resized, bytes};
+  block = {resized(block.start, bytes), bytes};
 }
 
 void releaseBlock(MemoryBlock block) noexcept {
@@ -186,3 +213,18 @@ void releaseBlock(MemoryBlock block) noexcept {
 }
 
 }  // namespace quillmere
+
+#ifndef QUILLMERE_KEEPS_NO_MEMORY
+// AddressSanitizer has its own, which see whether each block is given back in the way it was taken.
+void* operator new(std::size_t bytes) {
+  return quillmere::resized(nullptr, bytes);
+}
+
+void operator delete(void* block) noexcept {
+  std::free(block);
+}
+
+void operator delete(void* block, std::size_t /*bytes*/) noexcept {
+  std::free(block);
+}
+#endif

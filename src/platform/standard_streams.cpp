@@ -10,8 +10,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <climits>
-#include <new>
 
 namespace quillmere {
 
@@ -94,8 +92,7 @@ bool InputStream::read(std::size_t most, Bytes& to) {
 }
 
 void InputStream::fillAhead() {
-  if (!aheadBuffer) aheadBuffer.reset(new (std::nothrow) char[lookAheadBytes]);
-  if (!aheadBuffer) way = LookAhead::none;
+  if (!aheadBuffer) aheadBuffer = std::make_unique_for_overwrite<char[]>(lookAheadBytes);
   long count = -1;
   switch (way) {
     case LookAhead::peek:
@@ -145,17 +142,19 @@ long InputStream::teeAhead() const {
 }
 
 bool writeAll(int descriptor, std::vector<std::string_view> pieces) {
-  std::vector<iovec> entries;
+  // On the stack, since no memory may be taken here. An answer with more pieces is a large one, and
+  // another system call for it is little.
+  std::array<iovec, 64> entries{};
   auto next = pieces.begin();
   for (;;) {
     while (next != pieces.end() && next->empty()) ++next;
     if (next == pieces.end()) return true;
-    entries.clear();
-    for (auto piece = next; piece != pieces.end() && entries.size() < IOV_MAX; ++piece) {
-      entries.push_back({const_cast<char*>(piece->data()), piece->size()});
+    std::size_t filled = 0;
+    for (auto piece = next; piece != pieces.end() && filled < entries.size(); ++piece) {
+      entries[filled++] = {const_cast<char*>(piece->data()), piece->size()};
     }
     const ssize_t count = repeated(descriptor, POLLOUT, [&] {
-      return ::writev(descriptor, entries.data(), static_cast<int>(entries.size()));
+      return ::writev(descriptor, entries.data(), static_cast<int>(filled));
     });
     if (count < 0) return false;
     for (auto left = static_cast<std::size_t>(count); left > 0;) {

@@ -53,8 +53,9 @@ class InputStream {
 };
 
 /// Writes `pieces` one after the other to `descriptor`: in one system call, if they are at most
-/// 1,024 and the descriptor takes them all at a time. Waits as long as it must. Returns false when
-/// it can't be written to any more, which on standard output means that the client is gone.
+/// 64 and the descriptor takes them all at a time. Waits as long as it must. Takes no memory.
+/// Returns false when it can't be written to any more, which on standard output means that the
+/// client is gone.
 [[nodiscard]] bool writeAll(int descriptor, std::vector<std::string_view> pieces);
 
 }  // namespace quillmere

@@ -189,13 +189,17 @@ int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*
 
 void* malloc(size_t size) {
   static const auto system = systems<decltype(malloc)>("malloc");
-  return size >= quillmere::largeBytes && fails(Call::largeAllocation) ? nullptr : system(size);
+  return fails(Call::allocate) ? nullptr : system(size);
+}
+
+void* calloc(size_t count, size_t size) {
+  static const auto system = systems<decltype(calloc)>("calloc");
+  return fails(Call::allocate) ? nullptr : system(count, size);
 }
 
 void* realloc(void* block, size_t size) {
   static const auto system = systems<decltype(realloc)>("realloc");
-  const bool isToFail = size >= quillmere::largeBytes && fails(Call::largeAllocation);
-  return isToFail ? nullptr : system(block, size);
+  return fails(Call::allocate) ? nullptr : system(block, size);
 }
 
 }  // extern "C"

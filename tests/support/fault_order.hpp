@@ -8,13 +8,13 @@ namespace quillmere {
 /// What can be made to fail.
 enum class Call : int {
   none,
+  /// Of any size, by any of the C functions for it, from the program's start on.
+  allocate,
   connect,
   /// Of anything but standard input.
   fileStatus,
   getSocketOption,
   linkStatus,
-  /// Allocation of at least `largeBytes`.
-  largeAllocation,
   open,
   peek,
   pipe,
@@ -31,8 +31,6 @@ enum class Call : int {
   tee,
   write,
 };
-
-inline constexpr unsigned long largeBytes = 65'536;
 
 /// Where the injector finds the name of the file that holds a `FaultOrder`.
 inline constexpr auto faultOrderVariable = "QUILLMERE_FAULT_ORDER";
