@@ -1,6 +1,6 @@
-// The text is read by the events of a parser that unfolds nothing. Where a value's bytes are
-// follows from the events alone: a cursor goes through the text beside the parser, from the end of
-// one value over blanks, commas and colons to the first byte of the next.
+// The text is read by the events of a parser that unfolds nothing. A plain string or a number is
+// reported as a view of the text. Where any other token is follows from the one before: a cursor
+// goes on from its end over blanks, commas and colons.
 #include "json/document.hpp"
 
 #include <algorithm>
@@ -37,15 +37,17 @@ class TokenList {
   }
 
   Buffer<Token> take() { return std::move(tokens); }
-  /// Whether there are some between the values; what is after the last one does not count.
-  [[nodiscard]] bool hasLineBreaks() const { return lineBreaks; }
-  [[nodiscard]] bool hasBlanks() const { return blanks; }
+  /// How long the text would be without white space between its tokens.
+  [[nodiscard]] std::size_t compactSize() const { return tokenBytes + separators; }
 
   bool on_document_begin(Error&) { return true; }
   bool on_document_end(Error&) { return true; }
   bool on_object_begin(Error&) { return begin(Kind::object); }
   bool on_array_begin(Error&) { return begin(Kind::array); }
-  bool on_object_end(std::size_t count, Error&) { return end(count); }
+  bool on_object_end(std::size_t count, Error&) {
+    separators += count;
+    return end(count);
+  }
   bool on_array_end(std::size_t count, Error&) { return end(count); }
 
   bool on_key_part(View, std::size_t, Error&) { return true; }
@@ -54,9 +56,15 @@ class TokenList {
   bool on_string(View rest, std::size_t size, Error&) { return string(rest, size); }
 
   bool on_number_part(View, Error&) { return true; }
-  bool on_int64(std::int64_t, View digits, Error&) { return add(Kind::number, digits.size()); }
-  bool on_uint64(std::uint64_t, View digits, Error&) { return add(Kind::number, digits.size()); }
-  bool on_double(double, View digits, Error&) { return add(Kind::number, digits.size()); }
+  bool on_int64(std::int64_t, View digits, Error&) {
+    return addAt(offsetOf(digits), Kind::number, digits.size());
+  }
+  bool on_uint64(std::uint64_t, View digits, Error&) {
+    return addAt(offsetOf(digits), Kind::number, digits.size());
+  }
+  bool on_double(double, View digits, Error&) {
+    return addAt(offsetOf(digits), Kind::number, digits.size());
+  }
 
   bool on_bool(bool value, Error&) {
     return add(Kind::boolean, std::string_view(value ? "true" : "false").size());
@@ -70,47 +78,51 @@ class TokenList {
   void skipToNext() {
     for (;; ++cursor) {
       const char c = text[cursor];
-      if (c == ',' || c == ':') continue;
-      if (c == ' ' || c == '\t') {
-        blanks = true;
-      } else if (c == '\n' || c == '\r') {
-        lineBreaks = true;
-      } else {
-        return;
-      }
+      if (c != ',' && c != ':' && c != ' ' && c != '\n' && c != '\r' && c != '\t') return;
     }
   }
 
-  void push(Kind kind, std::size_t extent) { tokens.push(Token(kind, cursor, extent)); }
-
   bool add(Kind kind, std::size_t length) {
     skipToNext();
-    push(kind, length);
-    cursor += length;
+    return addAt(cursor, kind, length);
+  }
+
+  bool addAt(std::size_t offset, Kind kind, std::size_t length) {
+    tokens.push(Token(kind, offset, length));
+    tokenBytes += length;
+    cursor = offset + length;
     return true;
   }
 
+  /// Where a view of the text begins; past the text's end for a view of anything else.
+  [[nodiscard]] std::size_t offsetOf(View part) const {
+    return reinterpret_cast<std::uintptr_t>(part.data()) -
+           reinterpret_cast<std::uintptr_t>(text.data());
+  }
+
   bool string(View rest, std::size_t size) {
+    // One with escapes comes in decoded pieces: this is the last of several, or not in the text.
+    const std::size_t offset = offsetOf(rest);
+    if (rest.size() == size && offset < text.size()) {
+      return addAt(offset - 1, Kind::plainString, size + quotes);
+    }
     skipToNext();
     const char* const first = &text[cursor + 1];
-    if (rest.data() == first) return add(Kind::plainString, size + quotes);
-
-    // The parser gives a string with escapes in decoded pieces: where it ends is not known.
     const char* last = first;
     while (*last != '"') last += *last == '\\' ? 2 : 1;
     return add(Kind::escapedString, static_cast<std::size_t>(last - first) + quotes);
   }
 
   bool begin(Kind kind) {
-    skipToNext();
+    add(kind, 1);
     // Until its end is known the token remembers the one around it.
-    push(kind, innermost);
-    innermost = static_cast<std::uint32_t>(tokens.size() - 1);
-    ++cursor;
+    const auto place = static_cast<std::uint32_t>(tokens.size() - 1);
+    tokens[place].extent = std::exchange(innermost, place);
     return true;
   }
 
   bool end(std::size_t count) {
+    if (count > 0) separators += count - 1;
     add(Kind::end, 1);
     tokens[tokens.size() - 1].extent = static_cast<std::uint32_t>(count);
     innermost = std::exchange(tokens[innermost].extent, static_cast<std::uint32_t>(tokens.size()));
@@ -121,8 +133,8 @@ class TokenList {
 
   std::string_view text;
   std::size_t cursor = 0;
-  bool lineBreaks = false;
-  bool blanks = false;
+  std::size_t tokenBytes = 0;
+  std::size_t separators = 0;
   Buffer<Token> tokens;
   std::uint32_t innermost = 0;
 };
@@ -211,7 +223,10 @@ std::shared_ptr<const JsonDocument> parseJson(Bytes text) {
   if (!tokens[0].isContainer()) {
     throw notJson("neither an object nor an array at top level");
   }
-  if (parser.handler().hasLineBreaks() || (hadSlashes && parser.handler().hasBlanks())) {
+  // What is after the last token does not count.
+  const std::string_view whole = viewOf(text).substr(0, tokens[tokens.size() - 1].offset() + 1);
+  const bool hasBlanks = whole.size() > parser.handler().compactSize();
+  if (hasBlanks && (hadSlashes || whole.find_first_of("\n\r") != std::string_view::npos)) {
     compact(text, tokens);
   }
   return std::make_shared<const JsonDocument>(std::move(text), std::move(tokens));
