@@ -8,14 +8,13 @@
 
 #include "bench/contender.hpp"
 #include "bench/payloads.hpp"
-#include "core/framing.hpp"
 #include "json/document.hpp"
 #include "platform/memory.hpp"
 #include "platform/text.hpp"
+#include "protocol/framing.hpp"
 #include "results/tool_result.hpp"
+#include "tools/arguments.hpp"
 #include "tools/catalogue.hpp"
-#include "tools/normalisation.hpp"
-#include "tools/validation.hpp"
 
 namespace quillmere::bench {
 

@@ -6,11 +6,9 @@
 #include "control/control_call.hpp"
 #include "fuzz_support.hpp"
 #include "json/document.hpp"
-#include "shared/mcp_error.hpp"
-#include "tools/argument_guards.hpp"
+#include "protocol/mcp_error.hpp"
+#include "tools/arguments.hpp"
 #include "tools/catalogue.hpp"
-#include "tools/normalisation.hpp"
-#include "tools/validation.hpp"
 
 namespace {
 
@@ -25,7 +23,7 @@ void checkTool(const quillmere::Tool& tool, const quillmere::JsonObject& given) 
     demand(error.code == -32602 && !error.message.empty());
     return;
   }
-  const auto request = parseJson(controlRequest(tool.command, arguments).str());
+  const auto request = parseJson(controlRequest(tool.toolToCommand, arguments).str());
   std::set<std::string> sent;
   for (const JsonMember member : request->object()) {
     const std::string key(member.key().view());

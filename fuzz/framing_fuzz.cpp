@@ -6,9 +6,9 @@
 #include <array>
 #include <vector>
 
-#include "core/framing.hpp"
 #include "fuzz_support.hpp"
-#include "shared/mcp_error.hpp"
+#include "protocol/framing.hpp"
+#include "protocol/mcp_error.hpp"
 
 namespace quillmere {
 namespace {

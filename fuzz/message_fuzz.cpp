@@ -5,10 +5,10 @@
 #include <array>
 #include <map>
 
-#include "core/message.hpp"
-#include "core/routing.hpp"
-#include "core/server.hpp"
 #include "fuzz_support.hpp"
+#include "protocol/message.hpp"
+#include "server/method_table.hpp"
+#include "server/server.hpp"
 
 namespace quillmere {
 namespace {
@@ -46,7 +46,8 @@ std::optional<std::string> workerRequestID(std::string_view payload) {
     const auto message = parseMessage(bytesOf(payload));
     const auto id = requestIDOf(message->object());
     const auto method = message->object().findString("method");
-    if (!id || !method || !runsOnWorker(method->view())) return std::nullopt;
+    const Method* row = method ? findMethod(method->view()) : nullptr;
+    if (!id || row == nullptr || !row->isForWorkers()) return std::nullopt;
     return std::string(id->text());
   } catch (...) {
     return std::nullopt;

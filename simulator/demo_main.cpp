@@ -15,7 +15,7 @@
 #include "platform/file_system.hpp"
 #include "platform/process.hpp"
 #include "platform/standard_streams.hpp"
-#include "shared/server_info.hpp"
+#include "protocol/server_info.hpp"
 #include "simulator/base64.hpp"
 #include "simulator/demo_client.hpp"
 

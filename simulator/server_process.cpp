@@ -10,8 +10,8 @@
 #include <system_error>
 #include <utility>
 
-#include "core/message.hpp"
 #include "platform/standard_streams.hpp"
+#include "protocol/message.hpp"
 #include "simulator/system.hpp"
 
 namespace quillmere {

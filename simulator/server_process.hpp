@@ -10,10 +10,10 @@
 #include <string_view>
 #include <vector>
 
-#include "core/framing.hpp"
 #include "json/document.hpp"
 #include "json/writer.hpp"
 #include "platform/descriptor.hpp"
+#include "protocol/framing.hpp"
 
 namespace quillmere {
 

@@ -9,7 +9,7 @@
 #include <system_error>
 #include <thread>
 
-#include "control/socket_discovery.hpp"
+#include "control/app_socket.hpp"
 #include "platform/process.hpp"
 #include "platform/standard_streams.hpp"
 #include "simulator/control_service.hpp"

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstddef>
 #include <filesystem>
 #include <system_error>
@@ -37,7 +38,8 @@ void waitForDescriptors(const Descriptor& stop) {
 bool isStale(const std::string& path) {
   const auto probe = UnixSocket::create();
   if (!probe) return false;
-  return probe->connectTo(path) == ECONNREFUSED;
+  const auto failure = probe->connectTo(path, std::chrono::milliseconds(0));
+  return failure && failure->error == ECONNREFUSED;
 }
 
 }  // namespace

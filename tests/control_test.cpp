@@ -4,10 +4,9 @@
 #include <filesystem>
 #include <set>
 
+#include "control/app_socket.hpp"
 #include "control/control_call.hpp"
 #include "control/control_frame.hpp"
-#include "control/socket_connection.hpp"
-#include "control/socket_discovery.hpp"
 #include "platform/process.hpp"
 #include "support/desktop_app.hpp"
 #include "support/json.hpp"
@@ -154,11 +153,17 @@ constexpr std::string_view closed = "-32000 Quillmere closed the MCP control con
 constexpr std::string_view writeFailed = "-32000 Could not write to Quillmere MCP control socket.";
 
 /// What becomes of a call: the answer as JSON text, or the failure.
-std::string outcomeOf(const JsonObject& arguments, InFlightRequest* inFlight = nullptr) {
+std::string outcomeOf(const JsonObject& arguments, InFlightRequest& inFlight) {
   std::string answer;
   const std::string failure =
       failureOf([&] { answer = callAppControl("tap", arguments, inFlight)->root().text(); });
   return answer + failure;
+}
+
+std::string outcomeOf(const JsonObject& arguments) {
+  const auto message = parseJson("[1]");
+  InFlightRequest request(message, message->root());
+  return outcomeOf(arguments, request);
 }
 
 TEST_F(ControlCall, ArgumentsAreJudgedBeforeTheSocket) {
@@ -176,7 +181,7 @@ TEST_F(ControlCall, ArgumentsAreJudgedBeforeTheSocket) {
   const auto message = parseJson("[1]");
   InFlightRequest cancelled(message, *message->root().asArray()->begin());
   cancelled.cancel("reason");
-  EXPECT_EQ(outcomeOf({}, &cancelled), "-32800 MCP request was cancelled.");
+  EXPECT_EQ(outcomeOf({}, cancelled), "-32800 MCP request was cancelled.");
 
   const DesktopApp app(home.releaseSocket(), [&](const AppConnection& connection) {
     const auto request = connection.receive();

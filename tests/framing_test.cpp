@@ -1,5 +1,5 @@
 // Bytes in, payloads out, over each kind of standard input; and frames out.
-#include "core/framing.hpp"
+#include "protocol/framing.hpp"
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>

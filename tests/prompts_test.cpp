@@ -1,10 +1,9 @@
 // The prompts: their list, their texts, and which arguments they refuse.
-#include "mcp/prompts.hpp"
-
 #include <gtest/gtest.h>
 
 #include <regex>
 
+#include "mcp/methods.hpp"
 #include "support/json.hpp"
 #include "support/snapshot.hpp"
 

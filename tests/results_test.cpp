@@ -1,7 +1,6 @@
 // What the client sees of an answer: summary, guidance, help.
 #include <gtest/gtest.h>
 
-#include "results/guidance.hpp"
 #include "results/help.hpp"
 #include "results/tool_result.hpp"
 #include "support/json.hpp"
@@ -154,7 +153,7 @@ TEST(Guidance, TellsWhatToDoAfterAList) {
 
 TEST(Help, GivesEachTopicWordForWord) {
   JsonText all = JsonText::object();
-  for (const std::string_view topic : helpTopics) all.set(topic, helpPayload(topic));
+  for (const std::string_view topic : Constants::helpTopics) all.set(topic, helpPayload(topic));
   EXPECT_EQ(indentedJson(json(all.str()).asValue()) + "\n", snapshot("help.json"));
   for (const std::optional<std::string_view> topic : {std::optional<std::string_view>(), {"Ui"}}) {
     EXPECT_EQ(helpPayload(topic).str(), helpPayload("quickstart").str());

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "core/server.hpp"
 #include "platform/descriptor.hpp"
+#include "server/server.hpp"
 #include "support/json.hpp"
 #include "support/snapshot.hpp"
 #include "support/temporary_home.hpp"

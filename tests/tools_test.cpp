@@ -6,13 +6,12 @@
 #include <map>
 #include <set>
 
-#include "shared/mcp_error.hpp"
+#include "control/control_call.hpp"
+#include "protocol/mcp_error.hpp"
 #include "support/json.hpp"
 #include "support/snapshot.hpp"
-#include "tools/argument_guards.hpp"
+#include "tools/arguments.hpp"
 #include "tools/catalogue.hpp"
-#include "tools/normalisation.hpp"
-#include "tools/validation.hpp"
 
 namespace quillmere {
 namespace {
@@ -43,7 +42,7 @@ TEST(Catalogue, GivesEachToolItsCommand) {
   std::string commands;
   for (const Tool& tool : allTools()) {
     EXPECT_EQ(findTool(tool.name), &tool);
-    commands += std::string(tool.command) + " ";
+    commands += std::string(tool.toolToCommand) + " ";
   }
   // In the order of the list; help, the first, has none.
   EXPECT_EQ(commands,
@@ -82,7 +81,7 @@ TEST(Normalisation, RewritesKeysAndDirectionsOnly) {
 }
 
 TEST(Normalisation, FindsEachKeyByItsLooserSpellings) {
-  for (const std::string_view key : allowedKeyValues) {
+  for (const std::string_view key : Constants::allowedKeyValues) {
     std::string hyphens(key);
     std::ranges::replace(hyphens, '_', '-');
     std::string inOneWord(key);

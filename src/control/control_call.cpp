@@ -1,37 +1,104 @@
 #include "control/control_call.hpp"
 
+#include <algorithm>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <string_view>
 
+#include "control/app_socket.hpp"
 #include "control/control_frame.hpp"
-#include "control/socket_connection.hpp"
 #include "platform/buffer.hpp"
+#include "platform/text.hpp"
 #include "platform/uuid.hpp"
-#include "shared/mcp_error.hpp"
-#include "tools/argument_guards.hpp"
+#include "protocol/mcp_error.hpp"
 
 namespace quillmere {
 
 namespace {
 
-void stopIfCancelled(const InFlightRequest* inFlight) {
-  if (inFlight != nullptr && inFlight->isCancelled()) throw errors::cancelled();
+struct StringLimit {
+  std::string_view name;
+  std::size_t characters;
+};
+
+constexpr StringLimit stringLimits[] = {
+    {"deviceSerial", 512},
+    {"sessionId", 512},
+    {"key", 512},
+    {"packageName", 512},
+    {"expectedPackageName", 512},
+    {"stateSignature", 128},
+    {"taskId", 512},
+    {"direction", 16},
+    {"text", 16384},
+    {"command", 4096},
+    {"adbCommand", 4096},
+    {"reason", 2048},
+    {"userAcknowledgementText", 512},
+    {"taskName", 160},
+};
+static_assert(std::size(stringLimits) == 14);
+
+constexpr std::string_view controlFields[] = {
+    "deviceSerial",
+    "sessionId",
+    "includeOffline",
+    "includeSystem",
+    "includeImage",
+    "includeNonInteractive",
+    "includeFullState",
+    "x",
+    "y",
+    "startX",
+    "startY",
+    "endX",
+    "endY",
+    "durationMs",
+    "key",
+    "text",
+    "packageName",
+    "userId",
+    "adbCommand",
+    "timeoutMs",
+    "stableMs",
+    "pollIntervalMs",
+    "maximumNodes",
+    "expectedPackageName",
+    "nodeId",
+    "stateSignature",
+    "direction",
+    "reason",
+    "userAcknowledgementText",
+    "taskId",
+    "taskName",
+};
+static_assert(std::size(controlFields) == 31);
+
+/// An argument with the name of one of the request's own keys travels under another one.
+struct RenamedArgument {
+  std::string_view command;
+  std::string_view name;
+  std::string_view sentAs;
+};
+
+constexpr RenamedArgument renamedArguments[] = {{"adbCommand", "command", "adbCommand"}};
+
+void stopIfCancelled(const InFlightRequest& inFlight) {
+  if (inFlight.isCancelled()) throw errors::cancelled();
 }
 
 /// A connection for the length of one call, which cancelling the call breaks.
 class CallConnection {
  public:
-  explicit CallConnection(InFlightRequest* inFlightRequest) : inFlight(inFlightRequest) {
+  explicit CallConnection(InFlightRequest& inFlightRequest) : inFlight(inFlightRequest) {
     stopIfCancelled(inFlight);
     socket = std::make_shared<const UnixSocket>(connectAppControlSocket());
-    if (inFlight != nullptr && !inFlight->attach(socket)) throw errors::cancelled();
+    if (!inFlight.attach(socket)) throw errors::cancelled();
   }
   CallConnection(const CallConnection&) = delete;
   CallConnection& operator=(const CallConnection&) = delete;
-  ~CallConnection() {
-    if (inFlight != nullptr) inFlight->detach();
-  }
+  ~CallConnection() { inFlight.detach(); }
 
   void sendAll(std::string_view data) const {
     while (!data.empty()) {
@@ -68,30 +135,42 @@ class CallConnection {
     }
   }
 
-  InFlightRequest* const inFlight;
+  InFlightRequest& inFlight;
   std::shared_ptr<const UnixSocket> socket;
 };
 
 }  // namespace
 
+void checkStringLimits(const JsonObject& arguments) {
+  for (const auto& [name, characters] : stringLimits) {
+    const auto text = arguments.findString(name);
+    if (text && hasMoreCharactersThan(text->view(), characters)) throw errors::tooLong(name);
+  }
+}
+
+bool isControlField(std::string_view name) {
+  return contains(controlFields, name);
+}
+
 JsonText controlRequest(std::string_view command, const JsonObject& arguments) {
-  // The one command with an argument called like the request's own key: it travels under another
-  // name, and takes the place of an argument of that name.
-  const auto adbCommand = command == "adbCommand" ? arguments.find("command") : std::nullopt;
   JsonText request{{"id", randomUuid()}, {"command", command}};
+  const auto* renamed = std::ranges::find(renamedArguments, command, &RenamedArgument::command);
+  const auto value =
+      renamed == std::end(renamedArguments) ? std::nullopt : arguments.find(renamed->name);
   for (const JsonMember& argument : arguments.distinctMembers()) {
     const JsonString key = argument.key();
-    const bool isReplaced = adbCommand && key == "adbCommand";
+    // It takes the place of an argument that already has its new name.
+    const bool isReplaced = value && key == renamed->sentAs;
     if (isReplaced || !isControlField(key.view()) || argument.value().isNull()) continue;
     request.set(key.view(), argument.value());
   }
-  if (adbCommand) request.set("adbCommand", *adbCommand);
+  if (value) request.set(renamed->sentAs, *value);
   return request;
 }
 
 std::shared_ptr<const JsonDocument> callAppControl(std::string_view command,
                                                    const JsonObject& arguments,
-                                                   InFlightRequest* inFlight) {
+                                                   InFlightRequest& inFlight) {
   checkStringLimits(arguments);
   const JsonText request = controlRequest(command, arguments);
   if (request.size() > maxControlRequestBytes) throw errors::requestTooLarge();

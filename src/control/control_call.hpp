@@ -6,21 +6,30 @@
 
 #include "json/document.hpp"
 #include "json/writer.hpp"
-#include "shared/in_flight_request.hpp"
+#include "protocol/in_flight_request.hpp"
 
 namespace quillmere {
+
+/// Refuses a string argument that is longer than its limit in user-perceived characters, known
+/// arguments of every command alike, whatever a tool's schema allows. Values of other types pass.
+/// Pure. Throws `MCPError` -32602.
+void checkStringLimits(const JsonObject& arguments);
+
+/// Whether an argument of this name goes to the desktop app at all. The request's own `id` and
+/// `command` are not among them, so that no argument can take their place.
+[[nodiscard]] bool isControlField(std::string_view name);
 
 /// The request that carries `command` with `arguments` to the desktop app, under a fresh random id:
 /// those arguments that are control fields and not null, flat beside it. Apart from the id, pure.
 [[nodiscard]] JsonText controlRequest(std::string_view command, const JsonObject& arguments);
 
 /// Sends the command and returns the desktop app's answer, an object. Blocks for the whole
-/// exchange, on a worker; cancelling `inFlight`, which may be null, breaks it off. Leaves nothing
-/// open. Throws `MCPError`: -32602 for arguments that may not leave the process, -32000 for a
-/// desktop app that can't be reached or answers no valid frame, -32800 when cancelled. Throws
-/// `JsonError` for an answer that is no JSON.
+/// exchange, on a worker; cancelling `inFlight` breaks it off. Leaves nothing open. Throws
+/// `MCPError`: -32602 for arguments that may not leave the process, -32000 for a desktop app that
+/// can't be reached or answers no valid frame, -32800 when cancelled. Throws `JsonError` for an
+/// answer that is no JSON.
 [[nodiscard]] std::shared_ptr<const JsonDocument> callAppControl(std::string_view command,
                                                                  const JsonObject& arguments,
-                                                                 InFlightRequest* inFlight);
+                                                                 InFlightRequest& inFlight);
 
 }  // namespace quillmere

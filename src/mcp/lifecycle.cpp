@@ -1,11 +1,10 @@
-#include "mcp/lifecycle.hpp"
-
 #include <memory>
 #include <string>
 
 #include "json/document.hpp"
-#include "shared/mcp_error.hpp"
-#include "shared/server_info.hpp"
+#include "mcp/methods.hpp"
+#include "protocol/mcp_error.hpp"
+#include "protocol/server_info.hpp"
 
 namespace quillmere {
 
@@ -55,7 +54,7 @@ std::string_view negotiatedProtocolVersion(const std::optional<JsonValue>& reque
   if (!version) throw errors::protocolVersionNotAString();
 
   std::string_view chosen = oldestProtocolVersion;
-  for (const std::string_view supported : supportedProtocolVersions) {
+  for (const std::string_view supported : Constants::supportedProtocolVersions) {
     if (supported <= version->view()) chosen = supported;
   }
   return chosen;

@@ -1,5 +1,3 @@
-#include "mcp/prompts.hpp"
-
 #include <algorithm>
 #include <optional>
 #include <span>
@@ -7,10 +5,11 @@
 #include <string_view>
 #include <utility>
 
+#include "mcp/methods.hpp"
 #include "platform/text.hpp"
 #include "platform/uuid.hpp"
-#include "shared/mcp_error.hpp"
-#include "shared/server_info.hpp"
+#include "protocol/mcp_error.hpp"
+#include "protocol/server_info.hpp"
 
 namespace quillmere {
 
@@ -89,7 +88,7 @@ struct Prompt {
   std::string_view title;
   std::string_view description;
   std::span<const PromptArgument> arguments;
-  std::string (*text)(const JsonObject& arguments);
+  std::string (*promptText)(const JsonObject& arguments);
 };
 
 constexpr Prompt prompts[] = {
@@ -98,13 +97,13 @@ constexpr Prompt prompts[] = {
      .description = "Use Quillmere to perform a user-described Android phone task with an explicit "
                     "device/session workflow and safety checkpoints.",
      .arguments = taskArguments,
-     .text = taskText},
+     .promptText = taskText},
     {.name = "android_smoke_test",
      .title = "Android App Smoke Test",
      .description = "Launch an Android app through Quillmere, wait for stable UI, inspect the "
                     "visible screen, and report a short smoke-test result.",
      .arguments = smokeTestArguments,
-     .text = smokeTestText},
+     .promptText = smokeTestText},
 };
 
 const Prompt& promptDefinition(std::string_view name) {
@@ -165,7 +164,7 @@ JsonText getPrompt(const JsonObject& params) {
   const Prompt& prompt = promptDefinition(name->view());
   validatePromptArguments(prompt, arguments);
 
-  const JsonText content{{"type", "text"}, {"text", prompt.text(arguments)}};
+  const JsonText content{{"type", "text"}, {"text", prompt.promptText(arguments)}};
   const JsonText message{{"role", "user"}, {"content", content}};
   return JsonText{{"description", prompt.description},
                   {"messages", JsonText::arrayOf(std::span(&message, 1))}};

@@ -1,5 +1,3 @@
-#include "mcp/resources.hpp"
-
 #include <algorithm>
 #include <span>
 #include <string_view>
@@ -7,7 +5,8 @@
 #include "control/control_call.hpp"
 #include "json/document.hpp"
 #include "json/writer.hpp"
-#include "shared/mcp_error.hpp"
+#include "mcp/methods.hpp"
+#include "protocol/mcp_error.hpp"
 
 namespace quillmere {
 
@@ -54,7 +53,7 @@ JsonText resourceList() {
   return list;
 }
 
-JsonText readResource(const JsonObject& params, InFlightRequest* inFlight) {
+JsonText readResource(const JsonObject& params, InFlightRequest& inFlight) {
   const auto given = params.findString("uri");
   const std::string_view uri = given ? given->view() : "";
   const auto* resource = std::ranges::find(resources, uri, &Resource::uri);

@@ -1,17 +1,14 @@
-#include "mcp/tool_call.hpp"
-
 #include <optional>
 #include <string>
 #include <string_view>
 
 #include "control/control_call.hpp"
-#include "results/guidance.hpp"
+#include "mcp/methods.hpp"
+#include "protocol/mcp_error.hpp"
 #include "results/help.hpp"
 #include "results/tool_result.hpp"
-#include "shared/mcp_error.hpp"
+#include "tools/arguments.hpp"
 #include "tools/catalogue.hpp"
-#include "tools/normalisation.hpp"
-#include "tools/validation.hpp"
 
 namespace quillmere {
 
@@ -38,16 +35,16 @@ JsonText help(const JsonObject& arguments) {
 
 }  // namespace
 
-JsonText callTool(const JsonObject& params, InFlightRequest* inFlight) {
+JsonText callTool(const JsonObject& params, InFlightRequest& inFlight) {
   const auto [name, rawArguments] = toolArguments(params);
   const auto [arguments, rewritten] = normalizeToolArguments(name, rawArguments);
 
   const Tool* tool = findTool(name);
   if (tool == nullptr) throw errors::unknownTool(name);
   validateSchemaArguments(*tool, arguments);
-  if (tool->command.empty()) return help(arguments);
+  if (tool->toolToCommand.empty()) return help(arguments);
 
-  const auto payload = callAppControl(tool->command, arguments, inFlight);
+  const auto payload = callAppControl(tool->toolToCommand, arguments, inFlight);
   return toolResult(addGuidance(name, arguments, payload->object()));
 }
 

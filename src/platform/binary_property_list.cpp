@@ -1,9 +1,9 @@
-#include "platform/binary_property_list.hpp"
-
 #include <utf8proc.h>
 
 #include <array>
 #include <cstdint>
+
+#include "platform/property_list.hpp"
 
 namespace quillmere {
 

@@ -1,6 +1,8 @@
 // Ownership of a file descriptor as a type.
 #pragma once
 
+#include <unistd.h>
+
 #include <utility>
 
 namespace quillmere {
@@ -20,7 +22,10 @@ class Descriptor {
   }
   Descriptor(const Descriptor&) = delete;
   Descriptor& operator=(const Descriptor&) = delete;
-  ~Descriptor();
+  ~Descriptor() {
+    // Not repeated after EINTR: Linux has freed the number by then, and another thread may own it.
+    if (held >= 0) ::close(held);
+  }
 
   /// The number, for system calls only; it stays owned here. Negative when nothing is owned.
   [[nodiscard]] int number() const { return held; }

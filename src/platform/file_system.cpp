@@ -43,6 +43,10 @@ std::string homeDirectory() {
   }
   return "/";
 }
+
+std::optional<std::string> appGroupContainer(std::string_view /*group*/) {
+  return std::nullopt;
+}
 #endif
 
 std::string currentDirectory() {

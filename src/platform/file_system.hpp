@@ -5,6 +5,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace quillmere {
 
@@ -12,6 +13,10 @@ namespace quillmere {
 /// container's, and no variable of the environment; elsewhere `$HOME` when it is an absolute path,
 /// otherwise that of the password entry. "/" when there is none.
 [[nodiscard]] std::string homeDirectory();
+
+/// Absolute path of the folder that the platform keeps for the application group, which related
+/// programs share; nothing where it has none. Only macOS has such folders.
+[[nodiscard]] std::optional<std::string> appGroupContainer(std::string_view group);
 
 /// The current directory, or "/" when it has none, being removed say.
 [[nodiscard]] std::string currentDirectory();

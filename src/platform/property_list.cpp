@@ -7,7 +7,6 @@
 #include <type_traits>
 #include <utility>
 
-#include "platform/binary_property_list.hpp"
 #include "platform/text.hpp"
 
 namespace quillmere {

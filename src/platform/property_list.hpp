@@ -17,4 +17,15 @@ inline constexpr std::size_t maxPropertyListBytes = 4'194'304;
 [[nodiscard]] std::optional<std::string> propertyListString(std::string_view data,
                                                             std::string_view key);
 
+// The binary form, read in place by our own code where no platform does it.
+
+/// Whether `data` starts as a binary property list does. Pure.
+[[nodiscard]] bool isBinaryPropertyList(std::string_view data);
+
+/// The string under `key`, an ASCII text, in the dictionary at the top of the binary property list
+/// `data`, not necessarily as UTF-8; nothing when there is no such string. Looks at that dictionary
+/// and at nothing else, so the time is linear in the size of `data`, whatever it holds. Pure.
+[[nodiscard]] std::optional<std::string> binaryPropertyListString(std::string_view data,
+                                                                  std::string_view key);
+
 }  // namespace quillmere

@@ -166,6 +166,10 @@ std::string withUtf8Repaired(std::string_view text) {
   return repaired;
 }
 
+bool contains(std::span<const std::string_view> texts, std::string_view text) {
+  return std::ranges::find(texts, text) != texts.end();
+}
+
 std::string joined(std::span<const std::string_view> texts, std::string_view separator) {
   std::string result;
   for (std::size_t i = 0; i < texts.size(); ++i) {

@@ -44,4 +44,7 @@ void appendUtf8(std::string& text, char32_t character);
 [[nodiscard]] bool hasMoreCharactersThan(std::string_view text, std::size_t count);
 [[nodiscard]] bool hasFewerCharactersThan(std::string_view text, std::size_t count);
 
+/// Whether `text` is one of `texts`. Pure.
+[[nodiscard]] bool contains(std::span<const std::string_view> texts, std::string_view text);
+
 }  // namespace quillmere

@@ -27,12 +27,8 @@ std::optional<UnixSocket> UnixSocket::create() {
   return UnixSocket(std::move(socket));
 }
 
-void UnixSocket::block() const {
-  // The socket is ours: there is no other flag to be kept.
-  ::fcntl(descriptor.number(), F_SETFL, 0);
-}
-
-int UnixSocket::connectTo(std::string_view path) const {
+std::optional<UnixSocket::ConnectFailure> UnixSocket::connectTo(
+    std::string_view path, std::chrono::milliseconds most) const {
   sockaddr_un address{};
   const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + path.size());
   address.sun_family = AF_UNIX;
@@ -41,13 +37,19 @@ int UnixSocket::connectTo(std::string_view path) const {
 #endif
   std::ranges::copy(path, address.sun_path);
   const auto* generic = reinterpret_cast<const sockaddr*>(&address);
-  return ::connect(descriptor.number(), generic, length) == 0 ? 0 : errno;
-}
-
-UnixSocket::Wait UnixSocket::waitUntilWritable(std::chrono::milliseconds most) const {
-  pollfd entry{.fd = descriptor.number(), .events = POLLOUT, .revents = 0};
-  const int ready = ::poll(&entry, 1, static_cast<int>(most.count()));
-  return {.timedOut = ready == 0, .error = ready < 0 ? errno : 0};
+  const bool isConnected = ::connect(descriptor.number(), generic, length) == 0;
+  // The socket does not block yet, so that a connect that can't be made at once comes back.
+  if (!isConnected && errno != EINPROGRESS) return ConnectFailure{.error = errno};
+  if (!isConnected) {
+    pollfd entry{.fd = descriptor.number(), .events = POLLOUT, .revents = 0};
+    const int ready = ::poll(&entry, 1, static_cast<int>(most.count()));
+    if (ready == 0) return ConnectFailure{.timedOut = true};
+    const int error = ready < 0 ? errno : takePendingError();
+    if (error != 0) return ConnectFailure{.error = error};
+  }
+  // The socket is ours: there is no other flag to be kept.
+  ::fcntl(descriptor.number(), F_SETFL, 0);
+  return std::nullopt;
 }
 
 int UnixSocket::takePendingError() const {

@@ -19,29 +19,21 @@ inline constexpr std::size_t maxSocketPathBytes = 103;
 /// threads at a time, and the number stays taken until the last holder lets go.
 class UnixSocket {
  public:
-  /// A fresh, close-on-exec socket, or nothing when the system gives none. It does not block until
-  /// it is made to.
+  /// A fresh, close-on-exec socket, or nothing when the system gives none.
   [[nodiscard]] static std::optional<UnixSocket> create();
 
   /// Takes over a descriptor that is a socket already.
   explicit UnixSocket(Descriptor socket) : descriptor(std::move(socket)) {}
 
-  /// Makes `send` and `receive` block. Ignores failure.
-  void block() const;
-
-  /// Connects to `path`, of at most `maxSocketPathBytes` bytes. Returns 0 or the error number.
-  [[nodiscard]] int connectTo(std::string_view path) const;
-
-  struct Wait {
+  struct ConnectFailure {
     bool timedOut = false;
+    /// The system's number, unless it timed out.
     int error = 0;
   };
-  /// Waits once until the socket can be written to. An interruption counts as an error.
-  [[nodiscard]] Wait waitUntilWritable(std::chrono::milliseconds most) const;
-
-  /// Takes the error number of an asynchronous connect, 0 for none; the current error number if it
-  /// can't be read.
-  [[nodiscard]] int takePendingError() const;
+  /// Connects a socket that `create` made to `path`, of at most `maxSocketPathBytes` bytes, and
+  /// makes it one that blocks. Waits at most so long, and once: an interruption is a failure.
+  [[nodiscard]] std::optional<ConnectFailure> connectTo(std::string_view path,
+                                                        std::chrono::milliseconds most) const;
 
   /// Bounds each blocking `send` and each `receive` from now on. Ignores failure.
   void setTimeouts(std::chrono::seconds limit) const;
@@ -55,6 +47,9 @@ class UnixSocket {
   void shutDown() const;
 
  private:
+  /// The outcome of a connect that did not end at once: 0 or an error number.
+  [[nodiscard]] int takePendingError() const;
+
   Descriptor descriptor;
 };
 

@@ -1,6 +1,5 @@
 #import <Foundation/Foundation.h>
 
-#include "platform/app_group.hpp"
 #include "platform/file_system.hpp"
 
 namespace quillmere {

@@ -8,8 +8,8 @@
 
 #include "json/document.hpp"
 #include "platform/text.hpp"
+#include "protocol/server_info.hpp"
 #include "results/tool_result.hpp"
-#include "shared/server_info.hpp"
 #include "tools/catalogue.hpp"
 
 namespace quillmere {
@@ -63,6 +63,8 @@ constexpr std::string_view key[] = {
 struct Topic {
   std::string_view name;
   std::span<const std::string_view> guidance;
+  /// Listed after the guidance; nothing, when empty.
+  std::span<const std::string_view> canonicalNames = {};
 };
 
 /// The first one is for a call that names no topic.
@@ -71,9 +73,9 @@ constexpr Topic topics[] = {
     {"workflow", workflow},
     {"session", session},
     {"ui", ui},
-    {"key", key},
+    {"key", key, Constants::allowedKeyValues},
 };
-static_assert(std::ranges::equal(topics, helpTopics, {}, &Topic::name));
+static_assert(std::ranges::equal(topics, Constants::helpTopics, {}, &Topic::name));
 
 std::size_t topicNumber(std::optional<std::string_view> topic) {
   const Topic* chosen = std::ranges::find(topics, topic.value_or(""), &Topic::name);
@@ -85,13 +87,13 @@ std::size_t topicNumber(std::optional<std::string_view> topic) {
 JsonText helpPayload(std::optional<std::string_view> topic) {
   const Topic& chosen = topics[topicNumber(topic)];
   JsonText guidance = JsonText::arrayOf(chosen.guidance);
-  if (chosen.name == "key") {
-    guidance.add("Canonical names: " + joined(allowedKeyValues, ", ") + ".");
+  if (!chosen.canonicalNames.empty()) {
+    guidance.add("Canonical names: " + joined(chosen.canonicalNames, ", ") + ".");
   }
   return JsonText{{"ok", true},
                   {"topic", chosen.name},
                   {"guidance", std::move(guidance)},
-                  {"availableTopics", JsonText::arrayOf(helpTopics)}};
+                  {"availableTopics", JsonText::arrayOf(Constants::helpTopics)}};
 }
 
 JsonText helpResult(std::optional<std::string_view> topic) {

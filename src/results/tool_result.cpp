@@ -2,15 +2,69 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <optional>
 #include <span>
-#include <string_view>
 #include <utility>
 #include <vector>
 
 namespace quillmere {
 
 namespace {
+
+/// The array under `key` if it holds objects only, or nothing.
+std::optional<JsonArray> objectsIn(const JsonObject& payload, std::string_view key) {
+  const auto array = payload.findArray(key);
+  const auto isObject = [](const JsonValue& element) { return element.asObject().has_value(); };
+  return array && std::ranges::all_of(*array, isObject) ? array : std::nullopt;
+}
+
+void addSessionHint(GuidedPayload& guided, const JsonObject& arguments) {
+  const auto isPhoneScreen = [](const JsonValue& session) {
+    return session.asObject()->findString("sessionKind") == "phoneScreen";
+  };
+  const auto sessions = objectsIn(guided.answer, "sessions");
+  if (sessions && std::ranges::any_of(*sessions, isPhoneScreen)) return;
+
+  std::optional<std::string> serial;
+  if (const auto given = arguments.findString("deviceSerial")) serial = given->view();
+  std::string text = "No Phone Screen session is active. Call quillmere.session.start";
+  if (serial && !serial->empty()) text += " with deviceSerial=" + *serial;
+  text += " before observe/input/UI tools.";
+  guided.addedWarning = std::move(text);
+  guided.nextRecommendedTool = {.name = "quillmere.session.start",
+                                .deviceSerial = std::move(serial)};
+}
+
+void addStartHint(GuidedPayload& guided, const JsonObject& /*arguments*/) {
+  const auto devices = objectsIn(guided.answer, "devices");
+  if (!devices) return;
+  std::string serials;
+  bool isFirst = true;
+  for (const JsonValue& element : *devices) {
+    const JsonObject device = *element.asObject();
+    const auto serial = device.findString("serial");
+    if (device.findBoolean("supportsMirror") != true ||
+        device.findBoolean("hasActiveMirrorSessions") != false || !serial) {
+      continue;
+    }
+    if (!isFirst) serials += ", ";
+    serials += serial->view();
+    isFirst = false;
+  }
+  if (isFirst) return;
+  guided.addedWarning =
+      "Devices with no active mirror session can be started with quillmere.session.start: " +
+      serials;
+}
+
+struct Hint {
+  std::string_view tool;
+  void (*add)(GuidedPayload& guided, const JsonObject& arguments);
+};
+
+constexpr Hint hints[] = {
+    {"quillmere.sessions.list", addSessionHint},
+    {"quillmere.devices.list", addStartHint},
+};
 
 constexpr std::string_view countedLists[] = {"devices", "sessions", "apps"};
 constexpr std::size_t shownWarnings = 2;
@@ -108,6 +162,19 @@ JsonText structuredContent(const GuidedPayload& payload) {
 }
 
 }  // namespace
+
+std::optional<JsonArray> GuidedPayload::ownWarnings() const {
+  const auto warnings = answer.findArray("warnings");
+  return warnings && holdsOnlyStrings(*warnings) ? warnings : std::nullopt;
+}
+
+GuidedPayload addGuidance(std::string_view name, const JsonObject& arguments,
+                          const JsonObject& payload) {
+  GuidedPayload guided(payload);
+  const auto* hint = std::ranges::find(hints, name, &Hint::tool);
+  if (hint != std::end(hints) && payload.findBoolean("ok") == true) hint->add(guided, arguments);
+  return guided;
+}
 
 JsonText toolResult(const GuidedPayload& payload) {
   const JsonText text{{"type", "text"}, {"text", summarizeToolPayload(payload)}};

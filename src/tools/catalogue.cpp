@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <string>
 
+#include "platform/text.hpp"
+
 namespace quillmere {
 
 namespace {
@@ -75,7 +77,7 @@ constexpr Property helpArguments[] = {
                     "for task order, session when no mirror session exists, ui for compact UI "
                     "state guidance, or key for accepted key names.",
      .defaultValue = "quickstart",
-     .allowed = helpTopics},
+     .allowed = Constants::helpTopics},
 };
 
 constexpr Property devicesListArguments[] = {
@@ -113,7 +115,10 @@ constexpr Property inputSwipeArguments[] = {
 };
 
 constexpr Property inputKeyArguments[] = {
-    {.name = "key", .maxLength = 512, .allowed = allowedKeyValues, .examples = keyExamples},
+    {.name = "key",
+     .maxLength = 512,
+     .allowed = Constants::allowedKeyValues,
+     .examples = keyExamples},
 };
 
 constexpr Property inputTextArguments[] = {
@@ -140,7 +145,7 @@ constexpr Property uiSetTextArguments[] = {
 constexpr Property uiScrollElementArguments[] = {
     nodeId,
     stateSignature,
-    {.name = "direction", .allowed = uiScrollDirections, .examples = directionExamples},
+    {.name = "direction", .allowed = Constants::uiScrollDirections, .examples = directionExamples},
     {.name = "durationMs",
      .type = ArgumentType::integer,
      .minimum = 80,
@@ -201,6 +206,18 @@ constexpr Property adbCommandArguments[] = {
     {.name = "reason", .maxLength = 2048},
 };
 
+// What calls must give.
+constexpr std::string_view aDevice[] = {"deviceSerial"};
+constexpr std::string_view aPoint[] = {"x", "y"};
+constexpr std::string_view twoPoints[] = {"startX", "startY", "endX", "endY"};
+constexpr std::string_view aKey[] = {"key"};
+constexpr std::string_view aText[] = {"text"};
+constexpr std::string_view aNode[] = {"nodeId", "stateSignature"};
+constexpr std::string_view aNodeAndText[] = {"nodeId", "stateSignature", "text"};
+constexpr std::string_view aNodeAndDirection[] = {"nodeId", "stateSignature", "direction"};
+constexpr std::string_view aDeviceAndPackage[] = {"deviceSerial", "packageName"};
+constexpr std::string_view aDeviceCommandAndReason[] = {"deviceSerial", "command", "reason"};
+
 constexpr Tool tools[] = {
     {.name = "quillmere.help",
      .title = "Quillmere MCP Help",
@@ -212,7 +229,7 @@ constexpr Tool tools[] = {
      .description = "First step for most tasks: list Android devices known to Quillmere and choose "
                     "a deviceSerial. If a target device supports mirroring but has no active "
                     "session, call quillmere.session.start next.",
-     .command = "listDevices",
+     .toolToCommand = "listDevices",
      .fragments = taskContext,
      .ownProperties = devicesListArguments},
     {.name = "quillmere.sessions.list",
@@ -220,7 +237,7 @@ constexpr Tool tools[] = {
      .description = "Second step for most tasks: list active Quillmere mirror sessions for the "
                     "chosen device. If this returns no usable Phone Screen session, call "
                     "quillmere.session.start with deviceSerial before observe/input/UI tools.",
-     .command = "listSessions",
+     .toolToCommand = "listSessions",
      .fragments = taskContext,
      .ownProperties = deviceArguments},
     {.name = "quillmere.session.start",
@@ -228,10 +245,10 @@ constexpr Tool tools[] = {
      .description = "Start or focus a visible Phone Screen mirror session for a connected Android "
                     "device. Use this before screen.observe, ui.get_state, or input tools whenever "
                     "sessions.list is empty or has no Phone Screen session for the device.",
-     .command = "startSession",
+     .toolToCommand = "startSession",
      .fragments = taskContext,
      .ownProperties = deviceArguments,
-     .required = {"deviceSerial"}},
+     .required = aDevice},
     {.name = "quillmere.screen.observe",
      .title = "Observe Screen",
      .description = "Return the current mirror session state. By default this is metadata-only to "
@@ -239,7 +256,7 @@ constexpr Tool tools[] = {
                     "needed for pixel inspection. Use this after starting a session or action to "
                     "verify session/app state; use ui.get_state for structured visible content. "
                     "Requires an active session; call quillmere.session.start first if needed.",
-     .command = "observeScreen",
+     .toolToCommand = "observeScreen",
      .fragments = taskContext | sessionTarget,
      .ownProperties = screenObserveArguments},
     {.name = "quillmere.input.tap",
@@ -247,80 +264,80 @@ constexpr Tool tools[] = {
      .description =
          "Tap a point in mirror pixel coordinates. If Quillmere reports a user acknowledgement "
          "requirement, ask the user and retry with userAcknowledgementText.",
-     .command = "tap",
+     .toolToCommand = "tap",
      .fragments = taskContext | sessionTarget | userAcknowledgement,
      .ownProperties = inputTapArguments,
-     .required = {"x", "y"}},
+     .required = aPoint},
     {.name = "quillmere.input.swipe",
      .title = "Swipe",
      .description =
          "Swipe between two points in mirror pixel coordinates. If Quillmere reports a user "
          "acknowledgement requirement, ask the user and retry with userAcknowledgementText.",
-     .command = "swipe",
+     .toolToCommand = "swipe",
      .fragments = taskContext | sessionTarget | userAcknowledgement,
      .ownProperties = inputSwipeArguments,
-     .required = {"startX", "startY", "endX", "endY"}},
+     .required = twoPoints},
     {.name = "quillmere.input.key",
      .title = "Send Key",
      .description =
          "Send an allowlisted navigation or editing key through the active mirror transport. Key "
          "names are case-insensitive; ENTER is normalized to enter. If Quillmere reports a user "
          "acknowledgement requirement, ask the user and retry with userAcknowledgementText.",
-     .command = "key",
+     .toolToCommand = "key",
      .fragments = taskContext | sessionTarget | userAcknowledgement,
      .ownProperties = inputKeyArguments,
-     .required = {"key"}},
+     .required = aKey},
     {.name = "quillmere.input.text",
      .title = "Input Text",
      .description = "Commit text through the Quillmere IME. Fails unless the IME is active for the "
                     "session. If Quillmere reports a user acknowledgement requirement, ask the "
                     "user and retry with userAcknowledgementText.",
-     .command = "text",
+     .toolToCommand = "text",
      .fragments = taskContext | sessionTarget | userAcknowledgement,
      .ownProperties = inputTextArguments,
-     .required = {"text"}},
+     .required = aText},
     {.name = "quillmere.ui.get_state",
      .title = "Get UI State",
      .description = "Return compact, redacted Android UI nodes for a Phone Screen display 0 "
                     "session. Use node id plus stateSignature for node actions. Set "
                     "includeNonInteractive=true with a higher maximumNodes when visible WebView, "
                     "browser, webpage, or other context is missing from the compact tree.",
-     .command = "uiGetState",
+     .toolToCommand = "uiGetState",
      .fragments = taskContext | sessionTarget,
      .ownProperties = uiGetStateArguments},
     {.name = "quillmere.ui.click_element",
      .title = "Click UI Element",
      .description = "Click a visible Android UI node by nodeId and stateSignature from a recent "
                     "Phone Screen display 0 UI state.",
-     .command = "uiClickElement",
+     .toolToCommand = "uiClickElement",
      .fragments = taskContext | sessionTarget | userAcknowledgement,
      .ownProperties = nodeArguments,
-     .required = {"nodeId", "stateSignature"}},
+     .required = aNode},
     {.name = "quillmere.ui.focus_element",
      .title = "Focus UI Text Input",
      .description = "Focus an editable or input-candidate Android UI node by nodeId and "
                     "stateSignature in a Phone Screen display 0 session.",
-     .command = "uiFocusElement",
+     .toolToCommand = "uiFocusElement",
      .fragments = taskContext | sessionTarget | userAcknowledgement,
      .ownProperties = nodeArguments,
-     .required = {"nodeId", "stateSignature"}},
+     .required = aNode},
     {.name = "quillmere.ui.set_text",
      .title = "Set UI Text",
      .description =
          "Focus an editable or input-candidate Android UI node by nodeId and stateSignature in a "
          "Phone Screen display 0 session, then commit text through Quillmere IME.",
-     .command = "uiSetText",
+     .toolToCommand = "uiSetText",
      .fragments = taskContext | sessionTarget | userAcknowledgement,
      .ownProperties = uiSetTextArguments,
-     .required = {"nodeId", "stateSignature", "text"}},
+     .required = aNodeAndText},
     {.name = "quillmere.ui.scroll_element",
      .title = "Scroll UI Element",
      .description = "Swipe inside a scrollable Android UI element in a Phone Screen display 0 "
                     "session. Direction describes viewport travel; down reveals lower content.",
-     .command = "uiScrollElement",
+     .toolToCommand = "uiScrollElement",
      .fragments = taskContext | sessionTarget | userAcknowledgement,
      .ownProperties = uiScrollElementArguments,
-     .required = {"nodeId", "stateSignature", "direction"}},
+     .required = aNodeAndDirection},
     {.name = "quillmere.ui.wait_for_stable",
      .title = "Wait For Stable UI",
      .description =
@@ -328,23 +345,23 @@ constexpr Tool tools[] = {
          "this sparingly after navigation or animation; prefer quillmere.ui.get_state or "
          "quillmere.screen.observe for ordinary post-action verification. Pass the previous "
          "stateSignature to fast-return when unchanged and to receive a compact uiDiff.",
-     .command = "uiWaitForStable",
+     .toolToCommand = "uiWaitForStable",
      .fragments = taskContext | sessionTarget,
      .ownProperties = uiWaitForStableArguments},
     {.name = "quillmere.wait",
      .title = "Wait",
      .description = "Wait briefly and return current sessions.",
-     .command = "wait",
+     .toolToCommand = "wait",
      .fragments = taskContext,
      .ownProperties = waitArguments},
     {.name = "quillmere.apps.list",
      .title = "List Apps",
      .description = "List launchable apps for a connected device, refreshing Quillmere's app "
                     "catalog when needed.",
-     .command = "listApps",
+     .toolToCommand = "listApps",
      .fragments = taskContext,
      .ownProperties = appsListArguments,
-     .required = {"deviceSerial"}},
+     .required = aDevice},
     {.name = "quillmere.app.launch",
      .title = "Launch App",
      .description =
@@ -353,30 +370,40 @@ constexpr Tool tools[] = {
          "when catalog refresh fails or the package is absent from the refreshed catalog. After "
          "launching, prefer quillmere.screen.observe without image or quillmere.ui.get_state; use "
          "quillmere.ui.wait_for_stable only when the page is still visibly transitioning.",
-     .command = "launchApp",
+     .toolToCommand = "launchApp",
      .fragments = taskContext | userAcknowledgement,
      .ownProperties = appLaunchArguments,
-     .required = {"deviceSerial", "packageName"}},
+     .required = aDeviceAndPackage},
     {.name = "quillmere.control.stop",
      .title = "Stop AI Control",
      .description = "Disable AI MCP control inside Quillmere.",
-     .command = "stopControl",
+     .toolToCommand = "stopControl",
      .fragments = taskContext},
     {.name = "quillmere.adb.command",
      .title = "Reserved ADB Command",
      .description = "Reserved developer-mode escape hatch. This build forwards the request for "
                     "audit and always denies execution.",
-     .command = "adbCommand",
+     .toolToCommand = "adbCommand",
      .fragments = taskContext,
      .ownProperties = adbCommandArguments,
-     .required = {"deviceSerial", "command", "reason"},
-     .isHidden = true},
+     .required = aDeviceCommandAndReason},
 };
 
 static_assert(std::size(tools) == 20);
-static_assert(std::ranges::count(tools, true, &Tool::needsSessionTarget) == 11);
-static_assert(std::ranges::count(tools, true, &Tool::isHidden) == 1);
-static_assert(std::ranges::count(tools, std::string_view(), &Tool::command) == 1);
+static_assert(std::ranges::count(tools, std::string_view(), &Tool::toolToCommand) == 1);
+
+/// Left out of `tools/list`, and ordinary tools otherwise.
+constexpr std::string_view hiddenToolNames[] = {"quillmere.adb.command"};
+
+constexpr auto namesOfSessionTools = [] {
+  std::array<std::string_view, 11> names;
+  auto* end = names.begin();
+  for (const Tool& tool : tools) {
+    if ((tool.fragments & sessionTarget) != 0) *end++ = tool.name;
+  }
+  if (end != names.end()) throw "there is another number of them";
+  return names;
+}();
 
 /// Calls `visit` with each argument of the tool, in the order of its schema.
 template <typename Visit>
@@ -420,25 +447,30 @@ JsonText propertySchema(const Property& property) {
   return schema;
 }
 
-JsonText inputSchema(const Tool& tool) {
+/// The schemas of all arguments of the tool, shared ones first.
+JsonText merged(const Tool& tool) {
   JsonText properties = JsonText::object();
   forEachProperty(tool, [&](const Property& property) {
     properties.set(property.name, propertySchema(property));
   });
+  return properties;
+}
+
+/// The condition that one of the two is given.
+JsonText sessionTargetAnyOf() {
+  JsonText anyOf = JsonText::array();
+  for (const std::string_view target : {"sessionId", "deviceSerial"}) {
+    anyOf.add(JsonText{{"required", JsonText::arrayOf(std::span(&target, 1))}});
+  }
+  return anyOf;
+}
+
+JsonText jsonSchema(const Tool& tool) {
   JsonText schema{{"type", "object"}};
-  schema.set("properties", std::move(properties));
+  schema.set("properties", merged(tool));
   schema.set("additionalProperties", false);
-  const auto lastRequired = std::ranges::find(tool.required, std::string_view());
-  if (lastRequired != tool.required.begin()) {
-    schema.set("required", JsonText::arrayOf(std::span(tool.required.begin(), lastRequired)));
-  }
-  if (tool.needsSessionTarget()) {
-    JsonText anyOf = JsonText::array();
-    for (const std::string_view target : {"sessionId", "deviceSerial"}) {
-      anyOf.add(JsonText{{"required", JsonText::arrayOf(std::span(&target, 1))}});
-    }
-    schema.set("anyOf", std::move(anyOf));
-  }
+  if (!tool.required.empty()) schema.set("required", JsonText::arrayOf(tool.required));
+  if (contains(sessionTargetToolNames(), tool.name)) schema.set("anyOf", sessionTargetAnyOf());
   return schema;
 }
 
@@ -453,6 +485,10 @@ const Tool* findTool(std::string_view name) {
   return tool == std::end(tools) ? nullptr : tool;
 }
 
+std::span<const std::string_view> sessionTargetToolNames() {
+  return namesOfSessionTools;
+}
+
 const Property* findProperty(const Tool& tool, std::string_view name) {
   const Property* found = nullptr;
   forEachProperty(tool, [&](const Property& property) {
@@ -464,11 +500,11 @@ const Property* findProperty(const Tool& tool, std::string_view name) {
 JsonText visibleTools() {
   JsonText entries = JsonText::array();
   for (const Tool& tool : tools) {
-    if (tool.isHidden) continue;
+    if (contains(hiddenToolNames, tool.name)) continue;
     entries.add(JsonText{{"name", tool.name},
                          {"title", tool.title},
                          {"description", tool.description},
-                         {"inputSchema", inputSchema(tool)}});
+                         {"inputSchema", jsonSchema(tool)}});
   }
   return entries;
 }

@@ -12,6 +12,9 @@
 
 namespace quillmere {
 
+/// The values that schemas name.
+namespace Constants {
+
 inline constexpr std::array<std::string_view, 5> helpTopics = {"quickstart", "workflow", "session",
                                                                "ui", "key"};
 
@@ -23,6 +26,8 @@ inline constexpr std::array<std::string_view, 15> allowedKeyValues = {
 
 inline constexpr std::array<std::string_view, 4> uiScrollDirections = {"up", "down", "left",
                                                                        "right"};
+
+}  // namespace Constants
 
 enum class ArgumentType { string, boolean, integer, number };
 
@@ -57,19 +62,11 @@ struct Tool {
   std::string_view title;
   std::string_view description;
   /// What the desktop app calls it; empty for a tool that this server answers by itself.
-  std::string_view command = {};
+  std::string_view toolToCommand = {};
   unsigned fragments = noFragment;
   std::span<const Property> ownProperties = {};
-  /// Arguments that must be given, in the order in which they are missed; an empty name ends the
-  /// list.
-  std::array<std::string_view, 4> required = {};
-  /// Left out of `tools/list`, and an ordinary tool otherwise.
-  bool isHidden = false;
-
-  /// Whether a call must name a session or a device. Every tool that can take a session must.
-  [[nodiscard]] constexpr bool needsSessionTarget() const {
-    return (fragments & sessionTarget) != 0;
-  }
+  /// Arguments that must be given, in the order in which they are missed.
+  std::span<const std::string_view> required = {};
 };
 
 /// All tools, in their fixed order.
@@ -77,6 +74,9 @@ struct Tool {
 
 /// The tool of exactly this name, or null.
 [[nodiscard]] const Tool* findTool(std::string_view name);
+
+/// The tools of which a call must name a session or a device: all that can take a session.
+[[nodiscard]] std::span<const std::string_view> sessionTargetToolNames();
 
 /// The argument of exactly this name, shared or the tool's own, or null.
 [[nodiscard]] const Property* findProperty(const Tool& tool, std::string_view name);

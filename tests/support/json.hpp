@@ -10,7 +10,7 @@
 
 #include "json/document.hpp"
 #include "json/writer.hpp"
-#include "shared/mcp_error.hpp"
+#include "protocol/mcp_error.hpp"
 
 namespace quillmere {
 

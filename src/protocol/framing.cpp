@@ -1,0 +1,125 @@
+#include "protocol/framing.hpp"
+
+#include <algorithm>
+#include <charconv>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/process.hpp"
+#include "platform/text.hpp"
+#include "protocol/mcp_error.hpp"
+
+namespace quillmere {
+
+namespace {
+
+constexpr std::string_view headerName = "content-length";
+constexpr std::string_view whiteSpaceAndLineBreaks = "\t\n\v\f\r ";
+
+std::string_view trimmedOf(std::string_view text, std::string_view unwanted) {
+  const std::size_t first = text.find_first_not_of(unwanted);
+  if (first == std::string_view::npos) return {};
+  return text.substr(first, text.find_last_not_of(unwanted) - first + 1);
+}
+
+bool startsHeaderBlock(std::string_view line) {
+  const std::string start = asciiLowerCased(line.substr(0, headerName.size() + 1));
+  return start.starts_with(headerName) && start.ends_with(':') && isAscii(line);
+}
+
+std::vector<Bytes> readHeaderBlock(StdinReader& reader, Bytes firstLine) {
+  std::vector<Bytes> lines;
+  lines.push_back(std::move(firstLine));
+  for (;;) {
+    auto line = reader.readLine(maxHeaderLineBytes);
+    if (!line) throw errors::incompleteHeaders();
+    if (viewOf(*line) == "\r\n" || viewOf(*line) == "\n") return lines;
+    lines.push_back(std::move(*line));
+    if (lines.size() > maxHeaderLines) throw errors::tooManyHeaders();
+  }
+}
+
+std::optional<std::int64_t> decimalInteger(std::string_view text) {
+  if (text.starts_with('+')) {
+    text.remove_prefix(1);
+    if (text.starts_with('-')) return std::nullopt;
+  }
+  std::int64_t number = 0;
+  const char* end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, number);
+  return error == std::errc() && stop == end ? std::optional(number) : std::nullopt;
+}
+
+/// The value of a `Content-Length` line, or null for another line. A colon in front of the name is
+/// passed over, and so a line that ends behind its only colon has no value and is another line.
+std::optional<std::string_view> contentLengthValue(std::string_view line) {
+  line = trimmedOf(line, whiteSpaceAndLineBreaks);
+  line.remove_prefix(std::min(line.find_first_not_of(':'), line.size()));
+  const std::size_t colon = line.find(':');
+  if (colon == std::string_view::npos || colon + 1 == line.size()) return std::nullopt;
+  if (asciiLowerCased(line.substr(0, colon)) != headerName) return std::nullopt;
+  return trimmedOf(line.substr(colon + 1), " \t");
+}
+
+std::size_t bodyLength(const std::vector<Bytes>& headerLines) {
+  std::optional<std::int64_t> length;
+  for (const Bytes& bytes : headerLines) {
+    const std::string_view line = viewOf(bytes);
+    if (!isAscii(line)) throw errors::headerNotAscii();
+    // The last match counts, even when its value is no number: then there is no length.
+    if (const auto value = contentLengthValue(line)) length = decimalInteger(*value);
+  }
+  if (!length) throw errors::missingContentLength();
+  if (*length < 1 || *length > static_cast<std::int64_t>(maxBodyBytes)) {
+    throw errors::messageTooLarge();
+  }
+  return static_cast<std::size_t>(*length);
+}
+
+}  // namespace
+
+std::optional<Bytes> StdinReader::readLine(std::size_t maxBytes) {
+  Bytes line;
+  while (input.readThrough('\n', maxBytes + 1 - line.size(), line)) {
+    if (line.size() > maxBytes) throw errors::messageTooLarge();
+    if (viewOf(line).back() == '\n') return line;
+  }
+  return line.empty() ? std::nullopt : std::optional(std::move(line));
+}
+
+Bytes StdinReader::readExact(std::size_t byteCount) {
+  Bytes bytes;
+  while (bytes.size() < byteCount) {
+    if (!input.read(byteCount - bytes.size(), bytes)) throw errors::incompletePayload();
+  }
+  return bytes;
+}
+
+std::optional<Bytes> readNextPayload(StdinReader& reader, ServerState& state) {
+  auto firstLine = reader.readLine(maxFirstLineBytes);
+  if (!firstLine || !startsHeaderBlock(viewOf(*firstLine))) return firstLine;
+
+  // Before the block is judged: an error about this very block goes out in header framing.
+  state.useContentLengthFraming();
+  return reader.readExact(bodyLength(readHeaderBlock(reader, std::move(*firstLine))));
+}
+
+void MessageWriter::writeMessage(const JsonText& message) {
+  // No memory is taken while the lock is held: `endAfterFrame` waits for it.
+  const std::string header = "Content-Length: " + std::to_string(message.size()) + "\r\n\r\n";
+  std::vector<std::string_view> pieces = message.pieces();
+  pieces.insert(pieces.begin(), header);
+  pieces.emplace_back("\n");
+  const std::lock_guard hold(stdoutLock);
+  (state.usesContentLengthFraming() ? pieces.back() : pieces.front()) = {};
+  if (!writeAll(output, std::move(pieces))) endProcess();
+}
+
+void MessageWriter::endAfterFrame() {
+  stdoutLock.lock();
+  endProcess();
+}
+
+}  // namespace quillmere

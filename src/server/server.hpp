@@ -1,0 +1,36 @@
+// The server: what its threads share, and the loop that reads and answers messages.
+#pragma once
+
+#include "platform/buffer.hpp"
+#include "platform/worker_pool.hpp"
+#include "protocol/framing.hpp"
+#include "protocol/in_flight_request.hpp"
+#include "protocol/server_state.hpp"
+
+namespace quillmere {
+
+/// What the threads of the one server share. Made once at start and never destroyed: workers may
+/// still use it while the process ends. Each part but the pool, which takes work from the main
+/// thread alone, is safe to use from any thread.
+struct ServerContext {
+  ServerState state;
+  MessageWriter output;
+  InFlightRequests inFlightRequests;
+  WorkerPool workers;
+
+  /// Writes its messages to `descriptor`, which stays the caller's.
+  explicit ServerContext(int descriptor) : output(descriptor, state) {}
+};
+
+/// Reads messages from `descriptor` and answers them, until input ends or the client asks for
+/// shutdown. Requests that workers carry out at that moment are left as they are. Blocks; main
+/// thread only. Whatever is thrown on the way is answered and ends nothing, but for want of memory
+/// before the id of a message is known: that ends the process.
+void serve(int descriptor, ServerContext& server);
+
+/// Takes one payload: answers it here, hands it to a worker, or passes over it in silence. Returns
+/// false when the read loop is to end. Main thread only. Throws `std::bad_alloc` when there
+/// is no memory to read the payload, or for a message without an id.
+[[nodiscard]] bool processPayload(Bytes payload, ServerContext& server);
+
+}  // namespace quillmere

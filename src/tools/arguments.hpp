@@ -1,0 +1,33 @@
+// What happens to a tool's arguments before they are sent: loosely written names are brought into
+// their canonical form, and then all are checked against the tool's schema.
+#pragma once
+
+#include <memory>
+#include <string_view>
+
+#include "json/document.hpp"
+#include "json/value.hpp"
+#include "tools/catalogue.hpp"
+
+namespace quillmere {
+
+/// Arguments, and what they refer to if that is not the message that brought them.
+struct NormalizedArguments {
+  JsonObject object;
+  /// Null when nothing had to be rewritten.
+  std::shared_ptr<const JsonDocument> rewritten;
+};
+
+/// `arguments` with `key` of the key tool and `direction` of the scroll tool trimmed, in lower case
+/// and, for keys, with aliases resolved. Everything else stays as it is: nothing is coerced, filled
+/// in or dropped, and an unknown `name` is no error. Pure.
+[[nodiscard]] NormalizedArguments normalizeToolArguments(std::string_view name,
+                                                         const JsonObject& arguments);
+
+/// Checks `arguments`, normalised already, against the schema of `tool`. The first failure counts,
+/// in this order: unknown argument (the first in sorted order), missing required argument (null
+/// counts as missing), a value that breaks its schema (null passes), no session target (the key
+/// alone counts). Pure. Throws `MCPError` -32602.
+void validateSchemaArguments(const Tool& tool, const JsonObject& arguments);
+
+}  // namespace quillmere
