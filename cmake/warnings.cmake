@@ -14,14 +14,14 @@ if(QUILLMERE_SANITIZERS)
   endif()
   if(QUILLMERE_SANITIZERS MATCHES "undefined")
     # This check asks the system for a pipe to see whether an object can be read, and takes it for a
-    # broken one where there is no descriptor to be had, which is just what a test arranges.
+    # broken one when no descriptor is available, which is just what a test arranges.
     add_compile_options(-fno-sanitize=vptr)
     add_link_options(-fno-sanitize=vptr)
   endif()
 endif()
 
 # g++ 12 sees an overlap in std::string's own assignment of a one-character literal where there is none
-# (GCC bug 105329, mended in 13).
+# (GCC bug 105329, fixed in 13).
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
   target_compile_options(quillmere_flags INTERFACE -Wno-restrict)
 endif()

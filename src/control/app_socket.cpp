@@ -146,7 +146,7 @@ UnixSocket connectAppControlSocket() {
   try {
     return connectToFirst(socketCandidates(bundledAppIdentifier(executableURL())));
   } catch (const std::system_error&) {
-    // Not the next candidate: it may be another app's.
+    // The call fails, and does not go to the next candidate: that may be another app's.
     throw errors::noControlSocket();
   }
 }

@@ -1,3 +1,5 @@
+// What may leave the process is decided here once more, whatever a tool's schema allows: only known
+// fields, and none that is too long.
 #include "control/control_call.hpp"
 
 #include <algorithm>

@@ -35,8 +35,8 @@ class JsonError : public std::runtime_error {
 /// One JSON text: its bytes, and a flat list of tokens that say where its values are. Immutable, so
 /// that any number of threads may read it; shared by everything that refers to its bytes.
 ///
-/// The tokens stand in the order of the text. A value is one token, but an array or an object has a
-/// second one at its end; a member is the token of its key, a string, and what its value has.
+/// The tokens are in the order of the text. A value has one token; an array or an object has a
+/// second one at its end. A member has the token of its key, a string, and those of its value.
 class JsonDocument : public std::enable_shared_from_this<JsonDocument> {
  public:
   enum class Kind : std::uint8_t {

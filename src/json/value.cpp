@@ -1,3 +1,5 @@
+// What is asked of a value is answered from its token and, if need be, from the text: nothing is
+// unfolded beforehand, since most of what comes in is passed on without a look.
 #include "json/value.hpp"
 
 #include <algorithm>
@@ -61,8 +63,8 @@ char32_t hexadecimal(std::string_view text) {
   return value;
 }
 
-/// The characters that a string's bytes between its quotes stand for. The parser has checked the
-/// escapes.
+/// The characters of a string, of which `text` is what is between its quotes. The parser has
+/// checked the escapes.
 std::string decodedString(std::string_view text) {
   std::string decoded;
   decoded.reserve(text.size());

@@ -145,7 +145,7 @@ class JsonArray : private JsonValue {
 class JsonObject : private JsonValue {
  public:
   explicit JsonObject(JsonValue object) : JsonValue(object) {}
-  /// The object without members. Valid for ever.
+  /// The object without members. Always valid.
   JsonObject();
 
   /// The value under `key`, or nothing. Linear in the number of members.

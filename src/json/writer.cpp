@@ -1,3 +1,6 @@
+// A text is a string and a list of runs. A run is a part of the text that is somewhere else, in a
+// document or in a constant; its place is a position in the string. So a text that is added to
+// another one takes its runs along, and no byte of a long run is touched until it is written.
 #include "json/writer.hpp"
 
 #include <algorithm>

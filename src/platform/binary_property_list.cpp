@@ -1,3 +1,6 @@
+// A binary list is a header, the objects, a table of the objects' places, and a trailer that says
+// where the table is and which object is the top. Objects refer to each other by their number in
+// the table, so the one string that is wanted is found without a look at any other object.
 #include <utf8proc.h>
 
 #include <array>
@@ -22,9 +25,8 @@ struct Item {
   std::size_t contentAt = 0;
 };
 
-/// Objects are found through a table of places that the trailer describes. No object is ever
-/// unfolded into a tree: since objects may be referred to many times, 200 bytes can describe a tree
-/// that fits no memory.
+/// Reads the objects where they are. To unfold them into a tree would not do: objects may be
+/// referred to many times, and so 200 bytes can describe a tree that fits no memory.
 class Reader {
  public:
   explicit Reader(std::string_view all) : data(all) {
@@ -41,7 +43,7 @@ class Reader {
     if (!list || list->kind != dictionary) return std::nullopt;
     for (std::size_t i = 0; i < list->count; ++i) {
       const auto name = member(*list, i);
-      // What a broken list refers to in place of a key is not worth a look at the keys behind it.
+      // A list in which a key refers to nothing is broken, and its other keys are not looked at.
       if (!name) return std::nullopt;
       if (name->kind != asciiString || bytesOf(*name) != key) continue;
       const auto value = member(*list, list->count + i);

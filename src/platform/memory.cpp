@@ -5,7 +5,7 @@
 //
 // The other half is the program's `operator new`. What is small is needed by everything, the text
 // that says there is no memory included: a reserve is kept for it, and without that the process
-// ends. So only what is large can fail, where whoever asked for it can be told.
+// ends. So only what is large can fail, and whoever asks for something large handles that.
 #include "platform/memory.hpp"
 
 #include <pthread.h>

@@ -1,3 +1,7 @@
+// To take one line and not a byte more, the end of the line must be known before it is read. So
+// what comes next is looked at first, in a way that leaves it where it is: a socket is peeked at, a
+// pipe is duplicated by `tee` into a pipe of our own, a file is read at its position. Then just the
+// line is read. What is seen of later lines is remembered, and saves the look for them.
 #include "platform/standard_streams.hpp"
 
 #include <fcntl.h>
@@ -72,8 +76,8 @@ InputStream::LookAhead InputStream::wayToLookAhead() const {
 bool InputStream::readThrough(char delimiter, std::size_t most, Bytes& to) {
   if (hasEnded) return false;
   if (ahead.empty() && way != LookAhead::none) fillAhead();
-  // What can't be looked into is read byte by byte, to the same end. Where nothing is seen, another
-  // reader may have been quicker: only a read tells that from the end.
+  // What can't be looked into, a terminal say, is read byte by byte. Nothing to be seen need not be
+  // the end, since another reader may have been quicker; a read knows.
   if (ahead.empty()) return read(1, to);
   const std::string_view seen = ahead.substr(0, most);
   const std::size_t at = seen.find(delimiter);

@@ -19,7 +19,7 @@ class InputStream {
   /// Reads from `descriptor`, which stays the caller's and must outlive this.
   explicit InputStream(int descriptor);
 
-  /// Appends at least one and at most `most` bytes to `to`, none of them behind the first
+  /// Appends at least one and at most `most` bytes to `to`, none of them after the first
   /// `delimiter`. Blocks for the first byte. Returns false, with `to` unchanged, at end of input,
   /// and from then on. A descriptor that can't be read counts as ended. Throws `std::bad_alloc`,
   /// with nothing read.
@@ -43,8 +43,8 @@ class InputStream {
   LookAhead way;
   /// Kept, since a read after a failed one may work again, in the middle of a message.
   bool hasEnded = false;
-  /// Bytes that were seen and not yet consumed. A copy, in `aheadBuffer`: they also still stand in
-  /// the descriptor.
+  /// Bytes that were seen and not yet consumed. A copy, in `aheadBuffer`: they are still in the
+  /// descriptor too.
   std::string_view ahead;
   std::unique_ptr<char[]> aheadBuffer;
   /// A pipe of our own, into which a pipe's content is duplicated to be seen.

@@ -1,3 +1,6 @@
+// Unicode's tables are utf8proc's. Only the check for UTF-8 is our own: every byte of every message
+// goes through it, and a check that looks at one character after the other would take longer than
+// all else that is done with a large answer.
 #include "platform/text.hpp"
 
 #include <utf8proc.h>
@@ -48,8 +51,9 @@ bool isSpaceOrLineBreak(utf8proc_int32_t point) {
   }
 }
 
-/// `point`, or for one that Unicode has reserved for later another one that breaks as it will:
-/// emoji newer than the library are joined as its older ones are.
+/// `point`, or another one in its place if it is reserved but not yet assigned. The standard says
+/// how characters break that may be assigned there later (UAX #29, GraphemeBreakProperty), and
+/// utf8proc does not; so emoji newer than the library would be counted one by one.
 utf8proc_int32_t breakingAlike(utf8proc_int32_t point) {
   if (point < 0x2065 || utf8proc_category(point) != UTF8PROC_CATEGORY_CN) return point;
   const auto isWithin = [&](utf8proc_int32_t first, utf8proc_int32_t last) {
@@ -211,8 +215,7 @@ std::string lowerCased(std::string_view text) {
   lowered.reserve(text.size());
   while (!text.empty()) {
     const CodePoint point = firstCodePoint(text);
-    // utf8proc maps one code point to one; this is the only lower-casing of Unicode that gives two
-    // whatever stands around it.
+    // utf8proc maps one code point to one. This is the only one that always becomes two.
     if (point.value == capitalIWithDotAbove) {
       lowered += "i\u0307";
     } else {

@@ -36,7 +36,8 @@ void appendUtf8(std::string& text, char32_t character);
 [[nodiscard]] std::string_view trimmed(std::string_view text);
 
 /// `text` in lower case, character by character, by the mappings of the Unicode Character Database
-/// that depend on nothing around (U+0130 becomes U+0069 U+0307). `text` must be UTF-8.
+/// that do not depend on the characters around (U+0130 becomes U+0069 U+0307). `text` must be
+/// UTF-8.
 [[nodiscard]] std::string lowerCased(std::string_view text);
 
 /// Whether `text` has more, or fewer, user-perceived characters (extended grapheme clusters, UAX

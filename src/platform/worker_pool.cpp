@@ -1,3 +1,6 @@
+// Idle workers are a stack: the one that slept last is called first, and those at its bottom get
+// their rest and end. A task is only pushed and a worker only called; which worker takes which task
+// is settled when one of them finds the lock free.
 #include "platform/worker_pool.hpp"
 
 #include <pthread.h>
@@ -43,8 +46,8 @@ bool WorkerPool::submit(std::function<void()> task) {
 
   const std::lock_guard hold(lock);
   --_coming;
-  // Tasks leave at the front and only this thread adds: what is still there ends with ours. If none
-  // is, a worker that had just become idle has taken it.
+  // Tasks leave at the front and only this thread adds, so the last one that is still there is
+  // ours. If there is none, a worker that had just finished another task has taken it.
   if (_tasks.empty()) return true;
   _tasks.pop_back();
   return false;

@@ -41,6 +41,7 @@ std::vector<Bytes> readHeaderBlock(StdinReader& reader, Bytes firstLine) {
   }
 }
 
+/// A whole number with at most one sign in front of it, or nothing.
 std::optional<std::int64_t> decimalInteger(std::string_view text) {
   if (text.starts_with('+')) {
     text.remove_prefix(1);
@@ -52,8 +53,8 @@ std::optional<std::int64_t> decimalInteger(std::string_view text) {
   return error == std::errc() && stop == end ? std::optional(number) : std::nullopt;
 }
 
-/// The value of a `Content-Length` line, or null for another line. A colon in front of the name is
-/// passed over, and so a line that ends behind its only colon has no value and is another line.
+/// The value of a `Content-Length` line, or nothing for any other line. Colons before the name are
+/// ignored. `Content-Length:` without a value is no such line, and does not replace an earlier one.
 std::optional<std::string_view> contentLengthValue(std::string_view line) {
   line = trimmedOf(line, whiteSpaceAndLineBreaks);
   line.remove_prefix(std::min(line.find_first_not_of(':'), line.size()));

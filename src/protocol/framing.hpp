@@ -1,5 +1,5 @@
 // Messages on standard input and output, in two framings: one JSON text on one line, or a block of
-// headers with a `Content-Length` and as many bytes of body. A message's first line tells which.
+// headers with a `Content-Length` and as many bytes of body. A message's first line shows which.
 #pragma once
 
 #include <cstddef>
@@ -28,7 +28,7 @@ class StdinReader {
   explicit StdinReader(int descriptor) : input(descriptor) {}
 
   /// The next line, its line feed included if it has one; nothing at end of input. Blocks.
-  /// Throws `MCPError` -32600 behind byte `maxBytes` + 1 of a longer line; its rest stays unread.
+  /// Throws `MCPError` -32600 after byte `maxBytes` + 1 of a longer line; its rest stays unread.
   [[nodiscard]] std::optional<Bytes> readLine(std::size_t maxBytes);
 
   /// Exactly `byteCount` bytes. Blocks. Throws `MCPError` -32700 when input ends before.
@@ -40,9 +40,9 @@ class StdinReader {
 
 /// Reads one payload, in whichever framing its first line asks for; nothing at end of input. Header
 /// framing of one message turns it on in `state`, for all output from then on. Blocks; main thread
-/// only. Throws `MCPError` -32600 (too large) or -32700 (broken header block); the stream then
-/// stands behind the last byte consumed, and the next call starts a new message there. After
-/// `std::bad_alloc` nothing tells where that is.
+/// only. Throws `MCPError` -32600 (too large) or -32700 (broken header block); the next
+/// call then starts a new message after the last byte consumed. After `std::bad_alloc` it is not
+/// known where the next message starts.
 [[nodiscard]] std::optional<Bytes> readNextPayload(StdinReader& reader, ServerState& state);
 
 /// The only way to standard output once the server runs.

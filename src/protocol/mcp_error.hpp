@@ -24,8 +24,8 @@ struct MCPError {
 [[nodiscard]] std::string filledIn(std::string_view text,
                                    std::initializer_list<std::string_view> values);
 
-/// One kind of error: its code and its text, in which "{}" stands for a value of the moment. A row
-/// with another number of places than it says does not compile.
+/// One kind of error: its code and its text, with "{}" where a value is filled in. A row does not
+/// compile if its text has another number of such places than its type says.
 template <std::size_t places>
 class Failure {
  public:

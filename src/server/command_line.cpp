@@ -28,7 +28,7 @@ constexpr std::string_view helpText =
 static_assert(helpText.size() == 350);
 
 void print(std::string_view text) {
-  // Whoever started us has closed standard output: there is nobody to tell.
+  // A failure means that whoever started us has closed standard output, and reads no error either.
   static_cast<void>(writeAll(STDOUT_FILENO, {text, "\n"}));
 }
 

@@ -31,7 +31,7 @@ void answer(InFlightRequest& request, const Method& method, ServerContext& serve
 /// Hands `message`, a request with this id, to a worker that carries it out and answers it, and
 /// returns at once. From then until its answer is out the request can be cancelled by its id.
 /// Throws `MCPError` -32603 when no thread is available for it, and `std::bad_alloc`, and then
-/// leaves nothing behind.
+/// leaves no record of the request.
 void dispatchRequest(std::shared_ptr<const JsonDocument> message, JsonValue id,
                      const Method& method, ServerContext& server) {
   const auto request = std::make_shared<InFlightRequest>(std::move(message), id);
@@ -55,7 +55,8 @@ void serve(int descriptor, ServerContext& server) {
       auto payload = readNextPayload(reader, server.state);
       if (!payload || !processPayload(std::move(*payload), server)) return;
     } catch (const std::bad_alloc&) {
-      // Part of a message was lost, and perhaps a request, which nobody could be told.
+      // Part of a message was lost. If there was a request in it, its id is not known, and so the
+      // client could not be told that it failed.
       server.output.endAfterFrame();
     } catch (...) {
       answerWithFailure(std::nullopt, server.output);

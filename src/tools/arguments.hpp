@@ -14,7 +14,7 @@ namespace quillmere {
 /// Arguments, and what they refer to if that is not the message that brought them.
 struct NormalizedArguments {
   JsonObject object;
-  /// Null when nothing had to be rewritten.
+  /// Null when nothing was rewritten.
   std::shared_ptr<const JsonDocument> rewritten;
 };
 
