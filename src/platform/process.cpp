@@ -1,6 +1,5 @@
 #include "platform/process.hpp"
 
-#include <fcntl.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -36,11 +35,6 @@ void raiseDescriptorLimit() {
 void prepareProcess() {
   raiseDescriptorLimit();
   std::signal(SIGPIPE, SIG_IGN);
-  for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-    if (::fcntl(standard, F_GETFD) >= 0) continue;
-    // The lowest free number is the one just found closed.
-    static_cast<void>(::open("/dev/null", standard == STDERR_FILENO ? O_WRONLY : O_RDONLY));
-  }
 }
 
 std::string_view argumentZero() {
