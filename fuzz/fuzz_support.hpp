@@ -11,8 +11,8 @@
 #include <string_view>
 #include <thread>
 
-#include "support/desktop_app.hpp"
-#include "support/temporary_home.hpp"
+#include "harness/desktop_app.hpp"
+#include "harness/temporary_home.hpp"
 
 namespace quillmere {
 

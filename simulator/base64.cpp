@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-namespace quillmere {
+namespace quillmere::simulator {
 
 namespace {
 
@@ -50,4 +50,4 @@ std::optional<std::string> bytesOfBase64(std::string_view text) {
   return base64(bytes).starts_with(text) ? std::optional(bytes) : std::nullopt;
 }
 
-}  // namespace quillmere
+}  // namespace quillmere::simulator

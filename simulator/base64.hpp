@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-namespace quillmere {
+namespace quillmere::simulator {
 
 /// Pure.
 [[nodiscard]] std::string base64(std::string_view bytes);
@@ -13,4 +13,4 @@ namespace quillmere {
 /// The bytes that `text` stands for, or nothing when it is not what `base64` writes. Pure.
 [[nodiscard]] std::optional<std::string> bytesOfBase64(std::string_view text);
 
-}  // namespace quillmere
+}  // namespace quillmere::simulator

@@ -12,7 +12,7 @@
 #include "simulator/request_arguments.hpp"
 #include "simulator/view_json.hpp"
 
-namespace quillmere {
+namespace quillmere::simulator {
 
 namespace {
 
@@ -514,4 +514,4 @@ bool isCommand(std::string_view name) {
   return findCommand(name) != nullptr;
 }
 
-}  // namespace quillmere
+}  // namespace quillmere::simulator

@@ -14,7 +14,7 @@
 #include "json/writer.hpp"
 #include "simulator/phone.hpp"
 
-namespace quillmere {
+namespace quillmere::simulator {
 
 /// A phone with what the desktop app knows about it.
 struct MirroredDevice {
@@ -65,4 +65,4 @@ struct Turn {
 /// Whether there is a command of this name.
 [[nodiscard]] bool isCommand(std::string_view name);
 
-}  // namespace quillmere
+}  // namespace quillmere::simulator

@@ -19,7 +19,7 @@
 #include "simulator/base64.hpp"
 #include "simulator/drawing.hpp"
 
-namespace quillmere {
+namespace quillmere::simulator {
 
 namespace {
 
@@ -195,4 +195,4 @@ void ControlService::log(std::string_view what, std::string_view outcome) {
   static_cast<void>(writeAll(STDERR_FILENO, {line, "\n"}));
 }
 
-}  // namespace quillmere
+}  // namespace quillmere::simulator

@@ -8,15 +8,15 @@
 #include <string>
 #include <string_view>
 
+#include "harness/unix_listener.hpp"
 #include "json/value.hpp"
 #include "json/writer.hpp"
 #include "platform/descriptor.hpp"
 #include "platform/worker_pool.hpp"
 #include "simulator/commands.hpp"
 #include "simulator/options.hpp"
-#include "simulator/unix_listener.hpp"
 
-namespace quillmere {
+namespace quillmere::simulator {
 
 /// Must live until the process ends: its threads are never waited for.
 class ControlService {
@@ -45,4 +45,4 @@ class ControlService {
   World _world = makeWorld();
 };
 
-}  // namespace quillmere
+}  // namespace quillmere::simulator

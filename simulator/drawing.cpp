@@ -7,7 +7,7 @@
 #include <numbers>
 #include <stdexcept>
 
-namespace quillmere {
+namespace quillmere::simulator {
 
 namespace {
 
@@ -191,4 +191,4 @@ std::string pngOf(const View& view) {
   return canvas.png();
 }
 
-}  // namespace quillmere
+}  // namespace quillmere::simulator

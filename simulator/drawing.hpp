@@ -5,10 +5,10 @@
 
 #include "simulator/phone.hpp"
 
-namespace quillmere {
+namespace quillmere::simulator {
 
 /// The view as a PNG file, `mirror` pixels large: the same nodes, at the same places, as answers
 /// tell. Thread-safe. Takes milliseconds. Throws `std::runtime_error` when no picture can be made.
 [[nodiscard]] std::string pngOf(const View& view);
 
-}  // namespace quillmere
+}  // namespace quillmere::simulator

@@ -6,7 +6,7 @@
 
 #include "simulator/commands.hpp"
 
-namespace quillmere {
+namespace quillmere::simulator {
 
 const std::string_view simulatorUsage =
     "usage: quillmere-desktop-simulator [--socket PATH] [--quiet] [--delay MS] [--drop-after "
@@ -102,4 +102,4 @@ SimulatorOptions parseOptions(std::span<const char* const> arguments) {
   return options;
 }
 
-}  // namespace quillmere
+}  // namespace quillmere::simulator

@@ -10,7 +10,7 @@
 #include <string>
 #include <string_view>
 
-namespace quillmere {
+namespace quillmere::simulator {
 
 /// What goes wrong on purpose, for people who test their own clients.
 struct Faults {
@@ -49,4 +49,4 @@ extern const std::string_view simulatorHelp;
 /// Pure. Throws `UsageError`.
 [[nodiscard]] SimulatorOptions parseOptions(std::span<const char* const> arguments);
 
-}  // namespace quillmere
+}  // namespace quillmere::simulator

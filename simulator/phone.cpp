@@ -7,7 +7,7 @@
 
 #include "platform/text.hpp"
 
-namespace quillmere {
+namespace quillmere::simulator {
 
 namespace {
 
@@ -413,4 +413,4 @@ Outcome launch(Phone& phone, const App& app, WorldTime now) {
   return {"Launched " + std::string(app.title) + "."};
 }
 
-}  // namespace quillmere
+}  // namespace quillmere::simulator

@@ -13,7 +13,7 @@
 
 #include "simulator/world_data.hpp"
 
-namespace quillmere {
+namespace quillmere::simulator {
 
 /// Time since the world began.
 using WorldTime = std::chrono::milliseconds;
@@ -105,4 +105,4 @@ std::optional<Outcome> pressKey(Phone& phone, std::string_view key, WorldTime no
 /// Brings an app's first screen to the front.
 Outcome launch(Phone& phone, const App& app, WorldTime now);
 
-}  // namespace quillmere
+}  // namespace quillmere::simulator

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-namespace quillmere::refusals {
+namespace quillmere::simulator::refusals {
 
 Refusal invalidArgument(std::string_view key, std::string_view must) {
   return {"invalidArgument", std::string(key) + " must be " + std::string(must) + "."};
@@ -30,4 +30,4 @@ Refusal acknowledgementRequired(const App& app, bool otherWordsWereGiven) {
   return refusal;
 }
 
-}  // namespace quillmere::refusals
+}  // namespace quillmere::simulator::refusals

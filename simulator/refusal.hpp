@@ -8,7 +8,7 @@
 #include "json/writer.hpp"
 #include "simulator/world_data.hpp"
 
-namespace quillmere {
+namespace quillmere::simulator {
 
 /// Becomes an answer with `ok` false and an `error` of this code and message.
 class Refusal : public std::runtime_error {
@@ -32,4 +32,4 @@ namespace refusals {
 [[nodiscard]] Refusal acknowledgementRequired(const App& app, bool otherWordsWereGiven);
 }  // namespace refusals
 
-}  // namespace quillmere
+}  // namespace quillmere::simulator

@@ -2,7 +2,7 @@
 
 #include "simulator/refusal.hpp"
 
-namespace quillmere {
+namespace quillmere::simulator {
 
 std::string textArgument(const JsonObject& request, std::string_view key) {
   const auto text = request.findString(key);
@@ -42,4 +42,4 @@ std::int64_t wholeNumber(const JsonObject& request, std::string_view key, std::i
   return *value;
 }
 
-}  // namespace quillmere
+}  // namespace quillmere::simulator

@@ -9,7 +9,7 @@
 
 #include "json/value.hpp"
 
-namespace quillmere {
+namespace quillmere::simulator {
 
 [[nodiscard]] std::string textArgument(const JsonObject& request, std::string_view key);
 /// Empty when it is missing.
@@ -22,4 +22,4 @@ namespace quillmere {
                                        std::int64_t least, std::int64_t most,
                                        std::optional<std::int64_t> otherwise = {});
 
-}  // namespace quillmere
+}  // namespace quillmere::simulator

@@ -4,7 +4,7 @@
 #include <array>
 #include <utility>
 
-namespace quillmere {
+namespace quillmere::simulator {
 
 namespace {
 
@@ -94,4 +94,4 @@ JsonText uiDiffOf(const View& before, const View& after) {
           {"removed", std::move(removed)}};
 }
 
-}  // namespace quillmere
+}  // namespace quillmere::simulator

@@ -6,7 +6,7 @@
 #include "json/writer.hpp"
 #include "simulator/phone.hpp"
 
-namespace quillmere {
+namespace quillmere::simulator {
 
 /// The view's nodes, at most `maximumNodes` of them, with how many there are. What stands inside a
 /// web view counts only with `includeNonInteractive`. Pure.
@@ -19,4 +19,4 @@ namespace quillmere {
 /// What changed from one view to another: nodes added, removed and changed, by resource id. Pure.
 [[nodiscard]] JsonText uiDiffOf(const View& before, const View& after);
 
-}  // namespace quillmere
+}  // namespace quillmere::simulator

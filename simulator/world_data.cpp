@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-namespace quillmere {
+namespace quillmere::simulator {
 
 namespace {
 
@@ -228,4 +228,4 @@ const Transition* findTransitionOfField(std::string_view field) {
   return findRow<Transition>(transitions, &Transition::field, field);
 }
 
-}  // namespace quillmere
+}  // namespace quillmere::simulator

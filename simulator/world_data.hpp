@@ -6,7 +6,7 @@
 #include <span>
 #include <string_view>
 
-namespace quillmere {
+namespace quillmere::simulator {
 
 /// A rectangle in mirror pixels, the origin at the top left.
 struct Bounds {
@@ -101,4 +101,4 @@ inline constexpr std::string_view recentApps = "recents.apps";
 /// The row that acts when enter is pressed in `field`, or null.
 [[nodiscard]] const Transition* findTransitionOfField(std::string_view field);
 
-}  // namespace quillmere
+}  // namespace quillmere::simulator

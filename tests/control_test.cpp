@@ -7,10 +7,10 @@
 #include "control/app_socket.hpp"
 #include "control/control_call.hpp"
 #include "control/control_frame.hpp"
+#include "harness/desktop_app.hpp"
+#include "harness/temporary_home.hpp"
 #include "platform/process.hpp"
-#include "support/desktop_app.hpp"
 #include "support/json.hpp"
-#include "support/temporary_home.hpp"
 
 namespace quillmere {
 namespace {

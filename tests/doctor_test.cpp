@@ -6,8 +6,8 @@
 #include <functional>
 #include <memory>
 
+#include "harness/desktop_app.hpp"
 #include "platform/file_system.hpp"
-#include "support/desktop_app.hpp"
 #include "support/running_server.hpp"
 
 namespace quillmere {

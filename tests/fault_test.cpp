@@ -15,8 +15,9 @@
 #include <system_error>
 #include <thread>
 
+#include "harness/desktop_app.hpp"
+#include "harness/patience.hpp"
 #include "platform/process.hpp"
-#include "support/desktop_app.hpp"
 #include "support/fault_order.hpp"
 #include "support/running_server.hpp"
 
@@ -134,8 +135,6 @@ constexpr int once = 1;
 /// More often than a script makes any call, but not for ever: what repeats its call goes on.
 constexpr int fromThenOn = 1'000;
 constexpr int forGood = 1'000'000;
-/// After which the server is taken to hang.
-constexpr std::chrono::minutes patience{1};
 
 /// The server inside the released app, and what gives it orders to fail.
 struct ServerUnderOrders : testing::Test {
@@ -194,7 +193,7 @@ class FaultInjection : public ServerUnderOrders, public testing::WithParamInterf
       if (!hasEnded) {
         order->call = Call::none;
         // By then the worker is idle, and is not joined by another.
-        while (!isAtRest(server)) std::this_thread::yield();
+        waitUntil("the server's threads to rest", [&] { return isAtRest(server); });
         server.send(deviceList("small"));
         EXPECT_TRUE(isAnswered());
         EXPECT_EQ(descriptors, count(server, "fd"));
@@ -454,10 +453,10 @@ TEST_F(ServerUnderOrders, AnswersEachRequestOnceOrEndsWhicheverAllocationFails) 
     bool isCancelledAnswered = false;
     // What is cancelled may have failed before, and says so when it likes.
     const auto next = [&] {
-      auto message = server.receive(patience);
+      auto message = server.receive();
       if (!message || isCancelledAnswered || idOf(*message) != "\"cancelled\"") return message;
       isCancelledAnswered = true;
-      return server.receive(patience);
+      return server.receive();
     };
     bool isServedAgain = false;
     for (const auto& [id, wire, fails] : session) {
@@ -475,7 +474,7 @@ TEST_F(ServerUnderOrders, AnswersEachRequestOnceOrEndsWhicheverAllocationFails) 
       failures += answer->object().contains("error") != fails ? 1 : 0;
     }
     EXPECT_EQ(nullptr, next());
-    EXPECT_EQ(0, server.waitForExit(patience));
+    EXPECT_EQ(0, server.waitForExit());
     EXPECT_EQ(0, errors.size());
     EXPECT_GE(inARow == once ? 1 : forGood, failures);
   });
@@ -486,22 +485,23 @@ TEST_F(ServerUnderOrders, EndsForWantOfMemoryAfterTheFrameThatIsBeingWritten) {
   const DesktopApp app(home.releaseSocket(), answerAsAsked);
   ServerProcess server({.program = program, .home = home.path()});
   server.send(hello);
-  EXPECT_TRUE(server.receive(patience));
+  EXPECT_TRUE(server.receive());
   const auto* const hugeCall = std::ranges::find(session, "huge call", &Exchange::id);
   server.send(hugeCall->wire);
   // As long as its beginning is not read, the rest does not fit into the pipe.
   pollfd output{.fd = server.outputDescriptor(), .events = POLLIN, .revents = 0};
+  const Waiting waiting("the beginning of an answer");
   ASSERT_EQ(1, ::poll(&output, 1, -1));
   order->error = ENOMEM;
   order->inARow = forGood;
   order->call = Call::allocate;
   server.send(ping(""));
-  while (order->failed == 0) std::this_thread::yield();
-  const auto answer = server.receive(patience);
+  waitUntil("an allocation to fail", [&] { return order->failed > 0; });
+  const auto answer = server.receive();
   ASSERT_TRUE(answer);
   EXPECT_EQ("\"huge call\"", idOf(*answer));
-  EXPECT_EQ(nullptr, server.receive(patience));
-  EXPECT_EQ(0, server.waitForExit(patience));
+  EXPECT_EQ(nullptr, server.receive());
+  EXPECT_EQ(0, server.waitForExit());
 }
 
 TEST_F(ServerUnderOrders, PrintsAllOrNothingWhicheverAllocationFails) {

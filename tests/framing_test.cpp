@@ -10,8 +10,8 @@
 #include <thread>
 #include <vector>
 
+#include "harness/temporary_home.hpp"
 #include "support/json.hpp"
-#include "support/temporary_home.hpp"
 
 namespace quillmere {
 namespace {

@@ -22,7 +22,7 @@
 #include <vector>
 
 #include "control/control_frame.hpp"
-#include "support/desktop_app.hpp"
+#include "harness/desktop_app.hpp"
 #include "support/running_server.hpp"
 
 namespace quillmere {

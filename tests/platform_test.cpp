@@ -15,14 +15,14 @@
 #include <thread>
 #include <vector>
 
+#include "harness/temporary_home.hpp"
+#include "harness/unix_listener.hpp"
 #include "platform/buffer.hpp"
 #include "platform/file_system.hpp"
 #include "platform/property_list.hpp"
 #include "platform/uuid.hpp"
 #include "platform/worker_pool.hpp"
-#include "simulator/unix_listener.hpp"
 #include "support/json.hpp"
-#include "support/temporary_home.hpp"
 
 namespace quillmere {
 namespace {

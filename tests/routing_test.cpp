@@ -5,11 +5,11 @@
 #include <string>
 #include <vector>
 
+#include "harness/temporary_home.hpp"
 #include "platform/descriptor.hpp"
 #include "server/server.hpp"
 #include "support/json.hpp"
 #include "support/snapshot.hpp"
-#include "support/temporary_home.hpp"
 
 namespace quillmere {
 namespace {

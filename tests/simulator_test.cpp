@@ -17,7 +17,7 @@
 #include "simulator/commands.hpp"
 #include "support/running_server.hpp"
 
-namespace quillmere {
+namespace quillmere::simulator {
 namespace {
 
 /// A mirrored phone that is asked one thing after the other, and a clock that only waiting moves.
@@ -342,4 +342,4 @@ TEST_F(SimulatedApp, AMalformedFrameEndsItsConnectionOnly) {
 }
 
 }  // namespace
-}  // namespace quillmere
+}  // namespace quillmere::simulator

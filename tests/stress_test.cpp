@@ -16,11 +16,12 @@
 #include <utility>
 
 #include "control/control_frame.hpp"
+#include "harness/desktop_app.hpp"
+#include "harness/patience.hpp"
+#include "harness/server_process.hpp"
+#include "harness/temporary_home.hpp"
 #include "platform/worker_pool.hpp"
-#include "simulator/server_process.hpp"
-#include "support/desktop_app.hpp"
 #include "support/json.hpp"
-#include "support/temporary_home.hpp"
 
 namespace quillmere {
 namespace {
@@ -73,6 +74,7 @@ class StressedApp {
   }
   /// Waits until every connection has come to its end.
   void waitUntilIdle() {
+    const Waiting waiting("every call to end");
     std::unique_lock hold(lock);
     changed.wait(hold, [this] { return _open == 0; });
   }
@@ -106,6 +108,7 @@ class StressedApp {
     }
     if (fate == answeredLater) {
       constexpr std::int64_t laterCalls = 8;
+      const Waiting waiting("later calls");
       std::unique_lock hold(lock);
       changed.wait(hold, [&, until = _calls + laterCalls] { return _calls >= until || _isLast; });
     }

@@ -7,9 +7,9 @@
 #include <string>
 #include <string_view>
 
-#include "simulator/server_process.hpp"
+#include "harness/server_process.hpp"
 #include "support/json.hpp"
-#include "support/temporary_home.hpp"
+#include "harness/temporary_home.hpp"
 
 namespace quillmere {
 

@@ -1,14 +1,16 @@
 #include <crt_externs.h>
 #include <fcntl.h>
+#include <spawn.h>
 #include <sys/event.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <system_error>
 
-#include "simulator/system.hpp"
+#include "harness/system.hpp"
 
 namespace quillmere {
 
@@ -16,6 +18,14 @@ namespace {
 
 [[noreturn]] void fail(const char* what) {
   throw std::system_error(errno, std::generic_category(), what);
+}
+
+std::vector<char*> pointersTo(std::vector<std::string>& texts) {
+  std::vector<char*> pointers;
+  pointers.reserve(texts.size() + 1);
+  for (std::string& text : texts) pointers.push_back(text.data());
+  pointers.push_back(nullptr);
+  return pointers;
 }
 
 Descriptor closedOnExec(int number) {
@@ -54,6 +64,30 @@ Descriptor acceptConnection(const Descriptor& listener) {
 
 char** environmentVariables() {
   return *_NSGetEnviron();
+}
+
+pid_t startProgram(std::vector<std::string> arguments, std::vector<std::string> environment,
+                   int input, int output) {
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_adddup2(&actions, input, STDIN_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
+  posix_spawn_file_actions_addinherit_np(&actions, STDERR_FILENO);
+  sigset_t all;
+  sigfillset(&all);
+  posix_spawnattr_t attributes;
+  posix_spawnattr_init(&attributes);
+  posix_spawnattr_setsigdefault(&attributes, &all);
+  // A descriptor is open for a moment before it is marked as closed on exec, and another thread may
+  // start a program just then.
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_CLOEXEC_DEFAULT);
+  pid_t child = -1;
+  errno = ::posix_spawn(&child, arguments[0].c_str(), &actions, &attributes,
+                        pointersTo(arguments).data(), pointersTo(environment).data());
+  posix_spawnattr_destroy(&attributes);
+  posix_spawn_file_actions_destroy(&actions);
+  if (errno != 0) fail(arguments[0].c_str());
+  return child;
 }
 
 bool endsWithin(pid_t child, std::chrono::milliseconds patience) {

@@ -1,9 +1,11 @@
-// System calls that Linux and macOS make differently, for the simulator and for the tests.
+// System calls that Linux and macOS make differently.
 #pragma once
 
 #include <sys/types.h>
 
 #include <chrono>
+#include <string>
+#include <vector>
 
 #include "platform/descriptor.hpp"
 
@@ -34,6 +36,13 @@ struct Channel {
 
 /// The variables of this process, after the last of them a null pointer.
 [[nodiscard]] char** environmentVariables();
+
+/// Starts the program at `arguments[0]`, with these standard streams and no other descriptor but
+/// standard error, and with all signals as they are by default: what a parent of ours ignores,
+/// SIGHUP under nohup say, is not ignored by it for that. On Linux it is killed when the calling
+/// thread ends. Throws `std::system_error`.
+[[nodiscard]] pid_t startProgram(std::vector<std::string> arguments,
+                                 std::vector<std::string> environment, int input, int output);
 
 /// Whether `child`, a process that nobody has waited for yet, ends within `patience`.
 [[nodiscard]] bool endsWithin(pid_t child, std::chrono::milliseconds patience);

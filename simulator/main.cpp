@@ -10,15 +10,16 @@
 #include <thread>
 
 #include "control/app_socket.hpp"
+#include "harness/unix_listener.hpp"
 #include "platform/process.hpp"
 #include "platform/standard_streams.hpp"
 #include "simulator/control_service.hpp"
 #include "simulator/drawing.hpp"
 #include "simulator/options.hpp"
-#include "simulator/unix_listener.hpp"
 
 namespace {
 
+using namespace quillmere::simulator;
 using namespace quillmere;
 
 constexpr int failed = 1;

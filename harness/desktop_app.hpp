@@ -9,15 +9,15 @@
 #include <string_view>
 #include <thread>
 
+#include "harness/unix_listener.hpp"
 #include "json/document.hpp"
 #include "json/writer.hpp"
 #include "platform/descriptor.hpp"
-#include "simulator/unix_listener.hpp"
 
 namespace quillmere {
 
-/// The desktop app's end of one connection. Nothing here has a time limit: everything waits for
-/// what the server does.
+/// The desktop app's end of one connection. Everything waits for what the server does, as long as
+/// `Waiting` allows.
 class AppConnection {
  public:
   explicit AppConnection(Descriptor connection) : descriptor(std::move(connection)) {}

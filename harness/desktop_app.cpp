@@ -1,4 +1,4 @@
-#include "support/desktop_app.hpp"
+#include "harness/desktop_app.hpp"
 
 #include <poll.h>
 #include <sys/socket.h>
@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "control/control_frame.hpp"
+#include "harness/patience.hpp"
 
 namespace quillmere {
 
@@ -19,6 +20,7 @@ bool readExact(int descriptor, char* to, std::size_t byteCount) {
 }  // namespace
 
 std::shared_ptr<const JsonDocument> AppConnection::receive() const {
+  const Waiting waiting("a control request");
   std::string bytes(controlPrefixBytes, '\0');
   if (!readExact(number(), bytes.data(), bytes.size())) return nullptr;
   bytes.resize(controlBodyLength(bytes));
@@ -26,6 +28,7 @@ std::shared_ptr<const JsonDocument> AppConnection::receive() const {
 }
 
 bool AppConnection::send(std::string_view bytes) const {
+  const Waiting waiting("the server to read its answer");
   return ::send(number(), bytes.data(), bytes.size(), MSG_NOSIGNAL) ==
          static_cast<ssize_t>(bytes.size());
 }
@@ -35,6 +38,7 @@ bool AppConnection::answer(const JsonText& payload) const {
 }
 
 std::size_t AppConnection::waitUntilClosed() const {
+  const Waiting waiting("the server to close a connection");
   std::array<char, 4096> bytes{};
   std::size_t all = 0;
   for (ssize_t count = 0; (count = ::recv(number(), bytes.data(), bytes.size(), 0)) > 0;) {
@@ -58,15 +62,18 @@ DesktopApp::~DesktopApp() {
   if (accepting.joinable()) accepting.join();
   for (Handling& handling : handlings) {
     handling.connection.close();
+    const Waiting waiting("what a test does with a connection");
     handling.thread.join();
   }
 }
 
 AppConnection DesktopApp::accept() const {
+  const Waiting waiting("a connection to the app");
   return AppConnection(std::move(*listener.accept()));
 }
 
 std::optional<AppConnection> DesktopApp::acceptUnless(int descriptor) const {
+  const Waiting waiting("a connection to the app");
   std::array<pollfd, 2> entries = {pollfd{listener.number(), POLLIN, 0},
                                    pollfd{descriptor, POLLIN, 0}};
   static_cast<void>(::poll(entries.data(), entries.size(), -1));

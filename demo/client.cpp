@@ -1,4 +1,4 @@
-#include "simulator/demo_client.hpp"
+#include "demo/client.hpp"
 
 #include <unistd.h>
 
@@ -6,7 +6,7 @@
 
 #include "platform/standard_streams.hpp"
 
-namespace quillmere {
+namespace quillmere::demo {
 
 namespace {
 
@@ -122,4 +122,4 @@ void expect(bool isTrue, std::string_view what) {
   if (!isTrue) throw DemoFailure(std::string(what));
 }
 
-}  // namespace quillmere
+}  // namespace quillmere::demo

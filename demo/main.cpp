@@ -12,16 +12,17 @@
 #include <utility>
 #include <vector>
 
+#include "demo/client.hpp"
 #include "platform/file_system.hpp"
 #include "platform/process.hpp"
 #include "platform/standard_streams.hpp"
 #include "protocol/server_info.hpp"
 #include "simulator/base64.hpp"
-#include "simulator/demo_client.hpp"
 
 namespace {
 
 using namespace quillmere;
+using namespace quillmere::demo;
 
 constexpr std::string_view newItem = "Oat milk";
 
@@ -255,7 +256,7 @@ void keepScreenshot(DemoClient& ai, const std::string& sessionId, const std::str
   ai.step("Look at the final screen");
   const Answer answer =
       ai.call("quillmere.screen.observe", {{"sessionId", sessionId}, {"includeImage", true}});
-  const auto png = bytesOfBase64(textIn(objectIn(answer.object, "image"), "base64"));
+  const auto png = simulator::bytesOfBase64(textIn(objectIn(answer.object, "image"), "base64"));
   expect(png && png->starts_with("\x89PNG"), "the answer should hold a PNG");
   std::ofstream file(path, std::ios::binary);
   file << *png << std::flush;

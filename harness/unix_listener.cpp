@@ -1,4 +1,4 @@
-#include "simulator/unix_listener.hpp"
+#include "harness/unix_listener.hpp"
 
 #include <poll.h>
 #include <sys/socket.h>

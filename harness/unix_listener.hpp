@@ -4,9 +4,9 @@
 #include <optional>
 #include <string>
 
+#include "harness/system.hpp"
 #include "platform/descriptor.hpp"
 #include "platform/unix_socket.hpp"
-#include "simulator/system.hpp"
 
 namespace quillmere {
 

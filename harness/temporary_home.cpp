@@ -1,4 +1,4 @@
-#include "support/temporary_home.hpp"
+#include "harness/temporary_home.hpp"
 
 #include <fcntl.h>
 #include <stdlib.h>
@@ -9,8 +9,8 @@
 #include <fstream>
 #include <system_error>
 
-#include "simulator/system.hpp"
-#include "simulator/unix_listener.hpp"
+#include "harness/system.hpp"
+#include "harness/unix_listener.hpp"
 
 namespace quillmere {
 

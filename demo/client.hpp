@@ -8,11 +8,11 @@
 #include <string>
 #include <string_view>
 
+#include "harness/server_process.hpp"
 #include "json/document.hpp"
 #include "json/writer.hpp"
-#include "simulator/server_process.hpp"
 
-namespace quillmere {
+namespace quillmere::demo {
 
 /// Something came back otherwise than it must.
 class DemoFailure : public std::runtime_error {
@@ -68,4 +68,4 @@ class DemoClient {
 /// Throws `DemoFailure` with `what` unless `isTrue`.
 void expect(bool isTrue, std::string_view what);
 
-}  // namespace quillmere
+}  // namespace quillmere::demo

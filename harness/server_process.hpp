@@ -20,10 +20,11 @@ namespace quillmere {
 /// How the child's standard input and output are made: as shells do, or as Node-based clients do.
 enum class ChildStreams { pipes, socketPairs };
 
-/// For waits that end with what is waited for, and with nothing else.
+/// For waits that end with what is waited for, or with the process (see `Waiting`).
 inline constexpr std::chrono::milliseconds forever{-1};
 
-/// One running server. Killed, if it still runs, when it goes out of scope. One thread at a time.
+/// One running server. Killed, if it still runs, when it goes out of scope or its parent ends. One
+/// thread at a time.
 class ServerProcess {
  public:
   struct Options {
