@@ -4,7 +4,6 @@
 #include <poll.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -25,6 +24,8 @@
 #include <vector>
 
 #include "bench/payloads.hpp"
+#include "control/control_frame.hpp"
+#include "harness/system.hpp"
 
 namespace quillmere::bench {
 
@@ -41,19 +42,11 @@ struct Report {
   throw std::system_error(errno, std::generic_category(), what);
 }
 
-std::string framed(std::string_view body) {
-  std::string frame;
-  for (const unsigned shift : {24U, 16U, 8U, 0U}) {
-    frame += static_cast<char>(static_cast<unsigned char>(body.size() >> shift));
-  }
-  return frame.append(body);
-}
-
 /// The child's side.
 class Service {
  public:
-  Service(Descriptor socket, Descriptor reportPipe)
-      : listener(std::move(socket)), reports(std::move(reportPipe)) {}
+  Service(const UnixListener& socket, Descriptor reportPipe)
+      : listener(socket), reports(std::move(reportPipe)) {}
 
   [[noreturn]] void run() {
     for (;;) {
@@ -98,10 +91,12 @@ class Service {
   }
 
   static std::optional<std::string> receive(const Descriptor& connection) {
-    std::array<unsigned char, 4> prefix{};
-    if (::recv(connection.number(), prefix.data(), 4, MSG_WAITALL) != 4) return std::nullopt;
-    std::size_t length = 0;
-    for (const unsigned char byte : prefix) length = length << 8U | byte;
+    std::array<char, controlPrefixBytes> prefix{};
+    if (::recv(connection.number(), prefix.data(), prefix.size(), MSG_WAITALL) !=
+        static_cast<ssize_t>(prefix.size())) {
+      return std::nullopt;
+    }
+    const std::size_t length = controlBodyLength({prefix.data(), prefix.size()});
     std::string body(length, '\0');
     const auto count = ::recv(connection.number(), body.data(), length, MSG_WAITALL);
     return count == static_cast<ssize_t>(length) ? std::optional(std::move(body)) : std::nullopt;
@@ -128,7 +123,7 @@ class Service {
     auto place = frames.find(name);
     if (place == frames.end()) {
       const std::string payload = payloadCalled(name);
-      place = frames.emplace(name, payload.empty() ? "" : framed(payload)).first;
+      place = frames.emplace(name, payload.empty() ? "" : controlFrame(payload)).first;
     }
     return place->second;
   }
@@ -146,25 +141,12 @@ class Service {
     if (::write(reports.number(), &entry, sizeof entry) != sizeof entry) ::_exit(0);
   }
 
-  const Descriptor listener;
+  const UnixListener& listener;
   const Descriptor reports;
   std::map<std::string, std::string, std::less<>> frames;
   std::deque<Held> held;
   std::vector<Descriptor> unanswered;
 };
-
-Descriptor listenAt(const std::string& path) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  if (path.size() >= sizeof address.sun_path) throw std::length_error(path);
-  std::ranges::copy(path, address.sun_path);
-  Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  if (::bind(socket.number(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-      ::listen(socket.number(), SOMAXCONN) != 0) {
-    fail("listen");
-  }
-  return socket;
-}
 
 Report nextReport(const Descriptor& reports) {
   Report entry{};
@@ -174,18 +156,16 @@ Report nextReport(const Descriptor& reports) {
 
 }  // namespace
 
-App::App(const std::string& socketPath) {
-  Descriptor listener = listenAt(socketPath);
-  std::array<int, 2> ends{};
-  if (::pipe2(ends.data(), O_CLOEXEC) != 0) fail("pipe");
-  reports = Descriptor(ends[0]);
-  Descriptor reportsIn(ends[1]);
+App::App(const std::string& socketPath) : listener(socketPath, SOMAXCONN) {
+  ::fcntl(listener.number(), F_SETFL, O_NONBLOCK);
+  Channel reporting = makePipe();
   child = ::fork();
   if (child < 0) fail("fork");
   if (child == 0) {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-    Service(std::move(listener), std::move(reportsIn)).run();
+    Service(listener, std::move(reporting.writeEnd)).run();
   }
+  reports = std::move(reporting.readEnd);
 }
 
 App::~App() {

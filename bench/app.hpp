@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <string>
 
+#include "harness/unix_listener.hpp"
 #include "platform/descriptor.hpp"
 
 namespace quillmere::bench {
@@ -14,10 +15,6 @@ namespace quillmere::bench {
 /// payloads, and two that are none. Asked for any other, the app closes the connection.
 namespace answers {
 inline constexpr const char* small = "small";
-inline constexpr const char* image16Kb = "image 16384";
-inline constexpr const char* image1Mb = "image 1048576";
-inline constexpr const char* image20Mb = "image 20971520";
-inline constexpr const char* refusal = "refusal";
 /// The small one, held back for `heldMs`.
 inline constexpr const char* held = "held";
 /// None: the app waits until the connection breaks.
@@ -47,6 +44,7 @@ class App {
   [[nodiscard]] std::int64_t waitForBreak();
 
  private:
+  const UnixListener listener;
   pid_t child = -1;
   Descriptor reports;
 };

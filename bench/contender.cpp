@@ -3,7 +3,11 @@
 namespace quillmere::bench {
 
 std::unique_ptr<Session> Contender::start() const {
-  return std::make_unique<Session>(rival.command, home, streams);
+  return std::make_unique<Session>(
+      ServerProcess::Options{.program = rival.command.front(),
+                             .arguments = {rival.command.begin() + 1, rival.command.end()},
+                             .home = home,
+                             .streams = streams});
 }
 
 std::unique_ptr<Session> Contender::startInitialized() const {

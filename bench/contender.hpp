@@ -21,7 +21,8 @@ struct Rival {
 /// A rival at work, with the app behind it. Starts the process when it is first asked for.
 class Contender {
  public:
-  Contender(const Rival& rivalToStart, std::string homeFolder, Streams streamKind, App& desktopApp)
+  Contender(const Rival& rivalToStart, std::string homeFolder, ChildStreams streamKind,
+            App& desktopApp)
       : app(desktopApp), rival(rivalToStart), home(std::move(homeFolder)), streams(streamKind) {}
 
   /// A new process, not spoken to yet.
@@ -36,7 +37,7 @@ class Contender {
  private:
   const Rival& rival;
   const std::string home;
-  const Streams streams;
+  const ChildStreams streams;
   std::unique_ptr<Session> running;
 };
 

@@ -16,8 +16,8 @@
 #include <vector>
 
 #include "bench/affinity.hpp"
-#include "bench/home.hpp"
 #include "bench/report.hpp"
+#include "harness/temporary_home.hpp"
 #include "json/document.hpp"
 
 namespace quillmere::bench {
@@ -79,9 +79,9 @@ Options readOptions(std::vector<std::string> arguments) {
 }
 
 /// Writes what the server answers to `tools/list` into a file for its rivals, and returns its path.
-std::string saveToolList(const Options& options, const Home& home, App& app) {
+std::string saveToolList(const Options& options, const TemporaryHome& home, App& app) {
   const Rival server{"server", {options.server}};
-  Contender contender(server, home.path(), Streams::pipes, app);
+  Contender contender(server, home.path(), ChildStreams::pipes, app);
   contender.session().send(request(1, "tools/list"));
   const auto response = parseJson(contender.session().receive());
   const auto result = response->object().findObject("result");
@@ -104,13 +104,14 @@ void endForSilence(int /*signal*/) {
 
 class Benchmark {
  public:
-  explicit Benchmark(Options given) : options(std::move(given)), app(home.socket()) {
+  explicit Benchmark(Options given) : options(std::move(given)), app(home.releaseSocket()) {
     ::signal(SIGALRM, endForSilence);
     const std::string list = saveToolList(options, home, app);
-    rivals.push_back({"floor", {options.floor, home.socket(), list}});
+    rivals.push_back({"floor", {options.floor, home.releaseSocket(), list}});
     rivals.push_back({"server", {options.server}});
     if (!options.sdk.empty()) {
-      rivals.push_back({"SDK", {options.sdk[0], options.sdk[1], home.socket(), list}, false});
+      rivals.push_back(
+          {"SDK", {options.sdk[0], options.sdk[1], home.releaseSocket(), list}, false});
     }
   }
 
@@ -169,7 +170,7 @@ class Benchmark {
   }
 
   const Options options;
-  const Home home;
+  const TemporaryHome home;
   App app;
   const Affinity affinity;
   std::vector<Rival> rivals;

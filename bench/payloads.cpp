@@ -25,10 +25,6 @@ struct Kind {
 
 const Kind kinds[] = {
     {"small", [](std::size_t) { return smallPayload(); }},
-    {"refusal",
-     [](std::size_t) {
-       return std::string(R"({"ok":false,"error":"noSession","message":"No session."})");
-     }},
     {"image", [](std::size_t size) { return imagePayload(size); }},
     {"escaped", [](std::size_t size) { return imagePayload(size, R"(\/)"); }},
     {"article", articlePayload},

@@ -186,7 +186,7 @@ std::span<const Scenario> scenarios() {
       {"ping in a line of 1 MB", "µs", roundTrips, longPing(R"({"text":")", "x", "\"}")},
       {"tools/list", "µs", roundTrips, request(1, "tools/list"), ratio(2)},
       {"tools/call, pipes", "µs", roundTrips, call, ratio(1.3)},
-      {"tools/call, socket pairs", "µs", roundTrips, call, ratio(1.3), {Streams::socketPairs}},
+      {"tools/call, socket pairs", "µs", roundTrips, call, ratio(1.3), {ChildStreams::socketPairs}},
       {"tools/call, Content-Length framing", "µs", roundTrips, withHeader(call), {}, inHeaders},
       {"tools/call with 16 KB of text", "µs", roundTrips, textCall("x"), ratio(1.8)},
       {"tools/call with 16 KB, Chinese, emoji", "µs", roundTrips,

@@ -29,7 +29,7 @@ struct Scenario {
   Bar bar = {};
 
   struct Details {
-    Streams streams = Streams::pipes;
+    ChildStreams streams = ChildStreams::pipes;
     /// Client, server and app on one processor.
     bool onOneProcessor = true;
     bool moreIsBetter = false;

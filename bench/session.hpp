@@ -1,37 +1,24 @@
 // A running server as the benchmark's client sees it.
 #pragma once
 
-#include <sys/types.h>
-
 #include <chrono>
 #include <cstddef>
 #include <memory>
 #include <string>
 #include <string_view>
-#include <vector>
 
-#include "platform/descriptor.hpp"
+#include "harness/holdings.hpp"
+#include "harness/server_process.hpp"
 
 namespace quillmere::bench {
 
-/// How the child's standard input and output are made: as shells do, or as Node-based clients do.
-enum class Streams { pipes, socketPairs };
-
-/// What is resident now, its share of that (PSS), and the most that was ever resident.
-enum class Memory { resident, share, peak };
-
-/// One server process, killed when it goes out of scope or when the thread that made it ends.
+/// One server process, killed when it goes out of scope.
 /// Timing comes first: messages are bytes, and nothing is checked but where they end. Every
 /// function throws `std::runtime_error` when the server has gone.
 class Session {
  public:
-  /// Starts `command`, whose first element is the program's path, with `HOME` set to `home`.
-  Session(const std::vector<std::string>& command, const std::string& home, Streams streams);
-  Session(const Session&) = delete;
-  Session& operator=(const Session&) = delete;
-  Session(Session&&) = delete;
-  Session& operator=(Session&&) = delete;
-  ~Session();
+  explicit Session(const ServerProcess::Options& options)
+      : process(options), buffer(std::make_unique_for_overwrite<char[]>(roomBytes)) {}
 
   /// Writes bytes as they are.
   void send(std::string_view bytes) const;
@@ -39,19 +26,19 @@ class Session {
   /// The text of the next message, in either framing; valid until the next call. Blocks.
   [[nodiscard]] std::string_view receive();
 
-  [[nodiscard]] pid_t processID() const { return child; }
-
   /// Processor time that the process has taken so far, in all its threads, ended ones included.
   [[nodiscard]] std::chrono::nanoseconds processorTime() const;
 
-  [[nodiscard]] double bytesOf(Memory memory) const;
+  [[nodiscard]] double bytesOf(Memory memory) const {
+    return memoryOf(process.processID(), memory);
+  }
 
  private:
   void readMore();
 
-  pid_t child = -1;
-  Descriptor input;
-  Descriptor output;
+  static constexpr std::size_t roomBytes = 64 << 20;
+
+  ServerProcess process;
   /// Room for the largest answer. Pages that were never read into take up no memory.
   std::unique_ptr<char[]> buffer;
   std::size_t begin = 0;

@@ -48,8 +48,9 @@ ServerProcess::ServerProcess(const Options& options) {
 
   std::vector<std::string> arguments = {options.program};
   arguments.insert(arguments.end(), options.arguments.begin(), options.arguments.end());
-  child = startProgram(std::move(arguments), environmentWithHome(options.home),
-                       toChild.readEnd.number(), fromChild.writeEnd.number());
+  child =
+      startProgram(std::move(arguments), environmentWithHome(options.home),
+                   toChild.readEnd.number(), fromChild.writeEnd.number(), options.diesWithParent);
   input = std::move(toChild.writeEnd);
   output = std::move(fromChild.readEnd);
   reader.emplace(output.number());

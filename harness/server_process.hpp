@@ -35,6 +35,8 @@ class ServerProcess {
     ChildStreams streams = ChildStreams::pipes;
     /// Whether the child's ends of them do not block.
     bool nonBlocking = false;
+    /// Whether the child is killed, on Linux, when the thread that started it ends.
+    bool diesWithParent = true;
   };
 
   /// Throws `std::system_error` when the program can't be started.

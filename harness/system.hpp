@@ -39,10 +39,11 @@ struct Channel {
 
 /// Starts the program at `arguments[0]`, with these standard streams and no other descriptor but
 /// standard error, and with all signals as they are by default: what a parent of ours ignores,
-/// SIGHUP under nohup say, is not ignored by it for that. On Linux it is killed when the calling
-/// thread ends. Throws `std::system_error`.
+/// SIGHUP under nohup say, is not ignored by it for that. With `diesWithParent` it is killed, on
+/// Linux, when the calling thread ends. Throws `std::system_error`.
 [[nodiscard]] pid_t startProgram(std::vector<std::string> arguments,
-                                 std::vector<std::string> environment, int input, int output);
+                                 std::vector<std::string> environment, int input, int output,
+                                 bool diesWithParent);
 
 /// Whether `child`, a process that nobody has waited for yet, ends within `patience`.
 [[nodiscard]] bool endsWithin(pid_t child, std::chrono::milliseconds patience);

@@ -67,7 +67,7 @@ char** environmentVariables() {
 }
 
 pid_t startProgram(std::vector<std::string> arguments, std::vector<std::string> environment,
-                   int input, int output) {
+                   int input, int output, bool /*diesWithParent*/) {
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_adddup2(&actions, input, STDIN_FILENO);

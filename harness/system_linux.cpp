@@ -36,6 +36,7 @@ struct Beginning {
   char* const* environment;
   int input;
   int output;
+  bool diesWithParent;
   /// Set by the child when it can't.
   int error = 0;
 };
@@ -44,7 +45,7 @@ struct Beginning {
 /// parent.
 [[gnu::no_sanitize("address", "thread", "undefined")]] int becomeProgram(void* of) {
   Beginning& child = *static_cast<Beginning*>(of);
-  ::syscall(SYS_prctl, PR_SET_PDEATHSIG, SIGKILL, 0, 0, 0);
+  if (child.diesWithParent) ::syscall(SYS_prctl, PR_SET_PDEATHSIG, SIGKILL, 0, 0, 0);
   for (int signal = 1; signal < NSIG; ++signal) {
     // Not by the library's function, which sanitizers replace. The structure is the kernel's: a
     // handler of null, which is the default, and no flags.
@@ -87,10 +88,11 @@ char** environmentVariables() {
 }
 
 pid_t startProgram(std::vector<std::string> arguments, std::vector<std::string> environment,
-                   int input, int output) {
+                   int input, int output, bool diesWithParent) {
   const std::vector<char*> argumentPointers = pointersTo(arguments);
   const std::vector<char*> environmentPointers = pointersTo(environment);
-  Beginning beginning{argumentPointers.data(), environmentPointers.data(), input, output};
+  Beginning beginning{argumentPointers.data(), environmentPointers.data(), input, output,
+                      diesWithParent};
   // In our own memory, as `posix_spawn` does it, which can't tie the child to our life. A fork
   // would copy our page tables at each start, and benchmarks measure starts.
   alignas(16) std::array<char, 16'384> stack;

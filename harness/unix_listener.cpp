@@ -18,8 +18,6 @@ namespace quillmere {
 
 namespace {
 
-constexpr int backlog = 128;
-
 [[noreturn]] void fail(int errorNumber, const std::string& what) {
   throw std::system_error(errorNumber, std::generic_category(), what);
 }
@@ -44,7 +42,7 @@ bool isStale(const std::string& path) {
 
 }  // namespace
 
-UnixListener::UnixListener(std::string path) : socketPath(std::move(path)) {
+UnixListener::UnixListener(std::string path, int backlog) : socketPath(std::move(path)) {
   if (socketPath.size() > maxSocketPathBytes) fail(ENAMETOOLONG, socketPath);
   if (const auto folder = std::filesystem::path(socketPath).parent_path(); !folder.empty()) {
     std::filesystem::create_directories(folder);

@@ -13,9 +13,10 @@ namespace quillmere {
 /// Listens on a Unix-domain stream socket and removes its file when it goes out of scope.
 class UnixListener {
  public:
-  /// Listens at `path`, creating missing folders. A stale socket in its place is replaced.
+  /// Listens at `path`, creating missing folders, for at most `backlog` connections that wait. A
+  /// stale socket in its place is replaced.
   /// Throws `std::system_error` (EADDRINUSE when something lives there) or `std::filesystem_error`.
-  explicit UnixListener(std::string path);
+  explicit UnixListener(std::string path, int backlog = 128);
   UnixListener(const UnixListener&) = delete;
   UnixListener& operator=(const UnixListener&) = delete;
   UnixListener(UnixListener&&) = delete;

@@ -16,6 +16,7 @@
 #include <thread>
 
 #include "harness/desktop_app.hpp"
+#include "harness/holdings.hpp"
 #include "harness/patience.hpp"
 #include "platform/process.hpp"
 #include "support/fault_order.hpp"
@@ -32,7 +33,7 @@ const std::string largeText(90'000, 'x');
 
 constexpr auto sanitizers = std::string_view(QUILLMERE_SANITIZERS);
 /// ThreadSanitizer has a thread of its own.
-constexpr std::ptrdiff_t threadsWithOneWorker = sanitizers == "thread" ? 3 : 2;
+constexpr std::size_t threadsWithOneWorker = sanitizers == "thread" ? 3 : 2;
 
 std::string deviceList(std::string_view taskId) {
   return R"({"jsonrpc":"2.0","id":1,"method":"tools/call","params":{"name":)"
@@ -186,7 +187,7 @@ class FaultInjection : public ServerUnderOrders, public testing::WithParamInterf
     } else {
       server.send(hello);
       EXPECT_TRUE(isAnswered());
-      const std::ptrdiff_t descriptors = count(server, "fd");
+      const std::size_t descriptors = holdingsOf(server.processID()).descriptors;
       order->call = GetParam().call;
       server.send(script.wire);
       const bool hasEnded = !isAnswered() || (GetParam().outcome == ends && order->failed > 0);
@@ -196,8 +197,8 @@ class FaultInjection : public ServerUnderOrders, public testing::WithParamInterf
         waitUntil("the server's threads to rest", [&] { return isAtRest(server); });
         server.send(deviceList("small"));
         EXPECT_TRUE(isAnswered());
-        EXPECT_EQ(descriptors, count(server, "fd"));
-        EXPECT_GE(threadsWithOneWorker, count(server, "task"));
+        EXPECT_EQ(descriptors, holdingsOf(server.processID()).descriptors);
+        EXPECT_GE(threadsWithOneWorker, holdingsOf(server.processID()).threads);
         server.send(bye);
       }
     }
@@ -259,18 +260,10 @@ class FaultInjection : public ServerUnderOrders, public testing::WithParamInterf
         .streams = script.input == Input::pipe ? ChildStreams::pipes : ChildStreams::socketPairs};
   }
 
-  static std::filesystem::directory_iterator entries(const ServerProcess& server,
-                                                     const std::string& folder) {
-    return std::filesystem::directory_iterator("/proc/" + std::to_string(server.processID()) + "/" +
-                                               folder);
-  }
-  static std::ptrdiff_t count(const ServerProcess& server, const std::string& what) {
-    const auto all = entries(server, what);
-    return std::distance(begin(all), end(all));
-  }
   /// Whether no thread runs.
   static bool isAtRest(const ServerProcess& server) {
-    const auto threads = entries(server, "task");
+    const std::filesystem::directory_iterator threads("/proc/" +
+                                                      std::to_string(server.processID()) + "/task");
     return std::all_of(begin(threads), end(threads), [](const auto& thread) {
       std::string line;
       std::getline(std::ifstream(thread.path() / "stat"), line);

@@ -330,7 +330,7 @@ INSTANTIATE_TEST_SUITE_P(Limits, Signal, testing::Values(SIGTERM, SIGHUP, SIGINT
 /// What a forked process does: begins to read an answer, tells its server's number and waits for
 /// its own end. An exception ends it too, and never runs on into what was forked.
 [[noreturn]] void beAClient(const TemporaryHome& home, const Descriptor& toTest) noexcept {
-  ServerProcess server({.program = QUILLMERE_SERVER, .home = home.path()});
+  ServerProcess server({.program = QUILLMERE_SERVER, .home = home.path(), .diesWithParent = false});
   server.send(
       "{\"jsonrpc\":\"2.0\",\"id\":0,\"method\":\"initialize\"}\n"
       "{\"jsonrpc\":\"2.0\",\"id\":1,\"method\":\"resources/read\","

@@ -4,16 +4,11 @@
 
 #include <algorithm>
 #include <csignal>
-#include <deque>
 #include <filesystem>
 #include <fstream>
-#include <set>
 #include <string>
 #include <vector>
 
-#include "control/control_frame.hpp"
-#include "platform/unix_socket.hpp"
-#include "simulator/base64.hpp"
 #include "simulator/commands.hpp"
 #include "support/running_server.hpp"
 
@@ -143,59 +138,6 @@ TEST(Simulator, AnswersAsItIsWrittenAndTheSignatureIsTheScreen) {
   EXPECT_GT(calls, 0) << "no transcript";
 }
 
-TEST(Simulator, EveryNodeLiesOnTheMirrorAndATapOnItsMiddleIsAClick) {
-  std::deque<Desk> unseen(1);
-  std::set<std::string> layouts;
-  std::set<std::string_view> titles;
-  for (; !unseen.empty(); unseen.pop_front()) {
-    const Desk& desk = unseen.front();
-    const View view = desk.view();
-    std::string layout(view.title);
-    for (const VisibleNode& node : view.nodes) layout += " " + node.resourceId();
-    if (!layouts.insert(layout).second) continue;
-    titles.insert(view.title);
-
-    const auto after = [&](const std::string& request) {
-      Desk next = desk;
-      std::string answer =
-          next.ask(request +
-                   R"(,"userAcknowledgementText":"I confirm that AI may use Messages for me.")")
-              .str();
-      unseen.push_back(next);
-      next.now += WorldTime(1000);
-      unseen.push_back(next);
-      return answer;
-    };
-    for (const std::string_view key : {"back", "recents", "dpad_down", "tab"}) {
-      after("key \"key\":\"" + std::string(key) + "\"");
-    }
-    for (const VisibleNode& node : view.nodes) {
-      SCOPED_TRACE(layout + ", " + node.resourceId());
-      const auto& [x, y, width, height] = node.bounds;
-      EXPECT_TRUE(x >= 0 && y >= 0 && width > 0 && height > 0 && x + width <= mirror.width &&
-                  y + height <= mirror.height);
-      if (!node.isClickable) continue;
-      EXPECT_EQ(after("uiClickElement \"nodeId\":" + std::to_string(node.id)),
-                after("tap \"x\":" + std::to_string(x + width / 2) +
-                      ",\"y\":" + std::to_string(y + height / 2)));
-    }
-  }
-  EXPECT_EQ(allScreens().size(), titles.size());
-}
-
-TEST(Simulator, WritesAndReadsBase64) {
-  constexpr std::string_view bytes("\0\xFF\x80\xFE", 4);
-  const std::string_view texts[] = {"", "AA==", "AP8=", "AP+A", "AP+A/g=="};
-  for (std::size_t length = 0; length < std::size(texts); ++length) {
-    EXPECT_EQ(texts[length], base64(bytes.substr(0, length)));
-    EXPECT_EQ(bytes.substr(0, length), bytesOfBase64(texts[length]));
-  }
-  for (const std::string_view wrong :
-       {"Z", "Zg", "Zg=", "====", "Zh==", "Zg=g", "Zm9-", "Zm9v\n"}) {
-    EXPECT_EQ(std::nullopt, bytesOfBase64(wrong)) << wrong;
-  }
-}
-
 /// The running simulator.
 struct Simulator {
   ServerProcess process;
@@ -281,23 +223,6 @@ TEST_F(SimulatedApp, SilenceEndsWithTheCallOrTheSimulator) {
   }
 }
 
-TEST_F(SimulatedApp, RefusesWrongOptions) {
-  constexpr std::pair<const char*, std::string_view> cases[] = {
-      {"--wrong", "There is no option --wrong."},
-      {"--quiet now", "There is no option now."},
-      {"--socket", "--socket takes a value."},
-      {"--delay 600001", "--delay takes a whole number from 0 to 600000."},
-      {"--drop-after -1", "--drop-after takes a whole number from 0 to 4294967295."},
-      {"--fail tapp", "--fail takes the name of a command, such as tap."},
-  };
-  for (const auto& [options, text] : cases) {
-    Simulator wrong(home, options, "2>&1 >/dev/null");
-    EXPECT_EQ(programName + std::string(text), wrong.firstLine);
-    EXPECT_TRUE(wrong.line().starts_with("usage: quillmere-desktop-simulator ["));
-    EXPECT_EQ(2, wrong.process.waitForExit());
-  }
-}
-
 TEST_F(SimulatedApp, TakesAStaleSocketAndNoOther) {
   Simulator first(home);
   EXPECT_EQ("Listening on " + home.releaseSocket(), first.firstLine);
@@ -311,34 +236,6 @@ TEST_F(SimulatedApp, TakesAStaleSocketAndNoOther) {
   EXPECT_TRUE(std::filesystem::exists(home.releaseSocket()));
   const Simulator third(home);
   EXPECT_EQ("2" + succeeded, outcome(2));
-}
-
-TEST_F(SimulatedApp, AMalformedFrameEndsItsConnectionOnly) {
-  using namespace std::string_view_literals;
-  Simulator app(home);
-  std::vector<UnixSocket> clients;
-  const auto send = [&](std::string_view bytes) {
-    clients.push_back(*UnixSocket::create());
-    EXPECT_FALSE(clients.back().connectTo(home.releaseSocket(), std::chrono::seconds(30)));
-    EXPECT_EQ(bytes.size(), clients.back().send(bytes));
-  };
-  const std::string request = controlFrame(R"({"command":"listSessions"})");
-  send(std::string_view(request).substr(0, 10));
-  const std::pair<std::string_view, std::string_view> cases[] = {
-      {"\0\0\0\0"sv, "its length is 0"},       {"\0\x10\0\1"sv, "its length is 1048577"},
-      {"\0\0\0\2{]"sv, "its body is no JSON"}, {"\0\0\0\2[]"sv, "its body is no JSON object"},
-      {"\0\0"sv, "it ends too early"},
-  };
-  char byte = 0;
-  for (const auto& [frame, line] : cases) {
-    send(frame);
-    if (frame.size() < controlPrefixBytes) clients.back().shutDown();
-    EXPECT_EQ(0U, clients.back().receive(&byte, 1)) << line;
-    EXPECT_EQ("malformed frame   " + std::string(line), app.line());
-  }
-  EXPECT_EQ(request.size() - 10, clients[0].send(std::string_view(request).substr(10)));
-  EXPECT_EQ(1U, clients[0].receive(&byte, 1));
-  EXPECT_EQ("listSessions      ok", app.line());
 }
 
 }  // namespace
