@@ -33,7 +33,7 @@ void parse(benchmark::State& state, const std::string& text) {
 void answer(benchmark::State& state, const std::string& text) {
   while (state.KeepRunning()) {
     const auto payload = parseJson(text);
-    benchmark::DoNotOptimize(toolResult(payload->object()));
+    benchmark::DoNotOptimize(toolResult(payload->object(), serverForm));
   }
   countBytes(state, text.size());
 }
@@ -46,8 +46,8 @@ void checkUtf8(benchmark::State& state, const std::string& text) {
 void validate(benchmark::State& state) {
   const auto arguments = parseJson(
       R"({"sessionId":"session-1","x":120,"y":340.5,"taskId":"t","taskName":"Open the notes"})");
-  const Tool& tool = *findTool("quillmere.input.tap");
-  while (state.KeepRunning()) validateSchemaArguments(tool, arguments->object());
+  const Tool& tool = *serverForm.findTool("quillmere.input.tap");
+  while (state.KeepRunning()) validateSchemaArguments(tool, tool.name, arguments->object());
 }
 
 void normalise(benchmark::State& state) {

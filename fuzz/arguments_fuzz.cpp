@@ -17,7 +17,7 @@ void checkTool(const quillmere::Tool& tool, const quillmere::JsonObject& given) 
   const auto [arguments, rewritten] = normalizeToolArguments(tool.name, given);
   demand(normalizeToolArguments(tool.name, arguments).object.text() == arguments.text());
   try {
-    validateSchemaArguments(tool, arguments);
+    validateSchemaArguments(tool, tool.name, arguments);
     checkStringLimits(arguments);
   } catch (const MCPError& error) {
     demand(error.code == -32602 && !error.message.empty());

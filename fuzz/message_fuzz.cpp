@@ -24,7 +24,7 @@ struct Served {
     std::array<int, 2> ends{};
     demand(::socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()) == 0);
     client = Descriptor(ends[0]);
-    server = new ServerContext(ends[1]);
+    server = new ServerContext(ends[1], serverForm);
     reader.emplace(client.number());
     demand(processPayload(bytesOf(R"({"jsonrpc":"2.0","id":0,"method":"initialize"})"), *server));
     demand(nextID() == "0");
@@ -46,7 +46,7 @@ std::optional<std::string> workerRequestID(std::string_view payload) {
     const auto message = parseMessage(bytesOf(payload));
     const auto id = requestIDOf(message->object());
     const auto method = message->object().findString("method");
-    const Method* row = method ? findMethod(method->view()) : nullptr;
+    const Method* row = method ? findMethod(method->view(), serverForm) : nullptr;
     if (!id || row == nullptr || !row->isForWorkers()) return std::nullopt;
     return std::string(id->text());
   } catch (...) {

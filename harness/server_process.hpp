@@ -31,7 +31,7 @@ class ServerProcess {
     std::string program;
     std::vector<std::string> arguments = {};
     /// The child's home; everything else of the environment is passed on.
-    std::string home;
+    std::string home = {};
     ChildStreams streams = ChildStreams::pipes;
     /// Whether the child's ends of them do not block.
     bool nonBlocking = false;

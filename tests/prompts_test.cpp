@@ -27,15 +27,15 @@ TEST(Prompts, AreListedAndFilledWordForWord) {
   for (const auto& [name, arguments] : calls) {
     const JsonText params{{"name", name}, {"arguments", JsonText::constant(arguments)}};
     all.set(std::string(name) + " " + std::string(arguments),
-            masked(getPrompt(json(params.str()))));
+            masked(getPrompt(json(params.str()), serverForm)));
   }
   EXPECT_EQ(indentedJson(json(all.str()).asValue()) + "\n", snapshot("prompts.json"));
 }
 
 TEST(Prompts, GiveEachTaskAnIdOfItsOwn) {
   const JsonObject params = json(R"({"name":"phone_task_assistant","arguments":{"task":"t"}})");
-  const JsonText first = getPrompt(params);
-  const JsonText second = getPrompt(params);
+  const JsonText first = getPrompt(params, serverForm);
+  const JsonText second = getPrompt(params, serverForm);
   EXPECT_NE(first.str(), second.str());
   EXPECT_EQ(masked(first).text(), masked(second).text());
 }
@@ -75,7 +75,9 @@ TEST(Prompts, RefuseArgumentsThatTheyDoNotDeclare) {
       {"one character more", task(times(16'385, "👍🏽")), "-32602 task is too long."},
   };
   for (const auto& [name, params, failure] : cases) {
-    EXPECT_EQ(failureOf([&given = params] { static_cast<void>(getPrompt(json(given))); }), failure)
+    EXPECT_EQ(
+        failureOf([&given = params] { static_cast<void>(getPrompt(json(given), serverForm)); }),
+        failure)
         << name;
   }
 }

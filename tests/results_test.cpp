@@ -57,7 +57,7 @@ TEST(Summary, NamesWhatMattersInThePayload) {
        "uiTruncated: false\nwarning: w\nnextRecommendedTool: n\nauditId: a\n"},
   };
   for (const auto& [name, payload, lines] : cases) {
-    EXPECT_EQ(summarizeToolPayload(json(payload)),
+    EXPECT_EQ(summarizeToolPayload(json(payload), serverForm),
               std::string(lines) + "Full result is available in structuredContent.")
         << name;
   }
@@ -71,11 +71,11 @@ TEST(ToolResult, HoldsThePayloadWholeBesideItsSummary) {
       {R"({"ok":null})", false},
   };
   for (const auto& [payload, isError] : cases) {
-    const JsonText summary = summarizeToolPayload(json(payload));
-    EXPECT_EQ(toolResult(json(payload)).str(), R"({"content":[{"type":"text","text":)" +
-                                                   summary.str() + R"(}],"structuredContent":)" +
-                                                   std::string(payload) + R"(,"isError":)" +
-                                                   (isError ? "true}" : "false}"));
+    const JsonText summary = summarizeToolPayload(json(payload), serverForm);
+    EXPECT_EQ(toolResult(json(payload), serverForm).str(),
+              R"({"content":[{"type":"text","text":)" + summary.str() +
+                  R"(}],"structuredContent":)" + std::string(payload) + R"(,"isError":)" +
+                  (isError ? "true}" : "false}"));
   }
 }
 
@@ -85,9 +85,9 @@ TEST(ToolResult, KeepsWhatItRefersTo) {
       // On the heap, so that a sanitizer sees what is read after they are gone.
       auto arguments = parseJson(R"({"deviceSerial":"R5"})");
       auto document = parseJson(payload);
-      GuidedPayload guided = addGuidance(tool, arguments->object(), document->object());
+      GuidedPayload guided = addGuidance(tool, arguments->object(), document->object(), serverForm);
       arguments.reset();
-      JsonText text = toolResult(guided);
+      JsonText text = toolResult(guided, serverForm);
       document.reset();
       return text;
     };
@@ -141,7 +141,8 @@ TEST(Guidance, TellsWhatToDoAfterAList) {
        R"({"ok":true,"sessions":[],"warnings":["w",1]})", same},
   };
   for (const auto& [name, tool, arguments, payload, guided] : cases) {
-    const JsonText result = toolResult(addGuidance(tool, json(arguments), json(payload)));
+    const JsonText result =
+        toolResult(addGuidance(tool, json(arguments), json(payload), serverForm), serverForm);
     const JsonObject content = *json(result.str()).findObject("structuredContent");
     EXPECT_EQ(indentedJson(content.asValue()),
               indentedJson(json(guided == same ? payload : guided).asValue()))
@@ -153,10 +154,11 @@ TEST(Guidance, TellsWhatToDoAfterAList) {
 
 TEST(Help, GivesEachTopicWordForWord) {
   JsonText all = JsonText::object();
-  for (const std::string_view topic : Constants::helpTopics) all.set(topic, helpPayload(topic));
+  for (const std::string_view topic : Constants::helpTopics)
+    all.set(topic, helpPayload(topic, serverForm));
   EXPECT_EQ(indentedJson(json(all.str()).asValue()) + "\n", snapshot("help.json"));
   for (const std::optional<std::string_view> topic : {std::optional<std::string_view>(), {"Ui"}}) {
-    EXPECT_EQ(helpPayload(topic).str(), helpPayload("quickstart").str());
+    EXPECT_EQ(helpPayload(topic, serverForm).str(), helpPayload("quickstart", serverForm).str());
   }
 }
 

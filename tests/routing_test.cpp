@@ -31,7 +31,7 @@ class Conversation {
 
  private:
   Descriptor output = makeNamelessFile();
-  ServerContext server{output.number()};
+  ServerContext server{output.number(), serverForm};
   std::size_t seen = 0;
 };
 

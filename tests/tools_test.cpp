@@ -12,6 +12,7 @@
 #include "support/snapshot.hpp"
 #include "tools/arguments.hpp"
 #include "tools/catalogue.hpp"
+#include "tools/form.hpp"
 
 namespace quillmere {
 namespace {
@@ -19,10 +20,10 @@ namespace {
 /// Of each argument of the listed tools its name and its longest length, 0 for none.
 std::map<std::string_view, std::size_t> listedArguments() {
   std::map<std::string_view, std::size_t> lengths;
-  const auto tools = parseJson(visibleTools().str());
+  const auto tools = parseJson(visibleTools(serverForm).str());
   const JsonArray list = *tools->root().asArray();
   for (const JsonValue entry : list) {
-    const Tool& tool = *findTool(entry.asObject()->findString("name")->view());
+    const Tool& tool = *serverForm.findTool(entry.asObject()->findString("name")->view());
     const JsonObject schema = *entry.asObject()->findObject("inputSchema");
     const JsonObject properties = *schema.findObject("properties");
     for (const JsonMember member : properties) {
@@ -34,14 +35,14 @@ std::map<std::string_view, std::size_t> listedArguments() {
 }
 
 TEST(Catalogue, IsListedWordForWord) {
-  const JsonObject list = json(JsonText{{"tools", visibleTools()}}.str());
+  const JsonObject list = json(JsonText{{"tools", visibleTools(serverForm)}}.str());
   EXPECT_EQ(indentedJson(list.asValue()) + "\n", snapshot("tools_list.json"));
 }
 
 TEST(Catalogue, GivesEachToolItsCommand) {
   std::string commands;
   for (const Tool& tool : allTools()) {
-    EXPECT_EQ(findTool(tool.name), &tool);
+    EXPECT_EQ(serverForm.findTool(tool.name), &tool);
     commands += std::string(tool.toolToCommand) + " ";
   }
   // In the order of the list; help, the first, has none.
@@ -105,7 +106,7 @@ constexpr std::string_view wait = "quillmere.wait";
 constexpr std::string_view launch = "quillmere.app.launch";
 
 std::string validationFailure(std::string_view tool, const JsonObject& arguments) {
-  return failureOf([&] { validateSchemaArguments(*findTool(tool), arguments); });
+  return failureOf([&] { validateSchemaArguments(*serverForm.findTool(tool), tool, arguments); });
 }
 
 TEST(Validation, ChecksInAFixedOrder) {

@@ -205,6 +205,13 @@ std::string_view JsonDocument::textOf(std::uint32_t token) const {
   return viewOf(text).substr(first.offset(), end - first.offset());
 }
 
+bool JsonDocument::isKey(std::uint32_t token) const {
+  // Only a key has a colon after it, and there is a token after each string.
+  std::size_t at = tokens[token].offset() + tokens[token].extent;
+  while (text[at] == ' ' || text[at] == '\t') ++at;
+  return text[at] == ':';
+}
+
 std::shared_ptr<const JsonDocument> parseJson(Bytes text) {
   if (text.size() > maxJsonBytes) throw notJson("too long");
   const bool hadSlashes = unescapeSlashes(text);

@@ -101,6 +101,9 @@ class JsonDocument : public std::enable_shared_from_this<JsonDocument> {
   /// The bytes of the value that begins at `token`.
   [[nodiscard]] std::string_view textOf(std::uint32_t token) const;
 
+  /// Whether the string at `token` is the key of a member.
+  [[nodiscard]] bool isKey(std::uint32_t token) const;
+
  private:
   const Bytes text;
   const Buffer<Token> tokens;

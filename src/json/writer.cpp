@@ -4,6 +4,7 @@
 #include "json/writer.hpp"
 
 #include <algorithm>
+#include <array>
 #include <utility>
 
 #include "platform/text.hpp"
@@ -48,6 +49,23 @@ void appendEscape(std::string& text, char c) {
     text += "u00";
     text += hexDigits[static_cast<unsigned char>(c) >> 4U];
     text += hexDigits[static_cast<unsigned char>(c) & 0xFU];
+  }
+}
+
+/// Adds JSON text to a string that holds it: quotes and backslashes need an escape, and there are
+/// no control characters in it. Without a branch, since every few bytes there is a quote.
+void appendQuoted(std::string& text, std::string_view json) {
+  std::array<char, 8'192> block;
+  while (!json.empty()) {
+    const std::string_view part = json.substr(0, block.size() / 2);
+    char* to = block.data();
+    for (const char c : part) {
+      *to = '\\';
+      to += unsigned{c == '"'} | unsigned{c == '\\'};
+      *to++ = c;
+    }
+    text.append(block.data(), to);
+    json.remove_prefix(part.size());
   }
 }
 
@@ -124,6 +142,44 @@ JsonText JsonText::constant(std::string_view json) {
   return text;
 }
 
+JsonText JsonText::quoted(const JsonValue& value, std::span<const Replacement> replaced) {
+  using Kind = JsonDocument::Kind;
+  const JsonDocument& document = value.holder();
+  const char* const begin = value.text().data();
+  const std::size_t offset = document.tokenAt(value.place()).offset();
+  // What was not written yet begins there, and the last token ends there.
+  std::size_t from = 0;
+  std::size_t end = 0;
+  std::string text = "\"";
+  const auto writeUpTo = [&](std::size_t to) { appendQuoted(text, {begin + from, begin + to}); };
+  for (std::uint32_t i = value.place(); i < document.next(value.place()); ++i) {
+    const JsonDocument::Token& token = document.tokenAt(i);
+    const std::size_t start = token.offset() - offset;
+    const std::string_view gap(begin + end, begin + start);
+    if (gap.find_first_of(" \t") != std::string_view::npos) {
+      writeUpTo(end);
+      if (const std::size_t sign = gap.find_first_of(",:"); sign != std::string_view::npos) {
+        text += gap[sign];
+      }
+      from = start;
+    }
+    const bool isBracket = token.isContainer() || token.kind() == Kind::end;
+    end = start + (isBracket ? 1 : token.extent);
+    if (!replaced.empty() && replaced.front().string.place() == i) {
+      writeUpTo(start);
+      appendQuoted(text, JsonText(replaced.front().by).str());
+      replaced = replaced.subspan(1);
+      from = end;
+    }
+  }
+  writeUpTo(end);
+  text += '"';
+  const auto whole = std::make_shared<const std::string>(std::move(text));
+  JsonText result = constant("");
+  result.append(*whole, whole);
+  return result;
+}
+
 void JsonText::set(std::string_view key, JsonText value) {
   open('{');
   appendString(key);
@@ -180,7 +236,7 @@ void JsonText::open(char bracket) {
   if (endsWithRun || copied.back() != bracket) copied += ',';
 }
 
-void JsonText::append(std::string_view json, std::shared_ptr<const JsonDocument> holder) {
+void JsonText::append(std::string_view json, std::shared_ptr<const void> holder) {
   if (json.size() < longBytes) {
     copied += json;
   } else {

@@ -55,6 +55,12 @@ class JsonText {
   /// `json`, which must be a JSON text and live as long as the process.
   [[nodiscard]] static JsonText constant(std::string_view json);
 
+  /// A string that holds the JSON text of `value`, without white space between its tokens, and with
+  /// other strings in place of some in it, given in their order.
+  struct Replacement;
+  [[nodiscard]] static JsonText quoted(const JsonValue& value,
+                                       std::span<const Replacement> replaced = {});
+
   /// Adds a member to an object that was made here and has none under this key.
   void set(std::string_view key, JsonText value);
 
@@ -78,18 +84,23 @@ class JsonText {
   struct Run {
     std::size_t at;
     std::string_view text;
-    /// Null for a run that lives as long as the process.
-    std::shared_ptr<const JsonDocument> holder;
+    /// What the bytes belong to. Null for a run that lives as long as the process.
+    std::shared_ptr<const void> holder;
   };
 
   /// Takes the closing bracket off and adds the comma, if one is needed, before what comes next.
   void open(char bracket);
-  void append(std::string_view json, std::shared_ptr<const JsonDocument> holder);
+  void append(std::string_view json, std::shared_ptr<const void> holder);
   void append(JsonText value);
   void appendString(std::string_view string);
 
   std::string copied;
   std::vector<Run> runs;
+};
+
+struct JsonText::Replacement {
+  JsonValue string;
+  std::string by;
 };
 
 /// A member of a text that is being made.

@@ -10,42 +10,35 @@ namespace quillmere {
 
 namespace {
 
-/// What the result holds beside the version: it never changes, and is written at the first call.
-JsonObject fixedMembers() {
-  static const auto& document = *new std::shared_ptr<const JsonDocument>([] {
-    const JsonText fixedList{{"listChanged", false}};
-    std::string instructions(connectionInstructions);
-    instructions += " ";
-    instructions += workflowInstructions;
-    instructions +=
-        " Use only visible, policy-gated Phone Screen mirror sessions. Call quillmere.help with "
-        "topic=quickstart or workflow for concise guidance.";
-    const JsonText members{
-        {"capabilities",
-         JsonText{{"tools", fixedList}, {"resources", fixedList}, {"prompts", fixedList}}},
-        {"serverInfo", JsonText{{"name", "quillmere"},
-                                {"title", "Quillmere Phone Control"},
-                                {"version", serverVersion}}},
-        {"instructions", instructions},
-    };
-    return parseJson(members.str());
-  }());
-  return document->object();
-}
-
-JsonText initializeResult(const ServerState& state) {
-  JsonText result{{"protocolVersion", state.negotiatedProtocolVersion()}};
-  result.setMembersOf(fixedMembers());
-  return result;
+/// What the result holds beside the version.
+std::shared_ptr<const JsonDocument> fixedMembers(const Form& form) {
+  const JsonText fixedList{{"listChanged", false}};
+  std::string instructions = form.spelled(connectionInstructions);
+  instructions += " ";
+  instructions += form.spelled(workflowInstructions);
+  instructions += form.spelled(
+      " Use only visible, policy-gated Phone Screen mirror sessions. Call quillmere.help with "
+      "topic=quickstart or workflow for concise guidance.");
+  const JsonText members{
+      {"capabilities",
+       JsonText{{"tools", fixedList}, {"resources", fixedList}, {"prompts", fixedList}}},
+      {"serverInfo", JsonText{{"name", "quillmere"},
+                              {"title", "Quillmere Phone Control"},
+                              {"version", serverVersion}}},
+      {"instructions", instructions},
+  };
+  return parseJson(members.str());
 }
 
 }  // namespace
 
-JsonText initialize(const JsonObject& params, ServerState& state) {
+JsonText initialize(const JsonObject& params, ServerState& state, const Form& form) {
   state.setNegotiatedProtocolVersion(
       std::string(negotiatedProtocolVersion(params.find("protocolVersion"))));
   state.setInitialized();
-  return initializeResult(state);
+  JsonText result{{"protocolVersion", state.negotiatedProtocolVersion()}};
+  result.setMembersOf(writtenOnce<fixedMembers>(form)->object());
+  return result;
 }
 
 std::string_view negotiatedProtocolVersion(const std::optional<JsonValue>& requested) {

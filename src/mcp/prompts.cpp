@@ -52,12 +52,12 @@ std::string concatenated(std::initializer_list<std::string_view> pieces) {
   return joined({pieces.begin(), pieces.size()}, "");
 }
 
-std::string taskText(const JsonObject& arguments) {
+std::string taskText(const JsonObject& arguments, const Form& form) {
   const std::string task = argumentText(arguments, taskArguments[0]);
   return concatenated(
-      {"Task: ", task, "\n\nUse Quillmere's Phone Screen MCP tools.\n", connectionInstructions,
-       " Use taskId `", randomUuid(), "` and taskName `", task,
-       "` on every Quillmere tool call for this task. ", workflowInstructions,
+      {"Task: ", task, "\n\nUse Quillmere's Phone Screen MCP tools.\n",
+       form.spelled(connectionInstructions), " Use taskId `", randomUuid(), "` and taskName `",
+       task, "` on every Quillmere tool call for this task. ", form.spelled(workflowInstructions),
        " Structured UI tools, including stable UI wait, are available only for Phone Screen "
        "display 0 sessions. Use compact UI state by default; request includeNonInteractive=true "
        "when the actionable/labeled node list is insufficient, especially when WebView, browser, "
@@ -72,12 +72,12 @@ std::string taskText(const JsonObject& arguments) {
        "in Quillmere."});
 }
 
-std::string smokeTestText(const JsonObject& arguments) {
+std::string smokeTestText(const JsonObject& arguments, const Form& form) {
   return concatenated(
       {"Run a short Android smoke test for package ",
        argumentText(arguments, smokeTestArguments[0]), " on device ",
        argumentText(arguments, smokeTestArguments[1]), " using Phone Screen MCP control. ",
-       connectionInstructions, " ", workflowInstructions,
+       form.spelled(connectionInstructions), " ", form.spelled(workflowInstructions),
        " Launch the app, wait for a stable UI only on Phone Screen display 0 sessions, pass "
        "stateSignature with nodeId for node actions, observe the screen after each action, and "
        "report the visible result with sessionId/displayId/userId evidence."});
@@ -88,7 +88,7 @@ struct Prompt {
   std::string_view title;
   std::string_view description;
   std::span<const PromptArgument> arguments;
-  std::string (*promptText)(const JsonObject& arguments);
+  std::string (*promptText)(const JsonObject& arguments, const Form& form);
 };
 
 constexpr Prompt prompts[] = {
@@ -156,7 +156,7 @@ JsonText promptList() {
   return list;
 }
 
-JsonText getPrompt(const JsonObject& params) {
+JsonText getPrompt(const JsonObject& params, const Form& form) {
   const auto name = params.findString("name");
   if (!name) throw errors::promptNameMissing();
   const JsonObject arguments = params.findObject("arguments").value_or(JsonObject());
@@ -164,7 +164,7 @@ JsonText getPrompt(const JsonObject& params) {
   const Prompt& prompt = promptDefinition(name->view());
   validatePromptArguments(prompt, arguments);
 
-  const JsonText content{{"type", "text"}, {"text", prompt.promptText(arguments)}};
+  const JsonText content{{"type", "text"}, {"text", prompt.promptText(arguments, form)}};
   const JsonText message{{"role", "user"}, {"content", content}};
   return JsonText{{"description", prompt.description},
                   {"messages", JsonText::arrayOf(std::span(&message, 1))}};

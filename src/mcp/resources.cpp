@@ -53,7 +53,7 @@ JsonText resourceList() {
   return list;
 }
 
-JsonText readResource(const JsonObject& params, InFlightRequest& inFlight) {
+JsonText readResource(const JsonObject& params, InFlightRequest& inFlight, const Form& /*form*/) {
   const auto given = params.findString("uri");
   const std::string_view uri = given ? given->view() : "";
   const auto* resource = std::ranges::find(resources, uri, &Resource::uri);

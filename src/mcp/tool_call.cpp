@@ -8,7 +8,6 @@
 #include "results/help.hpp"
 #include "results/tool_result.hpp"
 #include "tools/arguments.hpp"
-#include "tools/catalogue.hpp"
 
 namespace quillmere {
 
@@ -28,24 +27,21 @@ ToolArguments toolArguments(const JsonObject& params) {
   return {std::string(name->view()), *arguments->asObject()};
 }
 
-JsonText help(const JsonObject& arguments) {
-  const auto topic = arguments.findString("topic");
-  return helpResult(topic ? std::optional(topic->view()) : std::nullopt);
-}
-
 }  // namespace
 
-JsonText callTool(const JsonObject& params, InFlightRequest& inFlight) {
+JsonText callTool(const JsonObject& params, InFlightRequest& inFlight, const Form& form) {
   const auto [name, rawArguments] = toolArguments(params);
-  const auto [arguments, rewritten] = normalizeToolArguments(name, rawArguments);
-
-  const Tool* tool = findTool(name);
+  const Tool* tool = form.findTool(name);
   if (tool == nullptr) throw errors::unknownTool(name);
-  validateSchemaArguments(*tool, arguments);
-  if (tool->toolToCommand.empty()) return help(arguments);
+  const auto [arguments, rewritten] = normalizeToolArguments(tool->name, rawArguments);
+  validateSchemaArguments(*tool, form.spelled(tool->name), arguments);
+  if (tool->toolToCommand.empty()) {
+    const auto topic = arguments.findString("topic");
+    return helpResult(topic ? std::optional(topic->view()) : std::nullopt, form);
+  }
 
   const auto payload = callAppControl(tool->toolToCommand, arguments, inFlight);
-  return toolResult(addGuidance(name, arguments, payload->object()));
+  return toolResult(addGuidance(tool->name, arguments, payload->object(), form), form);
 }
 
 }  // namespace quillmere

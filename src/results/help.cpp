@@ -82,11 +82,21 @@ std::size_t topicNumber(std::optional<std::string_view> topic) {
   return chosen == std::end(topics) ? 0 : static_cast<std::size_t>(chosen - std::begin(topics));
 }
 
+std::array<std::string, std::size(topics)> helpResults(const Form& form) {
+  std::array<std::string, std::size(topics)> texts;
+  for (std::size_t i = 0; i < texts.size(); ++i) {
+    const auto payload = parseJson(helpPayload(topics[i].name, form).str());
+    texts[i] = toolResult(payload->object(), form).str();
+  }
+  return texts;
+}
+
 }  // namespace
 
-JsonText helpPayload(std::optional<std::string_view> topic) {
+JsonText helpPayload(std::optional<std::string_view> topic, const Form& form) {
   const Topic& chosen = topics[topicNumber(topic)];
-  JsonText guidance = JsonText::arrayOf(chosen.guidance);
+  JsonText guidance = JsonText::array();
+  for (const std::string_view line : chosen.guidance) guidance.add(form.spelled(line));
   if (!chosen.canonicalNames.empty()) {
     guidance.add("Canonical names: " + joined(chosen.canonicalNames, ", ") + ".");
   }
@@ -96,17 +106,8 @@ JsonText helpPayload(std::optional<std::string_view> topic) {
                   {"availableTopics", JsonText::arrayOf(Constants::helpTopics)}};
 }
 
-JsonText helpResult(std::optional<std::string_view> topic) {
-  // Written at the first call, and sent as they are from then on.
-  static const auto& results = *new std::array([] {
-    std::array<std::string, std::size(topics)> texts;
-    for (std::size_t i = 0; i < texts.size(); ++i) {
-      const auto payload = parseJson(helpPayload(topics[i].name).str());
-      texts[i] = toolResult(payload->object()).str();
-    }
-    return texts;
-  }());
-  return JsonText::constant(results[topicNumber(topic)]);
+JsonText helpResult(std::optional<std::string_view> topic, const Form& form) {
+  return JsonText::constant(writtenOnce<helpResults>(form)[topicNumber(topic)]);
 }
 
 }  // namespace quillmere

@@ -6,6 +6,9 @@
 #include <utility>
 #include <vector>
 
+#include "json/document.hpp"
+#include "results/pictures.hpp"
+
 namespace quillmere {
 
 namespace {
@@ -17,7 +20,7 @@ std::optional<JsonArray> objectsIn(const JsonObject& payload, std::string_view k
   return array && std::ranges::all_of(*array, isObject) ? array : std::nullopt;
 }
 
-void addSessionHint(GuidedPayload& guided, const JsonObject& arguments) {
+void addSessionHint(GuidedPayload& guided, const JsonObject& arguments, const Form& form) {
   const auto isPhoneScreen = [](const JsonValue& session) {
     return session.asObject()->findString("sessionKind") == "phoneScreen";
   };
@@ -26,15 +29,16 @@ void addSessionHint(GuidedPayload& guided, const JsonObject& arguments) {
 
   std::optional<std::string> serial;
   if (const auto given = arguments.findString("deviceSerial")) serial = given->view();
-  std::string text = "No Phone Screen session is active. Call quillmere.session.start";
+  std::string text =
+      form.spelled("No Phone Screen session is active. Call quillmere.session.start");
   if (serial && !serial->empty()) text += " with deviceSerial=" + *serial;
   text += " before observe/input/UI tools.";
   guided.addedWarning = std::move(text);
-  guided.nextRecommendedTool = {.name = "quillmere.session.start",
+  guided.nextRecommendedTool = {.name = form.spelled("quillmere.session.start"),
                                 .deviceSerial = std::move(serial)};
 }
 
-void addStartHint(GuidedPayload& guided, const JsonObject& /*arguments*/) {
+void addStartHint(GuidedPayload& guided, const JsonObject& /*arguments*/, const Form& form) {
   const auto devices = objectsIn(guided.answer, "devices");
   if (!devices) return;
   std::string serials;
@@ -51,14 +55,15 @@ void addStartHint(GuidedPayload& guided, const JsonObject& /*arguments*/) {
     isFirst = false;
   }
   if (isFirst) return;
-  guided.addedWarning =
-      "Devices with no active mirror session can be started with quillmere.session.start: " +
-      serials;
+  guided.addedWarning = form.spelled(
+                            "Devices with no active mirror session can be started with "
+                            "quillmere.session.start: ") +
+                        serials;
 }
 
 struct Hint {
   std::string_view tool;
-  void (*add)(GuidedPayload& guided, const JsonObject& arguments);
+  void (*add)(GuidedPayload& guided, const JsonObject& arguments, const Form& form);
 };
 
 constexpr Hint hints[] = {
@@ -161,6 +166,27 @@ JsonText structuredContent(const GuidedPayload& payload) {
   return content;
 }
 
+/// Adds the payload to a result's content: as JSON text, and each picture in it as an item of its
+/// own, which the text names in the picture's place.
+void addPayload(JsonText& content, const GuidedPayload& payload) {
+  // What is added to an answer is in no document yet.
+  const bool isAsItCame = !payload.addedWarning && !payload.nextRecommendedTool;
+  const auto guided = isAsItCame ? nullptr : parseJson(structuredContent(payload).str());
+  const JsonValue value = isAsItCame ? payload.answer.asValue() : guided->root();
+
+  constexpr std::size_t firstPictureItem = 3;
+  const std::vector<Picture> pictures = picturesIn(value);
+  std::vector<JsonText::Replacement> notes;
+  for (const Picture& picture : pictures) {
+    const std::size_t item = firstPictureItem + notes.size();
+    notes.push_back({picture.base64, "picture: item " + std::to_string(item) + " of this content"});
+  }
+  content.add(JsonText{{"type", "text"}, {"text", JsonText::quoted(value, notes)}});
+  for (const auto& [base64, mimeType] : pictures) {
+    content.add(JsonText{{"type", "image"}, {"data", base64}, {"mimeType", mimeType}});
+  }
+}
+
 }  // namespace
 
 std::optional<JsonArray> GuidedPayload::ownWarnings() const {
@@ -169,23 +195,30 @@ std::optional<JsonArray> GuidedPayload::ownWarnings() const {
 }
 
 GuidedPayload addGuidance(std::string_view name, const JsonObject& arguments,
-                          const JsonObject& payload) {
+                          const JsonObject& payload, const Form& form) {
   GuidedPayload guided(payload);
   const auto* hint = std::ranges::find(hints, name, &Hint::tool);
-  if (hint != std::end(hints) && payload.findBoolean("ok") == true) hint->add(guided, arguments);
+  if (hint != std::end(hints) && payload.findBoolean("ok") == true)
+    hint->add(guided, arguments, form);
   return guided;
 }
 
-JsonText toolResult(const GuidedPayload& payload) {
-  const JsonText text{{"type", "text"}, {"text", summarizeToolPayload(payload)}};
+JsonText toolResult(const GuidedPayload& payload, const Form& form) {
+  JsonText content = JsonText::array();
+  content.add(JsonText{{"type", "text"}, {"text", summarizeToolPayload(payload, form)}});
   JsonText result = JsonText::object();
-  result.set("content", JsonText::arrayOf(std::span(&text, 1)));
-  result.set("structuredContent", structuredContent(payload));
+  if (form.hasStructuredContent) {
+    result.set("content", std::move(content));
+    result.set("structuredContent", structuredContent(payload));
+  } else {
+    addPayload(content, payload);
+    result.set("content", std::move(content));
+  }
   result.set("isError", payload.answer.findBoolean("ok") == false);
   return result;
 }
 
-std::string summarizeToolPayload(const GuidedPayload& guided) {
+std::string summarizeToolPayload(const GuidedPayload& guided, const Form& form) {
   const JsonObject& payload = guided.answer;
   Summary summary;
   addOutcome(summary, payload);
@@ -214,7 +247,9 @@ std::string summarizeToolPayload(const GuidedPayload& guided) {
   }
   summary.addText("auditId: ", payload, "auditId");
   if (summary.empty()) summary.addLine("Quillmere returned structured tool data.");
-  summary.addLine("Full result is available in structuredContent.");
+  summary.addLine(form.hasStructuredContent
+                      ? "Full result is available in structuredContent."
+                      : "The full result is the next item of this content, as JSON text.");
   return summary.take();
 }
 

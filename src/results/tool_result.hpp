@@ -8,6 +8,7 @@
 
 #include "json/value.hpp"
 #include "json/writer.hpp"
+#include "tools/form.hpp"
 
 namespace quillmere {
 
@@ -15,7 +16,7 @@ namespace quillmere {
 /// document.
 struct GuidedPayload {
   struct RecommendedTool {
-    std::string_view name;
+    std::string name;
     std::optional<std::string> deviceSerial;
   };
 
@@ -35,14 +36,14 @@ struct GuidedPayload {
 /// next as a warning and, after a look at the sessions, as the recommended next tool. Other tools
 /// and failed calls get it back as it was. Pure; cannot fail.
 [[nodiscard]] GuidedPayload addGuidance(std::string_view name, const JsonObject& arguments,
-                                        const JsonObject& payload);
+                                        const JsonObject& payload, const Form& form);
 
 /// The `result` of `tools/call`: the payload whole, a text summary of it, and whether it says that
 /// the call failed. It refers to the payload's bytes and keeps their document. Pure; cannot fail.
-[[nodiscard]] JsonText toolResult(const GuidedPayload& payload);
+[[nodiscard]] JsonText toolResult(const GuidedPayload& payload, const Form& form);
 
 /// A few lines that name what matters in the payload. Members that are missing or of an unexpected
 /// type are passed over. Pure; cannot fail.
-[[nodiscard]] std::string summarizeToolPayload(const GuidedPayload& guided);
+[[nodiscard]] std::string summarizeToolPayload(const GuidedPayload& guided, const Form& form);
 
 }  // namespace quillmere

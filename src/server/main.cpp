@@ -1,25 +1,5 @@
-#include <unistd.h>
-
-#include <algorithm>
-#include <new>
-
-#include "platform/memory.hpp"
-#include "platform/process.hpp"
-#include "server/command_line.hpp"
-#include "server/server.hpp"
+#include "server/program.hpp"
 
 int main(int argumentCount, char** arguments) {
-  using namespace quillmere;
-  prepareProcess();
-  tuneAllocator();
-
-  const auto first = static_cast<std::size_t>(std::min(argumentCount, 1));
-  const auto count = static_cast<std::size_t>(argumentCount);
-  if (const auto status = runCLI({arguments + first, count - first})) return *status;
-
-  // Never freed, and no destructor is run below: workers may use it until the process is gone.
-  static auto& server = *new ServerContext(STDOUT_FILENO);
-  std::set_new_handler([] { server.output.endAfterFrame(); });
-  serve(STDIN_FILENO, server);
-  endProcess();
+  return quillmere::runProgram(argumentCount, arguments, quillmere::serverForm);
 }

@@ -6,7 +6,7 @@
 
 #include "mcp/methods.hpp"
 #include "protocol/mcp_error.hpp"
-#include "tools/catalogue.hpp"
+#include "tools/form.hpp"
 
 namespace quillmere {
 
@@ -32,7 +32,7 @@ Result cancelRequest(const JsonObject& params, ServerContext& server) {
 }
 
 Result initializeServer(const JsonObject& params, ServerContext& server) {
-  return initialize(params, server.state);
+  return initialize(params, server.state, server.form);
 }
 
 Result shutDown(const JsonObject& /*params*/, ServerContext& server) {
@@ -48,8 +48,12 @@ Result listResult(std::string_view key) {
   return JsonText::constant(text);
 }
 
-Result listTools(const JsonObject& /*params*/, ServerContext& /*server*/) {
-  return listResult<visibleTools>("tools");
+std::string toolsResult(const Form& form) {
+  return JsonText{{"tools", visibleTools(form)}}.str();
+}
+
+Result listTools(const JsonObject& /*params*/, ServerContext& server) {
+  return JsonText::constant(writtenOnce<toolsResult>(server.form));
 }
 Result listResources(const JsonObject& /*params*/, ServerContext& /*server*/) {
   return listResult<resourceList>("resources");
@@ -58,8 +62,12 @@ Result listPrompts(const JsonObject& /*params*/, ServerContext& /*server*/) {
   return listResult<promptList>("prompts");
 }
 
-Result getPromptHere(const JsonObject& params, ServerContext& /*server*/) {
-  return getPrompt(params);
+Result listResourceTemplates(const JsonObject& /*params*/, ServerContext& /*server*/) {
+  return JsonText{{"resourceTemplates", JsonText::array()}};
+}
+
+Result getPromptHere(const JsonObject& params, ServerContext& server) {
+  return getPrompt(params, server.form);
 }
 
 using Gate = Method::Gate;
@@ -74,6 +82,8 @@ constexpr Method methods[] = {
     {"tools/call", Gate::needsInitialize, callTool},
     {"resources/list", Gate::needsInitialize, listResources},
     {"resources/read", Gate::needsInitialize, readResource},
+    {"resources/templates/list", Gate::needsInitialize, listResourceTemplates,
+     &Form::hasResourceTemplates},
     {"prompts/list", Gate::needsInitialize, listPrompts},
     {"prompts/get", Gate::needsInitialize, getPromptHere},
 };
@@ -94,9 +104,10 @@ void passGate(const Method& method, const ServerState& state) {
 
 }  // namespace
 
-const Method* findMethod(std::string_view name) {
+const Method* findMethod(std::string_view name, const Form& form) {
   const auto* method = std::ranges::find(methods, name, &Method::name);
-  return method == std::end(methods) ? nullptr : method;
+  if (method == std::end(methods)) return nullptr;
+  return method->condition == nullptr || form.*method->condition ? method : nullptr;
 }
 
 std::optional<JsonText> handleRequest(const JsonObject& message, const std::optional<JsonValue>& id,
@@ -110,10 +121,11 @@ std::optional<JsonText> handleRequest(const JsonObject& message, const std::opti
   return std::get<Method::OnMainThread>(method->carryOut)(params, server);
 }
 
-JsonText handleRequest(InFlightRequest& request, const Method& method, const ServerState& state) {
+JsonText handleRequest(InFlightRequest& request, const Method& method,
+                       const ServerContext& server) {
   const JsonObject params = checkedParams(request.message->object());
-  passGate(method, state);
-  return std::get<Method::OnWorker>(method.carryOut)(params, request);
+  passGate(method, server.state);
+  return std::get<Method::OnWorker>(method.carryOut)(params, request, server.form);
 }
 
 }  // namespace quillmere

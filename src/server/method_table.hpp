@@ -8,8 +8,8 @@
 #include "json/value.hpp"
 #include "json/writer.hpp"
 #include "protocol/in_flight_request.hpp"
-#include "protocol/server_state.hpp"
 #include "server/server.hpp"
+#include "tools/form.hpp"
 
 namespace quillmere {
 
@@ -19,21 +19,24 @@ struct Method {
   /// response.
   using OnMainThread = std::optional<JsonText> (*)(const JsonObject& params, ServerContext& server);
   /// On a worker, since it waits for the desktop app; cancelling the request breaks it off.
-  using OnWorker = JsonText (*)(const JsonObject& params, InFlightRequest& request);
+  using OnWorker = JsonText (*)(const JsonObject& params, InFlightRequest& request,
+                                const Form& form);
 
   enum class Gate { open, needsInitialize };
 
   std::string_view name;
   Gate gate;
   std::variant<OnMainThread, OnWorker> carryOut;
+  /// What a form must have for the method to be there at all, if that is not so in every form.
+  bool Form::*condition = nullptr;
 
   [[nodiscard]] constexpr bool isForWorkers() const {
     return std::holds_alternative<OnWorker>(carryOut);
   }
 };
 
-/// The row of the method of exactly this name, or null. Pure.
-[[nodiscard]] const Method* findMethod(std::string_view name);
+/// The row of the method of exactly this name in this form, or null. Pure.
+[[nodiscard]] const Method* findMethod(std::string_view name, const Form& form);
 
 /// Checks the envelope of `message` and carries out its method here: that of `method`, one for the
 /// main thread, or null for a method that nobody knows. Returns the `result` of the response, or
@@ -46,6 +49,6 @@ struct Method {
 /// as long as the method does. Throws `MCPError`, and `JsonError` when the desktop app answers no
 /// JSON.
 [[nodiscard]] JsonText handleRequest(InFlightRequest& request, const Method& method,
-                                     const ServerState& state);
+                                     const ServerContext& server);
 
 }  // namespace quillmere

@@ -20,7 +20,7 @@ constexpr std::string_view notificationPrefix = "notifications/";
 /// A worker's whole task. A request that was cancelled in time gets no answer.
 void answer(InFlightRequest& request, const Method& method, ServerContext& server) {
   try {
-    auto result = handleRequest(request, method, server.state);
+    auto result = handleRequest(request, method, server);
     if (request.isCancelled()) return;
     server.output.writeMessage(makeResultResponse(request.requestID, std::move(result)));
   } catch (...) {
@@ -75,7 +75,7 @@ bool processPayload(Bytes payload, ServerContext& server) {
     if (name && !id && !name->view().starts_with(notificationPrefix)) {
       throw errors::methodRequiresId(name->view());
     }
-    const Method* method = name ? findMethod(name->view()) : nullptr;
+    const Method* method = name ? findMethod(name->view(), server.form) : nullptr;
     if (id && method != nullptr && method->isForWorkers()) {
       dispatchRequest(message, *id, *method, server);
       return true;

@@ -6,6 +6,7 @@
 #include "protocol/framing.hpp"
 #include "protocol/in_flight_request.hpp"
 #include "protocol/server_state.hpp"
+#include "tools/form.hpp"
 
 namespace quillmere {
 
@@ -18,8 +19,10 @@ struct ServerContext {
   InFlightRequests inFlightRequests;
   WorkerPool workers;
 
-  /// Writes its messages to `descriptor`, which stays the caller's.
-  explicit ServerContext(int descriptor) : output(descriptor, state) {}
+  const Form& form;
+
+  /// Writes its messages to `descriptor`, which stays the caller's, in `serverForm` say.
+  ServerContext(int descriptor, const Form& toForm) : output(descriptor, state), form(toForm) {}
 };
 
 /// Reads messages from `descriptor` and answers them, until input ends or the client asks for

@@ -70,20 +70,20 @@ constexpr Rewrite rewrites[] = {
     {"quillmere.ui.scroll_element", "direction", loweredName},
 };
 
-void refuseUnknownArguments(const Tool& tool, const JsonObject& arguments) {
+void refuseUnknownArguments(const Tool& tool, std::string_view name, const JsonObject& arguments) {
   std::optional<std::string> firstUnknown;
   for (const JsonMember& argument : arguments) {
     const JsonString key = argument.key();
     if (findProperty(tool, key.view()) != nullptr) continue;
     if (!firstUnknown || key.view() < *firstUnknown) firstUnknown = key.view();
   }
-  if (firstUnknown) throw errors::unsupportedArgument(tool.name, *firstUnknown);
+  if (firstUnknown) throw errors::unsupportedArgument(name, *firstUnknown);
 }
 
-void demandRequiredArguments(const Tool& tool, const JsonObject& arguments) {
+void demandRequiredArguments(const Tool& tool, std::string_view name, const JsonObject& arguments) {
   for (const std::string_view key : tool.required) {
     const auto value = arguments.find(key);
-    if (!value || value->isNull()) throw errors::missingArgument(tool.name, key);
+    if (!value || value->isNull()) throw errors::missingArgument(name, key);
   }
 }
 
@@ -166,16 +166,16 @@ NormalizedArguments normalizeToolArguments(std::string_view name, const JsonObje
   return {rewritten->object(), rewritten};
 }
 
-void validateSchemaArguments(const Tool& tool, const JsonObject& arguments) {
-  refuseUnknownArguments(tool, arguments);
-  demandRequiredArguments(tool, arguments);
+void validateSchemaArguments(const Tool& tool, std::string_view name, const JsonObject& arguments) {
+  refuseUnknownArguments(tool, name, arguments);
+  demandRequiredArguments(tool, name, arguments);
   for (const JsonMember& argument : arguments.distinctMembers()) {
     const JsonValue value = argument.value();
     if (!value.isNull()) validateValue(value, *findProperty(tool, argument.key().view()));
   }
   if (contains(sessionTargetToolNames(), tool.name) && !arguments.contains("deviceSerial") &&
       !arguments.contains("sessionId")) {
-    throw errors::missingSessionTarget(tool.name);
+    throw errors::missingSessionTarget(name);
   }
 }
 

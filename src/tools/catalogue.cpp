@@ -223,6 +223,7 @@ constexpr Tool tools[] = {
      .title = "Quillmere MCP Help",
      .description = "Show concise usage guidance. Call this first if you are unsure how to "
                     "connect, choose a device, start a Phone Screen session, or read UI state.",
+     .effect = Effect::explains,
      .ownProperties = helpArguments},
     {.name = "quillmere.devices.list",
      .title = "List Android Devices",
@@ -246,6 +247,7 @@ constexpr Tool tools[] = {
                     "device. Use this before screen.observe, ui.get_state, or input tools whenever "
                     "sessions.list is empty or has no Phone Screen session for the device.",
      .toolToCommand = "startSession",
+     .effect = Effect::arranges,
      .fragments = taskContext,
      .ownProperties = deviceArguments,
      .required = aDevice},
@@ -265,6 +267,7 @@ constexpr Tool tools[] = {
          "Tap a point in mirror pixel coordinates. If Quillmere reports a user acknowledgement "
          "requirement, ask the user and retry with userAcknowledgementText.",
      .toolToCommand = "tap",
+     .effect = Effect::acts,
      .fragments = taskContext | sessionTarget | userAcknowledgement,
      .ownProperties = inputTapArguments,
      .required = aPoint},
@@ -274,6 +277,7 @@ constexpr Tool tools[] = {
          "Swipe between two points in mirror pixel coordinates. If Quillmere reports a user "
          "acknowledgement requirement, ask the user and retry with userAcknowledgementText.",
      .toolToCommand = "swipe",
+     .effect = Effect::acts,
      .fragments = taskContext | sessionTarget | userAcknowledgement,
      .ownProperties = inputSwipeArguments,
      .required = twoPoints},
@@ -284,6 +288,7 @@ constexpr Tool tools[] = {
          "names are case-insensitive; ENTER is normalized to enter. If Quillmere reports a user "
          "acknowledgement requirement, ask the user and retry with userAcknowledgementText.",
      .toolToCommand = "key",
+     .effect = Effect::acts,
      .fragments = taskContext | sessionTarget | userAcknowledgement,
      .ownProperties = inputKeyArguments,
      .required = aKey},
@@ -293,6 +298,7 @@ constexpr Tool tools[] = {
                     "session. If Quillmere reports a user acknowledgement requirement, ask the "
                     "user and retry with userAcknowledgementText.",
      .toolToCommand = "text",
+     .effect = Effect::acts,
      .fragments = taskContext | sessionTarget | userAcknowledgement,
      .ownProperties = inputTextArguments,
      .required = aText},
@@ -310,6 +316,7 @@ constexpr Tool tools[] = {
      .description = "Click a visible Android UI node by nodeId and stateSignature from a recent "
                     "Phone Screen display 0 UI state.",
      .toolToCommand = "uiClickElement",
+     .effect = Effect::acts,
      .fragments = taskContext | sessionTarget | userAcknowledgement,
      .ownProperties = nodeArguments,
      .required = aNode},
@@ -318,6 +325,7 @@ constexpr Tool tools[] = {
      .description = "Focus an editable or input-candidate Android UI node by nodeId and "
                     "stateSignature in a Phone Screen display 0 session.",
      .toolToCommand = "uiFocusElement",
+     .effect = Effect::arranges,
      .fragments = taskContext | sessionTarget | userAcknowledgement,
      .ownProperties = nodeArguments,
      .required = aNode},
@@ -327,6 +335,7 @@ constexpr Tool tools[] = {
          "Focus an editable or input-candidate Android UI node by nodeId and stateSignature in a "
          "Phone Screen display 0 session, then commit text through Quillmere IME.",
      .toolToCommand = "uiSetText",
+     .effect = Effect::replaces,
      .fragments = taskContext | sessionTarget | userAcknowledgement,
      .ownProperties = uiSetTextArguments,
      .required = aNodeAndText},
@@ -335,6 +344,7 @@ constexpr Tool tools[] = {
      .description = "Swipe inside a scrollable Android UI element in a Phone Screen display 0 "
                     "session. Direction describes viewport travel; down reveals lower content.",
      .toolToCommand = "uiScrollElement",
+     .effect = Effect::moves,
      .fragments = taskContext | sessionTarget | userAcknowledgement,
      .ownProperties = uiScrollElementArguments,
      .required = aNodeAndDirection},
@@ -371,6 +381,7 @@ constexpr Tool tools[] = {
          "launching, prefer quillmere.screen.observe without image or quillmere.ui.get_state; use "
          "quillmere.ui.wait_for_stable only when the page is still visibly transitioning.",
      .toolToCommand = "launchApp",
+     .effect = Effect::arranges,
      .fragments = taskContext | userAcknowledgement,
      .ownProperties = appLaunchArguments,
      .required = aDeviceAndPackage},
@@ -378,12 +389,14 @@ constexpr Tool tools[] = {
      .title = "Stop AI Control",
      .description = "Disable AI MCP control inside Quillmere.",
      .toolToCommand = "stopControl",
+     .effect = Effect::arranges,
      .fragments = taskContext},
     {.name = "quillmere.adb.command",
      .title = "Reserved ADB Command",
      .description = "Reserved developer-mode escape hatch. This build forwards the request for "
                     "audit and always denies execution.",
      .toolToCommand = "adbCommand",
+     .effect = Effect::acts,
      .fragments = taskContext,
      .ownProperties = adbCommandArguments,
      .required = aDeviceCommandAndReason},
@@ -392,7 +405,6 @@ constexpr Tool tools[] = {
 static_assert(std::size(tools) == 20);
 static_assert(std::ranges::count(tools, std::string_view(), &Tool::toolToCommand) == 1);
 
-/// Left out of `tools/list`, and ordinary tools otherwise.
 constexpr std::string_view hiddenToolNames[] = {"quillmere.adb.command"};
 
 constexpr auto namesOfSessionTools = [] {
@@ -447,42 +459,14 @@ JsonText propertySchema(const Property& property) {
   return schema;
 }
 
-/// The schemas of all arguments of the tool, shared ones first.
-JsonText merged(const Tool& tool) {
-  JsonText properties = JsonText::object();
-  forEachProperty(tool, [&](const Property& property) {
-    properties.set(property.name, propertySchema(property));
-  });
-  return properties;
-}
-
-/// The condition that one of the two is given.
-JsonText sessionTargetAnyOf() {
-  JsonText anyOf = JsonText::array();
-  for (const std::string_view target : {"sessionId", "deviceSerial"}) {
-    anyOf.add(JsonText{{"required", JsonText::arrayOf(std::span(&target, 1))}});
-  }
-  return anyOf;
-}
-
-JsonText jsonSchema(const Tool& tool) {
-  JsonText schema{{"type", "object"}};
-  schema.set("properties", merged(tool));
-  schema.set("additionalProperties", false);
-  if (!tool.required.empty()) schema.set("required", JsonText::arrayOf(tool.required));
-  if (contains(sessionTargetToolNames(), tool.name)) schema.set("anyOf", sessionTargetAnyOf());
-  return schema;
-}
-
 }  // namespace
 
 std::span<const Tool> allTools() {
   return tools;
 }
 
-const Tool* findTool(std::string_view name) {
-  const auto* tool = std::ranges::find(tools, name, &Tool::name);
-  return tool == std::end(tools) ? nullptr : tool;
+bool isHidden(const Tool& tool) {
+  return contains(hiddenToolNames, tool.name);
 }
 
 std::span<const std::string_view> sessionTargetToolNames() {
@@ -497,16 +481,12 @@ const Property* findProperty(const Tool& tool, std::string_view name) {
   return found;
 }
 
-JsonText visibleTools() {
-  JsonText entries = JsonText::array();
-  for (const Tool& tool : tools) {
-    if (contains(hiddenToolNames, tool.name)) continue;
-    entries.add(JsonText{{"name", tool.name},
-                         {"title", tool.title},
-                         {"description", tool.description},
-                         {"inputSchema", jsonSchema(tool)}});
-  }
-  return entries;
+JsonText merged(const Tool& tool) {
+  JsonText properties = JsonText::object();
+  forEachProperty(tool, [&](const Property& property) {
+    properties.set(property.name, propertySchema(property));
+  });
+  return properties;
 }
 
 }  // namespace quillmere

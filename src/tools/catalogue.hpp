@@ -49,6 +49,23 @@ struct Property {
   std::span<const std::string_view> examples = {};
 };
 
+/// What a call does to the phone, as clients are told that ask a person before a call. The one that
+/// applies most.
+enum class Effect {
+  /// Looks, and changes nothing.
+  looks,
+  /// Answers from here, without a phone.
+  explains,
+  /// Changes what is shown or started; once more changes nothing more.
+  arranges,
+  /// Changes something each time, but destroys nothing.
+  moves,
+  /// May do whatever the app on the screen does then, such as to delete, to buy or to send.
+  acts,
+  /// The same, but once more changes nothing more.
+  replaces,
+};
+
 /// Groups of arguments that many tools share, as bits.
 enum Fragment : unsigned {
   noFragment = 0,
@@ -63,6 +80,7 @@ struct Tool {
   std::string_view description;
   /// What the desktop app calls it; empty for a tool that this server answers by itself.
   std::string_view toolToCommand = {};
+  Effect effect = Effect::looks;
   unsigned fragments = noFragment;
   std::span<const Property> ownProperties = {};
   /// Arguments that must be given, in the order in which they are missed.
@@ -72,16 +90,16 @@ struct Tool {
 /// All tools, in their fixed order.
 [[nodiscard]] std::span<const Tool> allTools();
 
-/// The tool of exactly this name, or null.
-[[nodiscard]] const Tool* findTool(std::string_view name);
+/// The tools that `tools/list` leaves out. They are ordinary ones otherwise.
+[[nodiscard]] bool isHidden(const Tool& tool);
 
 /// The tools of which a call must name a session or a device: all that can take a session.
 [[nodiscard]] std::span<const std::string_view> sessionTargetToolNames();
 
+/// The schemas of all arguments of the tool, shared ones first: the member `properties`.
+[[nodiscard]] JsonText merged(const Tool& tool);
+
 /// The argument of exactly this name, shared or the tool's own, or null.
 [[nodiscard]] const Property* findProperty(const Tool& tool, std::string_view name);
-
-/// The entries of `tools/list`, an array: each tool that is not hidden, with its JSON Schema.
-[[nodiscard]] JsonText visibleTools();
 
 }  // namespace quillmere

@@ -7,9 +7,10 @@
 #include <string>
 #include <string_view>
 
+#include "harness/patience.hpp"
 #include "harness/server_process.hpp"
-#include "support/json.hpp"
 #include "harness/temporary_home.hpp"
+#include "support/json.hpp"
 
 namespace quillmere {
 
@@ -49,8 +50,13 @@ struct RunningServer : testing::Test {
   ServerProcess server;
 
   explicit RunningServer(std::string_view app = "")
-      : server({.program = app.empty() ? QUILLMERE_SERVER : serverInsideApp(home, app),
-                .home = home.path()}) {
+      : RunningServer(ServerProcess::Options{.program = app.empty() ? QUILLMERE_SERVER
+                                                                    : serverInsideApp(home, app)}) {
+  }
+
+  /// A program of another kind.
+  explicit RunningServer(ServerProcess::Options options)
+      : server((options.home = home.path(), std::move(options))) {
     request("hello", "initialize");
     EXPECT_TRUE(server.receive());
   }
@@ -72,6 +78,15 @@ struct RunningServer : testing::Test {
   std::string next() {
     const auto message = server.receive();
     return message ? std::string(message->root().text()) : "(nothing)";
+  }
+  /// The next message, of any length, with its line feed.
+  std::string nextLine() {
+    const Waiting waiting("a line from the server");
+    InputStream output(server.outputDescriptor());
+    Bytes line;
+    while (!viewOf(line).ends_with('\n') && output.readThrough('\n', 1 << 26, line)) {
+    }
+    return std::string(viewOf(line));
   }
   /// The next message's id, and the first line of its result's text or its error's code and text.
   std::string nextShort() {

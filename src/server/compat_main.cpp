@@ -1,0 +1,5 @@
+#include "server/program.hpp"
+
+int main(int argumentCount, char** arguments) {
+  return quillmere::runProgram(argumentCount, arguments, quillmere::compatForm);
+}

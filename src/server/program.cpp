@@ -1,0 +1,30 @@
+#include "server/program.hpp"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <new>
+
+#include "platform/memory.hpp"
+#include "platform/process.hpp"
+#include "server/command_line.hpp"
+#include "server/server.hpp"
+
+namespace quillmere {
+
+int runProgram(int argumentCount, char** arguments, const Form& form) {
+  prepareProcess();
+  tuneAllocator();
+
+  const auto first = static_cast<std::size_t>(std::min(argumentCount, 1));
+  const auto count = static_cast<std::size_t>(argumentCount);
+  if (const auto status = runCLI({arguments + first, count - first})) return *status;
+
+  // Never freed, and no destructor is run below: workers may use it until the process is gone.
+  static auto& server = *new ServerContext(STDOUT_FILENO, form);
+  std::set_new_handler([] { server.output.endAfterFrame(); });
+  serve(STDIN_FILENO, server);
+  endProcess();
+}
+
+}  // namespace quillmere
