@@ -179,8 +179,9 @@ TEST(Json, NumbersAreReadWhateverTheirSpelling) {
 }
 
 TEST(Json, IndentedTextSortsKeysByTheirBytesAndHasEachOnce) {
-  EXPECT_EQ(indentedJson(json(R"({"é":[ ],"a/b":[1,{}],"B":1,"\u0042":"\n"})").asValue()),
-            "{\n  \"\\u0042\": \"\\n\",\n  \"a/b\": [\n    1,\n    {}\n  ],\n  \"é\": []\n}");
+  EXPECT_EQ(
+      indentedJson(json(R"({"é":[ ],"a/b":[1,{}],"B":1,"\u0042":"\n\u002f\u00e9"})").asValue()),
+      "{\n  \"B\": \"\\n/é\",\n  \"a/b\": [\n    1,\n    {}\n  ],\n  \"é\": []\n}");
 }
 
 /// A text as a whole; its pieces and its size must agree.

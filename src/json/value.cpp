@@ -104,7 +104,14 @@ bool isStringOf(const JsonDocument& document, std::uint32_t token, std::string_v
     return document.tokenAt(token).extent == text.size() + quotes &&
            document.textOf(token).substr(1, text.size()) == text;
   }
-  return *JsonValue(document, token).asString() == text;
+  // An escape of two to six bytes is one to four bytes of text. Most strings that are not `text`
+  // are so without being decoded, however long they are.
+  constexpr std::size_t longestEscape = 6;
+  const std::string_view raw =
+      document.textOf(token).substr(1, document.tokenAt(token).extent - quotes);
+  const std::string_view plain = raw.substr(0, raw.find('\\'));
+  if (text.size() >= raw.size() || text.size() * longestEscape < raw.size()) return false;
+  return text.starts_with(plain) && decodedString(raw) == text;
 }
 
 const JsonDocument& emptyObject() {
@@ -238,8 +245,18 @@ std::vector<JsonMember> JsonObject::distinctMembers() const {
   // with one key stay in their order, so that the last of them is the one that counts.
   std::vector<std::uint32_t> order(members.size());
   std::iota(order.begin(), order.end(), 0U);
+  const auto isPlain = [&](std::uint32_t member) {
+    return document->tokenAt(members[member].keyValue().place()).kind() == Kind::plainString;
+  };
   std::ranges::stable_sort(order, [&](std::uint32_t left, std::uint32_t right) {
-    return members[left].key().view() < members[right].key().view();
+    if (!isPlain(left) || !isPlain(right)) {
+      return members[left].key().view() < members[right].key().view();
+    }
+    const auto characters = [&](std::uint32_t member) {
+      const std::string_view quoted = members[member].keyValue().text();
+      return quoted.substr(1, quoted.size() - 2);
+    };
+    return characters(left) < characters(right);
   });
   std::vector<bool> isRepeated(members.size());
   for (std::size_t i = 1, first = 0; i < order.size(); ++i) {

@@ -69,6 +69,13 @@ void appendQuoted(std::string& text, std::string_view json) {
   }
 }
 
+/// Adds a value that is no array or object. A string is written anew, with no escape that it does
+/// not need: whoever reads the text sees the characters.
+void appendScalar(std::string& text, const JsonValue& value) {
+  const bool hasEscapes = value.isString() && value.text().find('\\') != std::string_view::npos;
+  text += hasEscapes ? JsonText(*value.asString()).str() : std::string(value.text());
+}
+
 void appendIndented(std::string& text, const JsonValue& value, std::size_t depth) {
   const auto newLine = [&text](std::size_t level) {
     text += '\n';
@@ -96,14 +103,14 @@ void appendIndented(std::string& text, const JsonValue& value, std::size_t depth
     text += '{';
     for (const JsonMember& member : members) {
       separate();
-      text += member.keyValue().text();
+      appendScalar(text, member.keyValue());
       text += ": ";
       appendIndented(text, member.value(), depth + 1);
     }
     if (!isEmpty) newLine(depth);
     text += '}';
   } else {
-    text += value.text();
+    appendScalar(text, value);
   }
 }
 
@@ -113,6 +120,7 @@ JsonText::JsonText(std::nullptr_t) : copied("null") {}
 
 JsonText::JsonText(std::string_view string) {
   appendString(string);
+  shareCopied();
 }
 
 JsonText::JsonText(const JsonValue& value) {
@@ -120,7 +128,7 @@ JsonText::JsonText(const JsonValue& value) {
 }
 
 JsonText::JsonText(std::initializer_list<JsonField> fields) : JsonText(object()) {
-  for (const JsonField& field : fields) set(field.key, field.value);
+  for (const JsonField& field : fields) set(field.key, std::move(field.value));
 }
 
 JsonText JsonText::object() {
@@ -174,9 +182,9 @@ JsonText JsonText::quoted(const JsonValue& value, std::span<const Replacement> r
   }
   writeUpTo(end);
   text += '"';
-  const auto whole = std::make_shared<const std::string>(std::move(text));
-  JsonText result = constant("");
-  result.append(*whole, whole);
+  JsonText result;
+  result.copied = std::move(text);
+  result.shareCopied();
   return result;
 }
 
@@ -242,6 +250,13 @@ void JsonText::append(std::string_view json, std::shared_ptr<const void> holder)
   } else {
     runs.push_back({.at = copied.size(), .text = json, .holder = std::move(holder)});
   }
+}
+
+void JsonText::shareCopied() {
+  if (copied.size() < longBytes) return;
+  const auto whole = std::make_shared<const std::string>(std::move(copied));
+  copied.clear();
+  append(*whole, whole);
 }
 
 void JsonText::append(JsonText value) {

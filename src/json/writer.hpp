@@ -19,9 +19,9 @@ namespace quillmere {
 struct JsonField;
 
 /// One JSON value as text, to be written to a client or to the desktop app. What is short is copied
-/// into it. What is long and came in a document stays where it is: the text refers to it, and
-/// shares the document until it is gone itself. Without white space, members in the order in which
-/// they were added. `/` and characters outside ASCII are never escaped.
+/// into it. What is long stays where it is, in a document or in a text of ours: this one refers to
+/// it, and shares the owner until it is gone itself. Without white space, members in the order in
+/// which they were added. `/` and characters outside ASCII are never escaped.
 ///
 /// Strings of ours must be UTF-8; everything that takes one throws `JsonError` when it is not.
 class JsonText {
@@ -93,6 +93,9 @@ class JsonText {
   void append(std::string_view json, std::shared_ptr<const void> holder);
   void append(JsonText value);
   void appendString(std::string_view string);
+  /// Makes a run of what is copied if it is long, so that it is not copied again by the texts that
+  /// it is added to.
+  void shareCopied();
 
   std::string copied;
   std::vector<Run> runs;
@@ -106,7 +109,8 @@ struct JsonText::Replacement {
 /// A member of a text that is being made.
 struct JsonField {
   std::string_view key;
-  JsonText value;
+  /// Moved from when the text is made, although elements of an initializer list are constant.
+  mutable JsonText value;
 };
 
 /// The value as JSON text for a human reader: one member a line, two blanks a level, keys sorted by

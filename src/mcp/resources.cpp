@@ -61,9 +61,10 @@ JsonText readResource(const JsonObject& params, InFlightRequest& inFlight, const
 
   const auto arguments = parseJson(resource->arguments);
   const auto payload = callAppControl(resource->command, arguments->object(), inFlight);
-  const JsonText content{
-      {"uri", uri}, {"mimeType", jsonMimeType}, {"text", indentedJson(payload->root())}};
-  return JsonText{{"contents", JsonText::arrayOf(std::span(&content, 1))}};
+  JsonText contents = JsonText::array();
+  contents.add(
+      JsonText{{"uri", uri}, {"mimeType", jsonMimeType}, {"text", indentedJson(payload->root())}});
+  return JsonText{{"contents", std::move(contents)}};
 }
 
 }  // namespace quillmere
