@@ -1,0 +1,65 @@
+// A client library between the second program and a stand-in model, in the forms of three model makers:
+// what of a result reaches the model. compat.test.mjs COMPAT SIMULATOR SERVER
+import assert from 'node:assert/strict';
+import { test } from 'node:test';
+import { createAnthropic } from '@ai-sdk/anthropic';
+import { createGoogleGenerativeAI } from '@ai-sdk/google';
+import { experimental_createMCPClient as createMCPClient } from '@ai-sdk/mcp';
+import { Experimental_StdioMCPTransport as StdioTransport } from '@ai-sdk/mcp/mcp-stdio';
+import { createOpenAI } from '@ai-sdk/openai';
+import { generateText, stepCountIs } from 'ai';
+import { startSimulator } from './desktop_app.mjs';
+import { startModel } from './model.mjs';
+
+const [compat, simulator, server] = process.argv.slice(2);
+globalThis.AI_SDK_LOG_WARNINGS = false;
+const phone = { deviceSerial: 'QM7F3A2101' };
+const models = {
+  anthropic: (baseURL) => createAnthropic({ baseURL, apiKey: 'none' })('stand-in'),
+  openai: (baseURL) => createOpenAI({ baseURL, apiKey: 'none' })('stand-in'),
+  gemini: (baseURL) => createGoogleGenerativeAI({ baseURL, apiKey: 'none' })('stand-in'),
+};
+
+/** Lets a model of the form make its calls through a program, and returns what it saw. */
+async function letCall(t, form, program, calls) {
+  const home = await startSimulator(t, simulator);
+  const { address, seen } = await startModel(t, form, calls);
+  const env = { HOME: home, CFFIXED_USER_HOME: home };
+  const client = await createMCPClient({
+    transport: new StdioTransport({ command: program, env, stderr: 'inherit' }),
+  });
+  t.after(() => client.close());
+  await generateText({
+    model: models[form](address),
+    tools: await client.tools(),
+    prompt: 'Buy milk.',
+    stopWhen: stepCountIs(calls.length + 1),
+    maxRetries: 0,
+  });
+  return seen;
+}
+
+for (const form of Object.keys(models)) {
+  test(`a model of the form ${form} sees nodes, picture, refusal and help`, async (t) => {
+    const stale = { ...phone, nodeId: 1, stateSignature: 'long gone' };
+    const seen = await letCall(t, form, compat, [
+      { name: 'quillmere_help', args: { topic: 'workflow' } },
+      { name: 'quillmere_session_start', args: phone },
+      { name: 'quillmere_ui_get_state', args: phone },
+      { name: 'quillmere_screen_observe', args: { ...phone, includeImage: true } },
+      { name: 'quillmere_ui_click_element', args: stale },
+    ]);
+    assert.deepEqual(seen.refusals, []);
+    assert.match(seen.text, /Call quillmere_devices_list to choose a deviceSerial\./);
+    assert.match(seen.text, /resourceId/);
+    assert.match(seen.text, /picture: item 3 of this content/);
+    assert.match(seen.text, /staleStateSignature/);
+    assert.equal(seen.pictures.length, 1);
+    const png = Buffer.from(seen.pictures[0], 'base64');
+    assert.equal(png.subarray(0, 8).toString('latin1'), '\x89PNG\r\n\x1a\n');
+  });
+}
+
+test('a model refuses the first program for its names and its schemas', async (t) => {
+  await assert.rejects(letCall(t, 'anthropic', server, []), /the name quillmere\.help/);
+});
