@@ -6,7 +6,7 @@
 
 namespace quillmere {
 
-inline constexpr std::string_view serverVersion = "0.3.0";
+inline constexpr std::string_view serverVersion = QUILLMERE_VERSION;
 
 namespace Constants {
 
