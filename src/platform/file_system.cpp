@@ -7,9 +7,11 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
+#include <span>
 #include <system_error>
 
 #include "platform/descriptor.hpp"
@@ -29,6 +31,33 @@ void requireResources(int error) {
 }  // namespace
 
 #ifndef __APPLE__
+namespace {
+
+/// The user's password entry, with its texts in `text`; null when there is none.
+passwd* passwordEntry(passwd& entry, std::span<char> text) {
+  passwd* found = nullptr;
+#ifdef QUILLMERE_STATIC
+  // The C library would load modules of the system's own, which fit only the C library they were
+  // built with. A program that brings its own reads the file.
+  const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen("/etc/passwd", "re"), std::fclose);
+  if (file == nullptr) {
+    requireResources(errno);
+    return nullptr;
+  }
+  int error = 0;
+  while ((error = ::fgetpwent_r(file.get(), &entry, text.data(), text.size(), &found)) == 0) {
+    if (found->pw_uid == ::getuid()) return found;
+  }
+  requireResources(error);
+  return nullptr;
+#else
+  requireResources(::getpwuid_r(::getuid(), &entry, text.data(), text.size(), &found));
+  return found;
+#endif
+}
+
+}  // namespace
+
 std::string homeDirectory() {
   const char* home = std::getenv("HOME");
   if (home != nullptr && home[0] == '/') return home;
@@ -36,8 +65,7 @@ std::string homeDirectory() {
   constexpr std::size_t longestEntry = 16'384;
   std::array<char, longestEntry> text{};
   passwd entry{};
-  passwd* found = nullptr;
-  requireResources(getpwuid_r(getuid(), &entry, text.data(), text.size(), &found));
+  const passwd* found = passwordEntry(entry, text);
   if (found != nullptr && found->pw_dir != nullptr && found->pw_dir[0] == '/') {
     return found->pw_dir;
   }
