@@ -1,0 +1,1 @@
+complete -W "--doctor --help -h" quillmere-mcp-compat
