@@ -1,6 +1,5 @@
 #include "bench/app.hpp"
 
-#include <fcntl.h>
 #include <poll.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
@@ -8,7 +7,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -16,7 +14,6 @@
 #include <deque>
 #include <functional>
 #include <map>
-#include <optional>
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
@@ -25,7 +22,8 @@
 
 #include "bench/payloads.hpp"
 #include "control/control_frame.hpp"
-#include "harness/system.hpp"
+#include "harness/app_connection.hpp"
+#include "harness/patience.hpp"
 
 namespace quillmere::bench {
 
@@ -38,29 +36,25 @@ struct Report {
   std::int64_t nanoseconds;
 };
 
-[[noreturn]] void fail(const char* what) {
-  throw std::system_error(errno, std::generic_category(), what);
-}
-
 /// The child's side.
 class Service {
  public:
-  Service(const UnixListener& socket, Descriptor reportPipe)
-      : listener(socket), reports(std::move(reportPipe)) {}
+  Service(const UnixListener& socket, const Descriptor& reportPipe)
+      : listener(socket), reports(reportPipe) {}
 
   [[noreturn]] void run() {
     for (;;) {
       std::vector<pollfd> entries = {{listener.number(), POLLIN, 0}};
-      for (const Descriptor& each : unanswered) entries.push_back({each.number(), POLLIN, 0});
+      for (const AppConnection& each : unanswered) entries.push_back({each.number(), POLLIN, 0});
       waitFor(entries);
       for (std::size_t i = unanswered.size(); i-- > 0;) {
         if (entries[i + 1].revents == 0) continue;
         report(Report::Kind::broken);
         unanswered.erase(unanswered.begin() + static_cast<std::ptrdiff_t>(i));
       }
-      if (entries[0].revents != 0) acceptAll();
+      if (entries[0].revents != 0) answer(AppConnection(*listener.accept()));
       while (!held.empty() && held.front().due <= Clock::now()) {
-        send(held.front().connection, frameOf(answers::small));
+        held.front().connection.send(frameOf(answers::small));
         held.pop_front();
       }
     }
@@ -68,7 +62,7 @@ class Service {
 
  private:
   struct Held {
-    Descriptor connection;
+    AppConnection connection;
     Clock::time_point due;
   };
 
@@ -82,28 +76,10 @@ class Service {
         ::ppoll(entries.data(), entries.size(), held.empty() ? nullptr : &time, nullptr));
   }
 
-  void acceptAll() {
-    for (;;) {
-      Descriptor connection(::accept4(listener.number(), nullptr, nullptr, SOCK_CLOEXEC));
-      if (!connection.isOpen()) return;
-      if (const auto request = receive(connection)) answer(std::move(connection), *request);
-    }
-  }
-
-  static std::optional<std::string> receive(const Descriptor& connection) {
-    std::array<char, controlPrefixBytes> prefix{};
-    if (::recv(connection.number(), prefix.data(), prefix.size(), MSG_WAITALL) !=
-        static_cast<ssize_t>(prefix.size())) {
-      return std::nullopt;
-    }
-    const std::size_t length = controlBodyLength({prefix.data(), prefix.size()});
-    std::string body(length, '\0');
-    const auto count = ::recv(connection.number(), body.data(), length, MSG_WAITALL);
-    return count == static_cast<ssize_t>(length) ? std::optional(std::move(body)) : std::nullopt;
-  }
-
-  void answer(Descriptor connection, std::string_view request) {
+  void answer(AppConnection connection) {
     constexpr std::string_view key = R"("taskId":")";
+    const std::string text = connection.receiveText().value_or("");
+    std::string_view request(text);
     const std::size_t at = request.find(key);
     if (at == std::string_view::npos) return;
     request.remove_prefix(at + key.size());
@@ -114,7 +90,7 @@ class Service {
       unanswered.push_back(std::move(connection));
       report(Report::Kind::arrived);
     } else {
-      send(connection, frameOf(wanted));
+      connection.send(frameOf(wanted));
     }
   }
 
@@ -128,44 +104,38 @@ class Service {
     return place->second;
   }
 
-  static void send(const Descriptor& connection, std::string_view bytes) {
-    while (!bytes.empty()) {
-      const auto count = ::send(connection.number(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
-      if (count <= 0) return;
-      bytes.remove_prefix(static_cast<std::size_t>(count));
-    }
-  }
-
   void report(Report::Kind kind) const {
     const Report entry{kind, std::chrono::nanoseconds(Clock::now().time_since_epoch()).count()};
     if (::write(reports.number(), &entry, sizeof entry) != sizeof entry) ::_exit(0);
   }
 
   const UnixListener& listener;
-  const Descriptor reports;
+  const Descriptor& reports;
   std::map<std::string, std::string, std::less<>> frames;
   std::deque<Held> held;
-  std::vector<Descriptor> unanswered;
+  std::vector<AppConnection> unanswered;
 };
 
 Report nextReport(const Descriptor& reports) {
+  waitUntilReadable(reports.number(), "the benchmark's app");
   Report entry{};
-  if (::read(reports.number(), &entry, sizeof entry) != sizeof entry) fail("the benchmark's app");
+  if (::read(reports.number(), &entry, sizeof entry) != sizeof entry) {
+    throw std::runtime_error("The benchmark's app has ended.");
+  }
   return entry;
 }
 
 }  // namespace
 
-App::App(const std::string& socketPath) : listener(socketPath, SOMAXCONN) {
-  ::fcntl(listener.number(), F_SETFL, O_NONBLOCK);
-  Channel reporting = makePipe();
+App::App(const std::string& socketPath) : listener(socketPath, SOMAXCONN), reports(makePipe()) {
   child = ::fork();
-  if (child < 0) fail("fork");
+  if (child < 0) throw std::system_error(errno, std::generic_category(), "fork");
   if (child == 0) {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-    Service(listener, std::move(reporting.writeEnd)).run();
+    reports.readEnd = Descriptor();
+    Service(listener, reports.writeEnd).run();
   }
-  reports = std::move(reporting.readEnd);
+  reports.writeEnd = Descriptor();
 }
 
 App::~App() {
@@ -174,11 +144,12 @@ App::~App() {
 }
 
 void App::waitForArrival() {
-  if (nextReport(reports).kind != Report::Kind::arrived) throw std::logic_error("No call came.");
+  if (nextReport(reports.readEnd).kind != Report::Kind::arrived)
+    throw std::logic_error("No call came.");
 }
 
 std::int64_t App::waitForBreak() {
-  const Report entry = nextReport(reports);
+  const Report entry = nextReport(reports.readEnd);
   if (entry.kind != Report::Kind::broken) throw std::logic_error("A call too many came.");
   return entry.nanoseconds;
 }

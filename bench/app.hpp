@@ -6,8 +6,8 @@
 #include <cstdint>
 #include <string>
 
+#include "harness/system.hpp"
 #include "harness/unix_listener.hpp"
-#include "platform/descriptor.hpp"
 
 namespace quillmere::bench {
 
@@ -44,9 +44,9 @@ class App {
   [[nodiscard]] std::int64_t waitForBreak();
 
  private:
-  const UnixListener listener;
   pid_t child = -1;
-  Descriptor reports;
+  const UnixListener listener;
+  Channel reports;
 };
 
 }  // namespace quillmere::bench

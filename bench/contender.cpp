@@ -1,26 +1,31 @@
 #include "bench/contender.hpp"
 
+#include <stdexcept>
+
 namespace quillmere::bench {
 
-std::unique_ptr<Session> Contender::start() const {
-  return std::make_unique<Session>(
-      ServerProcess::Options{.program = rival.command.front(),
-                             .arguments = {rival.command.begin() + 1, rival.command.end()},
-                             .home = home,
-                             .streams = streams});
+std::unique_ptr<ServerProcess> Contender::start() const {
+  return std::make_unique<ServerProcess>(ServerProcess::Options{
+      .program = rival.program, .arguments = rival.arguments, .home = home, .streams = streams});
 }
 
-std::unique_ptr<Session> Contender::startInitialized() const {
-  auto session = start();
-  session->send(initializeRequest());
-  static_cast<void>(session->receive());
-  session->send("{\"jsonrpc\":\"2.0\",\"method\":\"notifications/initialized\"}\n");
-  return session;
+std::unique_ptr<ServerProcess> Contender::startInitialized() const {
+  auto server = start();
+  server->send(initializeRequest());
+  static_cast<void>(receiveFrom(*server));
+  server->send("{\"jsonrpc\":\"2.0\",\"method\":\"notifications/initialized\"}\n");
+  return server;
 }
 
-Session& Contender::session() {
+ServerProcess& Contender::session() {
   if (!running) running = startInitialized();
   return *running;
+}
+
+std::string_view receiveFrom(ServerProcess& server) {
+  const auto text = server.receiveText();
+  if (!text) throw std::runtime_error("A server has closed its output.");
+  return *text;
 }
 
 std::string initializeRequest() {

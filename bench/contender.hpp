@@ -7,14 +7,14 @@
 #include <vector>
 
 #include "bench/app.hpp"
-#include "bench/session.hpp"
+#include "harness/server_process.hpp"
 
 namespace quillmere::bench {
 
 struct Rival {
   std::string name;
-  /// The program's path and its arguments.
-  std::vector<std::string> command;
+  std::string program;
+  std::vector<std::string> arguments = {};
   bool takesHeaderFraming = true;
 };
 
@@ -26,11 +26,11 @@ class Contender {
       : app(desktopApp), rival(rivalToStart), home(std::move(homeFolder)), streams(streamKind) {}
 
   /// A new process, not spoken to yet.
-  [[nodiscard]] std::unique_ptr<Session> start() const;
+  [[nodiscard]] std::unique_ptr<ServerProcess> start() const;
   /// A new process after the handshake.
-  [[nodiscard]] std::unique_ptr<Session> startInitialized() const;
+  [[nodiscard]] std::unique_ptr<ServerProcess> startInitialized() const;
   /// The process of this scenario, after the handshake.
-  [[nodiscard]] Session& session();
+  [[nodiscard]] ServerProcess& session();
 
   App& app;
 
@@ -38,8 +38,11 @@ class Contender {
   const Rival& rival;
   const std::string home;
   const ChildStreams streams;
-  std::unique_ptr<Session> running;
+  std::unique_ptr<ServerProcess> running;
 };
+
+/// The next message's text. Throws `std::runtime_error` when the server has gone.
+[[nodiscard]] std::string_view receiveFrom(ServerProcess& server);
 
 /// Messages of the client, each a line.
 [[nodiscard]] std::string initializeRequest();

@@ -1,21 +1,20 @@
 // Measures the server beside its rivals: all of them in turn, round by round, in one run.
 //
 //   quillmere-bench [option...] SERVER FLOOR
-#include <unistd.h>
+#include <sched.h>
 
 #include <algorithm>
-#include <csignal>
+#include <cerrno>
 #include <cstdio>
 #include <exception>
-#include <filesystem>
 #include <fstream>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <vector>
 
-#include "bench/affinity.hpp"
 #include "bench/report.hpp"
 #include "harness/temporary_home.hpp"
 #include "json/document.hpp"
@@ -80,10 +79,10 @@ Options readOptions(std::vector<std::string> arguments) {
 
 /// Writes what the server answers to `tools/list` into a file for its rivals, and returns its path.
 std::string saveToolList(const Options& options, const TemporaryHome& home, App& app) {
-  const Rival server{"server", {options.server}};
+  const Rival server{"server", options.server};
   Contender contender(server, home.path(), ChildStreams::pipes, app);
   contender.session().send(request(1, "tools/list"));
-  const auto response = parseJson(contender.session().receive());
+  const auto response = parseJson(receiveFrom(contender.session()));
   const auto result = response->object().findObject("result");
   if (!result) throw std::runtime_error("The server lists no tools.");
   std::string path = home.path() + "/tools.json";
@@ -91,27 +90,47 @@ std::string saveToolList(const Options& options, const TemporaryHome& home, App&
   return path;
 }
 
-constexpr unsigned mostSecondsPerRound = 60;
 /// Floor and server.
 constexpr std::size_t comparedRivals = 2;
 constexpr int roundsForScale = 3;
 
-void endForSilence(int /*signal*/) {
-  constexpr std::string_view text = "quillmere-bench: a program has not answered for a minute.\n";
-  static_cast<void>(!::write(STDERR_FILENO, text.data(), text.size()));
-  ::_exit(2);
-}
+/// Binds processes to one processor, where a call's cost shows without the wake-ups between
+/// processors that would hide it, and lets them go again. Processes that they start inherit it.
+class Affinity {
+ public:
+  Affinity() {
+    check(::sched_getaffinity(0, sizeof all, &all));
+    // The last one: interrupts and other programs tend to the first.
+    std::size_t last = CPU_SETSIZE - 1;
+    while (!CPU_ISSET(last, &all)) --last;
+    CPU_SET(last, &one);
+  }
+
+  /// Binds this process and `other` to one processor, or lets both use all of them.
+  void pin(bool toOne, pid_t other) const {
+    for (const pid_t process : {pid_t{0}, other}) {
+      check(::sched_setaffinity(process, sizeof all, toOne ? &one : &all));
+    }
+  }
+
+ private:
+  static void check(int result) {
+    if (result != 0) throw std::system_error(errno, std::generic_category(), "affinity");
+  }
+
+  cpu_set_t all{};
+  cpu_set_t one{};
+};
 
 class Benchmark {
  public:
   explicit Benchmark(Options given) : options(std::move(given)), app(home.releaseSocket()) {
-    ::signal(SIGALRM, endForSilence);
     const std::string list = saveToolList(options, home, app);
-    rivals.push_back({"floor", {options.floor, home.releaseSocket(), list}});
-    rivals.push_back({"server", {options.server}});
+    rivals.push_back({"floor", options.floor, {home.releaseSocket(), list}});
+    rivals.push_back({"server", options.server});
     if (!options.sdk.empty()) {
       rivals.push_back(
-          {"SDK", {options.sdk[0], options.sdk[1], home.releaseSocket(), list}, false});
+          {"SDK", options.sdk[0], {options.sdk[1], home.releaseSocket(), list}, false});
     }
   }
 
@@ -145,11 +164,9 @@ class Benchmark {
         if (details.inHeaderFraming && !rivals[i].takesHeaderFraming) continue;
         // The others are for scale: a few rounds of their long ones will do.
         if (i >= comparedRivals && round >= roundsForScale) continue;
-        ::alarm(mostSecondsPerRound);
         row.rounds[i].push_back(scenario.measure(scenario, contenders[i], options.budget));
       }
     }
-    ::alarm(0);
     return row;
   }
 

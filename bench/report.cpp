@@ -1,11 +1,10 @@
 #include "bench/report.hpp"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <fstream>
 #include <stdexcept>
-
-#include "bench/statistics.hpp"
 
 namespace quillmere::bench {
 
@@ -15,6 +14,20 @@ constexpr std::size_t floorAt = 0;
 constexpr std::size_t serverAt = 1;
 constexpr double noisySpread = 0.25;
 constexpr double guardFactor = 2;
+
+/// The value below which `part` of the sorted `values` lie, between two of them as it falls.
+double quantile(const std::vector<double>& values, double part) {
+  const double place = part * static_cast<double>(values.size() - 1);
+  const auto below = static_cast<std::size_t>(place);
+  const std::size_t above = std::min(below + 1, values.size() - 1);
+  return std::lerp(values[below], values[above], place - static_cast<double>(below));
+}
+
+/// How far `values` are apart: the distance between their quartiles as a part of their median.
+double spread(std::vector<double> values) {
+  std::ranges::sort(values);
+  return (quantile(values, 0.75) - quantile(values, 0.25)) / quantile(values, 0.5);
+}
 
 /// How many columns `text` takes: every character of ours takes one.
 std::size_t columns(std::string_view text) {
@@ -67,6 +80,11 @@ std::string verdict(const Row& row) {
 }
 
 }  // namespace
+
+double median(std::vector<double> values) {
+  std::ranges::sort(values);
+  return quantile(values, 0.5);
+}
 
 double ratioToFloor(const Row& row, std::size_t contender) {
   std::vector<double> ratios;

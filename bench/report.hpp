@@ -17,6 +17,10 @@ struct Row {
   std::vector<std::vector<double>> rounds;
 };
 
+/// The middle one of `values`, which must not be empty; of an even number the mean of the middle
+/// two.
+[[nodiscard]] double median(std::vector<double> values);
+
 /// Median over the rounds of a contender's figure divided by the floor's of the same round: what
 /// slows the machine down for a while slows both.
 [[nodiscard]] double ratioToFloor(const Row& row, std::size_t contender);

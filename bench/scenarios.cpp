@@ -1,11 +1,13 @@
 #include "bench/scenarios.hpp"
 
+#include <ctime>
 #include <stdexcept>
 #include <thread>
 #include <vector>
 
 #include "bench/payloads.hpp"
-#include "bench/statistics.hpp"
+#include "bench/report.hpp"
+#include "harness/holdings.hpp"
 
 namespace quillmere::bench {
 
@@ -33,10 +35,10 @@ double medianSample(const Scenario& scenario, Budget budget, Sample sample) {
 
 /// How long the answer to `bytes` takes. Throws `std::runtime_error` when it is an error, of which
 /// any figure would be wrong.
-Clock::duration roundTrip(Session& session, std::string_view bytes) {
+Clock::duration roundTrip(ServerProcess& session, std::string_view bytes) {
   const auto begin = Clock::now();
   session.send(bytes);
-  const std::string_view head = session.receive().substr(0, 100);
+  const std::string_view head = receiveFrom(session).substr(0, 100);
   const auto duration = Clock::now() - begin;
   if (head.find(R"("error":)") != std::string_view::npos) {
     throw std::runtime_error("A server answers: " + std::string(head));
@@ -45,7 +47,7 @@ Clock::duration roundTrip(Session& session, std::string_view bytes) {
 }
 
 double roundTrips(const Scenario& scenario, Contender& contender, Budget budget) {
-  Session& session = contender.session();
+  ServerProcess& session = contender.session();
   static_cast<void>(roundTrip(session, scenario.message));
   return medianSample(scenario, budget, [&] { return roundTrip(session, scenario.message); });
 }
@@ -61,14 +63,14 @@ double start(const Scenario& scenario, Contender& contender, Budget budget) {
 
 double callsInFlight(const Scenario& /*scenario*/, Contender& contender, Budget budget) {
   constexpr int inFlight = 64;
-  Session& session = contender.session();
+  ServerProcess& session = contender.session();
   int id = 0;
   int answered = 0;
   const auto begin = Clock::now();
   const auto end = begin + budget;
   for (; id < inFlight; ++id) session.send(callRequest(id, answers::small));
   for (; answered < id; ++answered) {
-    static_cast<void>(session.receive());
+    static_cast<void>(receiveFrom(session));
     if (Clock::now() < end) session.send(callRequest(id++, answers::small));
   }
   return answered / std::chrono::duration<double>(Clock::now() - begin).count();
@@ -76,17 +78,17 @@ double callsInFlight(const Scenario& /*scenario*/, Contender& contender, Budget 
 
 double heldCalls(const Scenario& scenario, Contender& contender, Budget budget) {
   constexpr int atOnce = 200;
-  Session& session = contender.session();
+  ServerProcess& session = contender.session();
   return medianSample(scenario, budget, [&] {
     const auto begin = Clock::now();
     for (int id = 0; id < atOnce; ++id) session.send(callRequest(id, answers::held));
-    for (int id = 0; id < atOnce; ++id) static_cast<void>(session.receive());
+    for (int id = 0; id < atOnce; ++id) static_cast<void>(receiveFrom(session));
     return Clock::now() - begin;
   });
 }
 
 double cancel(const Scenario& scenario, Contender& contender, Budget budget) {
-  Session& session = contender.session();
+  ServerProcess& session = contender.session();
   int id = 0;
   return medianSample(scenario, budget, [&] {
     session.send(callRequest(++id, answers::none));
@@ -101,14 +103,24 @@ double cancel(const Scenario& scenario, Contender& contender, Budget budget) {
   });
 }
 
+/// What a process has taken so far, in all its threads, ended ones included.
+std::chrono::nanoseconds processorTimeOf(pid_t process) {
+  clockid_t clock{};
+  timespec time{};
+  if (::clock_getcpuclockid(process, &clock) != 0 || ::clock_gettime(clock, &time) != 0) {
+    throw std::runtime_error("A server's processor time can't be read.");
+  }
+  return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+}
+
 double processorTime(const Scenario& scenario, Contender& contender, Budget budget) {
-  Session& session = contender.session();
-  const auto before = session.processorTime();
+  ServerProcess& session = contender.session();
+  const auto before = processorTimeOf(session.processID());
   int calls = 0;
   for (const auto end = Clock::now() + budget; Clock::now() < end; ++calls) {
     static_cast<void>(roundTrip(session, scenario.message));
   }
-  return in(scenario, session.processorTime() - before) * 1000 / calls;
+  return in(scenario, processorTimeOf(session.processID()) - before) * 1000 / calls;
 }
 
 /// Of a process of its own that has answered the message so often and then rested. The share is
@@ -117,12 +129,14 @@ template <Memory memory, int times, int restSeconds = 0>
 double memoryAfter(const Scenario& scenario, Contender& contender, Budget /*budget*/) {
   const auto session = contender.startInitialized();
   static_cast<void>(roundTrip(*session, request(1, "ping")));
-  const double before = memory == Memory::share ? 0 : session->bytesOf(Memory::resident);
+  const double before =
+      memory == Memory::share ? 0 : memoryOf(session->processID(), Memory::resident);
   for (int i = 0; i < times; ++i) {
     static_cast<void>(roundTrip(*session, scenario.message));
   }
   std::this_thread::sleep_for(std::chrono::seconds(restSeconds));
-  return (session->bytesOf(memory) - before) / static_cast<double>(scenario.details.unitBytes);
+  return (memoryOf(session->processID(), memory) - before) /
+         static_cast<double>(scenario.details.unitBytes);
 }
 
 constexpr auto share = memoryAfter<Memory::share, 1>;

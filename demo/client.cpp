@@ -2,16 +2,11 @@
 
 #include <unistd.h>
 
-#include <chrono>
-
 #include "platform/standard_streams.hpp"
 
 namespace quillmere::demo {
 
 namespace {
-
-/// The demo ends by itself, also when a program in it hangs.
-constexpr std::chrono::seconds patience{20};
 
 constexpr std::string_view bold = "\033[1m";
 constexpr std::string_view blue = "\033[34m";
@@ -100,7 +95,7 @@ std::int64_t DemoClient::beginCall(std::string_view tool, const JsonText& argume
 
 bool DemoClient::finish() {
   server.closeInput();
-  return !server.receive(patience) && server.waitForExit(patience) == 0;
+  return !server.receive() && server.waitForExit() == 0;
 }
 
 std::int64_t DemoClient::send(std::string_view method, const JsonText& params) {
@@ -111,7 +106,7 @@ std::int64_t DemoClient::send(std::string_view method, const JsonText& params) {
 }
 
 Answer DemoClient::receiveResponse(std::int64_t id) {
-  const auto response = server.receive(patience);
+  const auto response = server.receive();
   expect(response != nullptr, "the server gave no answer");
   const auto answeredID = response->object().findNumber("id");
   expect(answeredID && answeredID->integer() == id, "the answer is to another request");

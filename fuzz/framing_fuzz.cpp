@@ -1,12 +1,9 @@
 // Any bytes, over every kind of input and in any pieces, give the same payloads and errors.
-#include <sys/mman.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
-#include <array>
+#include <string>
 #include <vector>
 
 #include "fuzz_support.hpp"
+#include "harness/byte_source.hpp"
 #include "protocol/framing.hpp"
 #include "protocol/mcp_error.hpp"
 
@@ -15,7 +12,8 @@ namespace {
 
 using Outcomes = std::vector<std::string>;
 
-Outcomes outcomesOf(const Descriptor& input) {
+Outcomes outcomesOf(ByteSource::Kind kind, std::string_view wire, std::size_t piece) {
+  const ByteSource input(kind, wire, piece);
   ServerState state;
   StdinReader reader(input.number());
   Outcomes outcomes;
@@ -32,28 +30,6 @@ Outcomes outcomesOf(const Descriptor& input) {
   return outcomes;
 }
 
-Outcomes overFile(std::string_view wire) {
-  const Descriptor file(::memfd_create("wire", MFD_CLOEXEC));
-  demand(writeAll(file.number(), {wire}));
-  ::lseek(file.number(), 0, SEEK_SET);
-  return outcomesOf(file);
-}
-
-Outcomes inPieces(std::string_view wire, std::size_t piece, bool overSocket) {
-  std::array<int, 2> ends{};
-  demand((overSocket ? ::socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()) : ::pipe(ends.data())) ==
-         0);
-  const Descriptor input(ends[0]);
-  std::thread writer([wire, piece, output = Descriptor(ends[1])] {
-    for (std::size_t at = 0; at < wire.size(); at += piece) {
-      demand(writeAll(output.number(), {wire.substr(at, piece)}));
-    }
-  });
-  Outcomes outcomes = outcomesOf(input);
-  writer.join();
-  return outcomes;
-}
-
 }  // namespace
 }  // namespace quillmere
 
@@ -61,9 +37,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   using namespace quillmere;
   if (size == 0) return 0;
   const std::size_t piece = data[0] / 2U + 1U;
-  const bool overSocket = data[0] % 2 == 0;
+  const auto kind = data[0] % 2 == 0 ? ByteSource::Kind::socket : ByteSource::Kind::pipe;
   const std::string_view wire = textOf(data + 1, size - 1);
-  const Outcomes whole = overFile(wire);
-  demand(inPieces(wire, piece, overSocket) == whole);
+  demand(outcomesOf(kind, wire, piece) == outcomesOf(ByteSource::Kind::file, wire, wire.size()));
   return 0;
 }

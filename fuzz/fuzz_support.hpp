@@ -9,7 +9,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <thread>
 
 #include "harness/desktop_app.hpp"
 #include "harness/temporary_home.hpp"
@@ -44,21 +43,16 @@ class AnsweringApp {
   }
 
  private:
-  AnsweringApp() {
-    std::thread([this] {
-      for (;;) {
-        const AppConnection connection = app.accept();
-        if (!connection.receive()) continue;
-        const std::lock_guard hold(lock);
-        connection.send(_answer);
-      }
-    }).detach();
-  }
+  AnsweringApp() = default;
 
   TemporaryHome home;
-  DesktopApp app{home.releaseSocket()};
   std::mutex lock;
   std::string _answer;
+  DesktopApp app{home.releaseSocket(), [this](const AppConnection& connection) {
+                   if (!connection.receiveText()) return;
+                   const std::lock_guard hold(lock);
+                   connection.send(_answer);
+                 }};
 };
 
 }  // namespace quillmere

@@ -1,11 +1,9 @@
 // A whole message through the server, with a desktop app that answers anything: each request gets
 // the one response that it must get, with its own id, and nothing else comes.
-#include <sys/socket.h>
-
-#include <array>
 #include <map>
 
 #include "fuzz_support.hpp"
+#include "harness/system.hpp"
 #include "protocol/message.hpp"
 #include "server/method_table.hpp"
 #include "server/server.hpp"
@@ -13,19 +11,16 @@
 namespace quillmere {
 namespace {
 
-/// A server that has been shaken hands with, and the client's end of its output.
+/// A server that has been shaken hands with, and what reads its output.
 struct Served {
-  Descriptor client;
   ServerContext* server = nullptr;
   std::optional<StdinReader> reader;
   ServerState clientState;
 
   Served() {
-    std::array<int, 2> ends{};
-    demand(::socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()) == 0);
-    client = Descriptor(ends[0]);
-    server = new ServerContext(ends[1], serverForm);
-    reader.emplace(client.number());
+    static Channel channel = makeSocketPair();
+    server = new ServerContext(channel.writeEnd.number(), serverForm);
+    reader.emplace(channel.readEnd.number());
     demand(processPayload(bytesOf(R"({"jsonrpc":"2.0","id":0,"method":"initialize"})"), *server));
     demand(nextID() == "0");
   }

@@ -1,56 +1,28 @@
 #include "harness/desktop_app.hpp"
 
 #include <poll.h>
-#include <sys/socket.h>
 
 #include <array>
 #include <utility>
 
-#include "control/control_frame.hpp"
 #include "harness/patience.hpp"
+#include "platform/worker_pool.hpp"
 
 namespace quillmere {
 
 namespace {
 
-bool readExact(int descriptor, char* to, std::size_t byteCount) {
-  return ::recv(descriptor, to, byteCount, MSG_WAITALL) == static_cast<ssize_t>(byteCount);
+const std::string aConnection = "a connection to the app";
+
+bool startTask(std::function<void()> task) {
+  // Its threads are never joined, so it lives as long as the process.
+  static auto& workers = *new WorkerPool;
+  static std::mutex submitting;
+  const std::lock_guard hold(submitting);
+  return workers.submit(std::move(task));
 }
 
 }  // namespace
-
-std::shared_ptr<const JsonDocument> AppConnection::receive() const {
-  const Waiting waiting("a control request");
-  std::string bytes(controlPrefixBytes, '\0');
-  if (!readExact(number(), bytes.data(), bytes.size())) return nullptr;
-  bytes.resize(controlBodyLength(bytes));
-  return readExact(number(), bytes.data(), bytes.size()) ? parseJson(bytes) : nullptr;
-}
-
-bool AppConnection::send(std::string_view bytes) const {
-  const Waiting waiting("the server to read its answer");
-  return ::send(number(), bytes.data(), bytes.size(), MSG_NOSIGNAL) ==
-         static_cast<ssize_t>(bytes.size());
-}
-
-bool AppConnection::answer(const JsonText& payload) const {
-  return send(controlFrame(payload.str()));
-}
-
-std::size_t AppConnection::waitUntilClosed() const {
-  const Waiting waiting("the server to close a connection");
-  std::array<char, 4096> bytes{};
-  std::size_t all = 0;
-  for (ssize_t count = 0; (count = ::recv(number(), bytes.data(), bytes.size(), 0)) > 0;) {
-    all += static_cast<std::size_t>(count);
-  }
-  return all;
-}
-
-void AppConnection::close() const {
-  // The number stays taken: another thread may be about to end this connection too.
-  ::shutdown(number(), SHUT_RDWR);
-}
 
 DesktopApp::DesktopApp(std::string socketPath, Handler connectionHandler)
     : listener(std::move(socketPath)), handler(std::move(connectionHandler)) {
@@ -59,37 +31,48 @@ DesktopApp::DesktopApp(std::string socketPath, Handler connectionHandler)
 
 DesktopApp::~DesktopApp() {
   listener.stop();
-  if (accepting.joinable()) accepting.join();
-  for (Handling& handling : handlings) {
-    handling.connection.close();
-    const Waiting waiting("what a test does with a connection");
-    handling.thread.join();
-  }
+  if (!accepting.joinable()) return;
+  accepting.join();
+  std::unique_lock hold(lock);
+  for (const AppConnection& each : _open) each.close();
+  waitUntil("what a test does with a connection", changed, hold, [this] { return _open.empty(); });
 }
 
 AppConnection DesktopApp::accept() const {
-  const Waiting waiting("a connection to the app");
+  waitUntilReadable(listener.number(), aConnection);
   return AppConnection(std::move(*listener.accept()));
 }
 
-std::optional<AppConnection> DesktopApp::acceptUnless(int descriptor) const {
-  const Waiting waiting("a connection to the app");
+std::optional<AppConnection> DesktopApp::acceptUnless(const ServerProcess& server) const {
+  if (server.hasMore()) return std::nullopt;
   std::array<pollfd, 2> entries = {pollfd{listener.number(), POLLIN, 0},
-                                   pollfd{descriptor, POLLIN, 0}};
-  static_cast<void>(::poll(entries.data(), entries.size(), -1));
+                                   pollfd{server.outputDescriptor(), POLLIN, 0}};
+  constexpr int most = std::chrono::milliseconds(patience).count();
+  if (::poll(entries.data(), entries.size(), most) == 0) throw WaitedInVain(aConnection);
   if (entries[0].revents == 0) return std::nullopt;
   return accept();
 }
 
+void DesktopApp::waitUntilIdle() {
+  std::unique_lock hold(lock);
+  waitUntil("every connection to end", changed, hold, [this] { return _open.empty(); });
+}
+
 void DesktopApp::acceptAll() {
-  while (auto connection = listener.accept()) {
-    Handling& handling =
-        handlings.emplace_back(Handling{AppConnection(std::move(*connection)), {}});
-    handling.thread = std::thread([this, &handling] {
-      handler(handling.connection);
-      handling.connection.close();
-    });
+  while (auto descriptor = listener.accept()) {
+    std::unique_lock hold(lock);
+    const auto place = _open.emplace(_open.end(), std::move(*descriptor));
+    hold.unlock();
+    // Without a thread the connection stays open, and whoever waits for it does so in vain.
+    static_cast<void>(startTask([this, place] { handle(place); }));
   }
+}
+
+void DesktopApp::handle(std::list<AppConnection>::iterator place) {
+  handler(*place);
+  const std::lock_guard hold(lock);
+  _open.erase(place);
+  changed.notify_all();
 }
 
 }  // namespace quillmere

@@ -2,26 +2,44 @@
 // one is broken it would wait in vain.
 #pragma once
 
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <stdexcept>
 #include <string>
 #include <thread>
 
 namespace quillmere {
 
-/// While it lives, its thread waits for something. When that takes 30 seconds, the process says on
-/// standard error what it is, and ends with status 1; children of ours end with it. Any thread.
-class Waiting {
+/// Many times what anything takes that is waited for.
+inline constexpr std::chrono::seconds patience{30};
+
+/// What was waited for has not come. Thrown in a test it is that test's failure.
+class WaitedInVain : public std::runtime_error {
  public:
-  explicit Waiting(std::string forWhat);
-  Waiting(const Waiting&) = delete;
-  Waiting& operator=(const Waiting&) = delete;
-  ~Waiting();
+  explicit WaitedInVain(const std::string& what)
+      : std::runtime_error("waited 30 seconds in vain for " + what) {}
 };
 
-/// Waits until `isTrue`, which is asked again and again.
+/// Waits until `descriptor` can be read, or can be written to, or has been closed by its other
+/// side. Throws `WaitedInVain`.
+void waitUntilReadable(int descriptor, const std::string& what);
+void waitUntilWritable(int descriptor, const std::string& what);
+
+/// Waits until `isTrue`, which is asked again and again. Throws `WaitedInVain`.
 template <typename Condition>
-void waitUntil(std::string what, Condition isTrue) {
-  const Waiting waiting(std::move(what));
-  while (!isTrue()) std::this_thread::yield();
+void waitUntil(const std::string& what, Condition isTrue) {
+  for (const auto latest = std::chrono::steady_clock::now() + patience; !isTrue();) {
+    if (std::chrono::steady_clock::now() > latest) throw WaitedInVain(what);
+    std::this_thread::yield();
+  }
+}
+
+/// The same, asked whenever `changed` is notified, with `hold`'s lock held. Throws `WaitedInVain`.
+template <typename Condition>
+void waitUntil(const std::string& what, std::condition_variable& changed,
+               std::unique_lock<std::mutex>& hold, Condition isTrue) {
+  if (!changed.wait_for(hold, patience, isTrue)) throw WaitedInVain(what);
 }
 
 }  // namespace quillmere

@@ -1,21 +1,25 @@
 #include "harness/server_process.hpp"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
 #include <csignal>
+#include <cstring>
+#include <filesystem>
 #include <utility>
 
 #include "harness/patience.hpp"
 #include "harness/system.hpp"
-#include "platform/standard_streams.hpp"
-#include "protocol/message.hpp"
 
 namespace quillmere {
 
 namespace {
+
+constexpr std::size_t firstRoom = 64 << 10;
 
 Channel makeChannel(ChildStreams kind) {
   return kind == ChildStreams::pipes ? makePipe() : makeSocketPair();
@@ -31,21 +35,21 @@ std::vector<std::string> environmentWithHome(const std::string& home) {
   return variables;
 }
 
-bool waitReadable(int descriptor, std::chrono::milliseconds patience) {
-  pollfd entry{.fd = descriptor, .events = POLLIN, .revents = 0};
-  return ::poll(&entry, 1, static_cast<int>(patience.count())) > 0;
-}
-
 }  // namespace
 
-ServerProcess::ServerProcess(const Options& options) {
+ServerProcess::ServerProcess(const Options& options)
+    : name(std::filesystem::path(options.program).filename()),
+      buffer(std::make_unique_for_overwrite<char[]>(firstRoom)),
+      room(firstRoom) {
+  // A program that has ended is for `send` to report.
+  std::signal(SIGPIPE, SIG_IGN);
   Channel toChild = makeChannel(options.streams);
   Channel fromChild = makeChannel(options.streams);
   if (options.nonBlocking) {
     ::fcntl(toChild.readEnd.number(), F_SETFL, O_NONBLOCK);
     ::fcntl(fromChild.writeEnd.number(), F_SETFL, O_NONBLOCK);
   }
-
+  ::fcntl(toChild.writeEnd.number(), F_SETFL, O_NONBLOCK);
   std::vector<std::string> arguments = {options.program};
   arguments.insert(arguments.end(), options.arguments.begin(), options.arguments.end());
   child =
@@ -53,7 +57,6 @@ ServerProcess::ServerProcess(const Options& options) {
                    toChild.readEnd.number(), fromChild.writeEnd.number(), options.diesWithParent);
   input = std::move(toChild.writeEnd);
   output = std::move(fromChild.readEnd);
-  reader.emplace(output.number());
 }
 
 ServerProcess::~ServerProcess() {
@@ -63,29 +66,86 @@ ServerProcess::~ServerProcess() {
 }
 
 bool ServerProcess::send(std::string_view bytes) {
-  const Waiting waiting("the server to read");
-  return writeAll(input.number(), {bytes});
+  while (!bytes.empty()) {
+    const auto count = ::write(input.number(), bytes.data(), bytes.size());
+    if (count >= 0) {
+      bytes.remove_prefix(static_cast<std::size_t>(count));
+    } else if (errno == EAGAIN) {
+      waitUntilWritable(input.number(), name + " to read");
+    } else if (errno != EINTR) {
+      return false;
+    }
+  }
+  return true;
 }
 
-bool ServerProcess::sendMessage(const JsonText& message) {
-  return send(message.str() + "\n");
+void ServerProcess::waitForOutput() const {
+  waitUntilReadable(output.number(), "a message from " + name);
 }
 
-std::shared_ptr<const JsonDocument> ServerProcess::receive(std::chrono::milliseconds patience) {
-  const Waiting waiting("a message from the server");
-  if (!waitReadable(output.number(), patience)) return nullptr;
-  auto payload = readNextPayload(*reader, framing);
-  return payload ? parseMessage(std::move(*payload)) : nullptr;
+bool ServerProcess::readMore() {
+  // What is left is the start of one message: little, or there is nothing in front of it.
+  std::memmove(&buffer[0], &buffer[begin], end - begin);
+  end -= std::exchange(begin, 0);
+  if (end == room) {
+    auto larger = std::make_unique_for_overwrite<char[]>(room *= 2);
+    std::memcpy(&larger[0], &buffer[0], end);
+    buffer = std::move(larger);
+  }
+  waitForOutput();
+  const auto count = ::read(output.number(), &buffer[end], room - end);
+  if (count <= 0) return false;
+  end += static_cast<std::size_t>(count);
+  return true;
 }
 
-std::optional<int> ServerProcess::waitForExit(std::chrono::milliseconds patience) {
-  if (exitStatus) return exitStatus;
-  const Waiting waiting("the server to end");
-  if (patience != forever && !endsWithin(child, patience)) return std::nullopt;
-  int status = 0;
-  ::waitpid(child, &status, 0);
-  exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-  return exitStatus;
+std::string_view ServerProcess::take(std::size_t size) {
+  const std::string_view taken = waiting().substr(0, size);
+  begin += taken.size();
+  return taken;
+}
+
+std::string_view ServerProcess::receiveBytes(std::size_t size) {
+  while (end - begin < size && readMore()) {
+  }
+  return take(size);
+}
+
+std::optional<std::string_view> ServerProcess::receiveText() {
+  constexpr std::string_view header = "Content-Length: ";
+  const auto receivePast = [this](std::string_view mark) {
+    for (std::size_t seen = 0;;) {
+      const std::size_t at = waiting().find(mark, seen);
+      if (at != std::string_view::npos) {
+        const std::string_view text = take(at + mark.size());
+        return text.substr(0, at);
+      }
+      seen = waiting().size() - std::min(waiting().size(), mark.size() - 1);
+      if (!readMore()) return take(waiting().size());
+    }
+  };
+  if (!hasMore() && !readMore()) return std::nullopt;
+  if (buffer[begin] != header.front()) return receivePast("\n");
+  std::size_t length = 0;
+  const std::string_view block = receivePast("\r\n\r\n");
+  const std::string_view value = block.substr(std::min(block.size(), header.size()));
+  std::from_chars(value.data(), value.data() + value.size(), length);
+  return receiveBytes(length);
+}
+
+std::shared_ptr<const JsonDocument> ServerProcess::receive() {
+  const auto text = receiveText();
+  return text ? parseJson(*text) : nullptr;
+}
+
+int ServerProcess::waitForExit() {
+  if (!exitStatus) {
+    if (!endsWithin(child, patience)) throw WaitedInVain(name + " to end");
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  }
+  return *exitStatus;
 }
 
 }  // namespace quillmere

@@ -3,7 +3,7 @@
 
 #include <sys/types.h>
 
-#include <chrono>
+#include <cstddef>
 #include <memory>
 #include <optional>
 #include <string>
@@ -13,18 +13,14 @@
 #include "json/document.hpp"
 #include "json/writer.hpp"
 #include "platform/descriptor.hpp"
-#include "protocol/framing.hpp"
 
 namespace quillmere {
 
 /// How the child's standard input and output are made: as shells do, or as Node-based clients do.
 enum class ChildStreams { pipes, socketPairs };
 
-/// For waits that end with what is waited for, or with the process (see `Waiting`).
-inline constexpr std::chrono::milliseconds forever{-1};
-
-/// One running server. Killed, if it still runs, when it goes out of scope or its parent ends. One
-/// thread at a time.
+/// One running program. Killed, if it still runs, when it goes out of scope or its parent ends.
+/// Every wait throws `WaitedInVain` when it is too long. One thread at a time.
 class ServerProcess {
  public:
   struct Options {
@@ -49,36 +45,48 @@ class ServerProcess {
 
   /// Writes bytes as they are. Returns false when the server does not read any more.
   bool send(std::string_view bytes);
-  bool send(const std::string& bytes) { return send(std::string_view(bytes)); }
-  bool send(const char* bytes) { return send(std::string_view(bytes)); }
   /// Writes a message as one line.
-  bool sendMessage(const JsonText& message);
+  bool sendMessage(const JsonText& message) { return send(message.str() + "\n"); }
 
-  /// The next message, in either framing; null when the server has closed its output or says
-  /// nothing for `patience`.
-  [[nodiscard]] std::shared_ptr<const JsonDocument> receive(
-      std::chrono::milliseconds patience = forever);
+  /// The text of the next message, in either framing, and what there is of it at the end of output;
+  /// nothing after that. Valid until more is received.
+  [[nodiscard]] std::optional<std::string_view> receiveText();
+  /// The next message; null when the server has closed its output.
+  [[nodiscard]] std::shared_ptr<const JsonDocument> receive();
+  /// The next `size` bytes as they come, or all up to the end of output. Valid as above.
+  [[nodiscard]] std::string_view receiveBytes(std::size_t size = std::string::npos);
+
+  /// Whether there is output that was not received yet, of which its descriptor may not know.
+  [[nodiscard]] bool hasMore() const { return begin < end; }
+  void waitForOutput() const;
 
   /// Ends the server's standard input, or its standard output.
   void closeInput() { input = Descriptor(); }
   void closeOutput() { output = Descriptor(); }
 
-  /// The exit status once the process has ended, or nothing if it runs on for `patience`; 128 and
-  /// the signal's number when a signal ended it.
-  [[nodiscard]] std::optional<int> waitForExit(std::chrono::milliseconds patience = forever);
+  /// The exit status, once the process has ended; 128 and the signal's number when a signal ended
+  /// it.
+  int waitForExit();
 
   [[nodiscard]] pid_t processID() const { return child; }
-  [[nodiscard]] int inputDescriptor() const { return input.number(); }
   [[nodiscard]] int outputDescriptor() const { return output.number(); }
 
  private:
+  /// Appends to what was read. Returns false at the end of output.
+  bool readMore();
+  std::string_view take(std::size_t size);
+  [[nodiscard]] std::string_view waiting() const { return {&buffer[begin], end - begin}; }
+
+  std::string name;
   pid_t child = -1;
   std::optional<int> exitStatus;
   Descriptor input;
   Descriptor output;
-  /// Only remembers that `receive` has met a header block.
-  ServerState framing;
-  std::optional<StdinReader> reader;
+  /// What was read and not received yet is from `begin` to `end`.
+  std::unique_ptr<char[]> buffer;
+  std::size_t room = 0;
+  std::size_t begin = 0;
+  std::size_t end = 0;
 };
 
 }  // namespace quillmere

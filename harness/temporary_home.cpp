@@ -1,8 +1,6 @@
 #include "harness/temporary_home.hpp"
 
-#include <fcntl.h>
 #include <stdlib.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
@@ -63,14 +61,6 @@ std::string infoPlist(std::string_view identifier, std::string_view more) {
 void leaveStaleSocket(const std::string& path) {
   const UnixListener listener(path + "~");
   std::filesystem::rename(path + "~", path);
-}
-
-Descriptor makeNamelessFile() {
-  std::string path = "/tmp/qm-XXXXXX";
-  Descriptor file(::mkostemp(path.data(), O_CLOEXEC));
-  if (!file.isOpen()) throw std::system_error(errno, std::generic_category(), path);
-  ::unlink(path.c_str());
-  return file;
 }
 
 }  // namespace quillmere

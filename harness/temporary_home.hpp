@@ -5,13 +5,12 @@
 #include <string>
 #include <string_view>
 
-#include "platform/descriptor.hpp"
-
 namespace quillmere {
 
 /// Makes an empty folder with a short path, since socket paths are limited, and makes it the home
 /// of this process. Restores the old home and removes the folder with all it holds when it goes out
-/// of scope. No other thread may run when one is made or goes.
+/// of scope. No other thread may look at the environment when one is made or
+/// goes.
 class TemporaryHome {
  public:
   TemporaryHome();
@@ -40,8 +39,5 @@ class TemporaryHome {
 
 /// Leaves a socket at `path` that nobody listens on any more, creating missing folders.
 void leaveStaleSocket(const std::string& path);
-
-/// An empty file without a name. Throws `std::system_error`.
-[[nodiscard]] Descriptor makeNamelessFile();
 
 }  // namespace quillmere

@@ -174,8 +174,8 @@ TEST_F(CompatProgram, PassesLargeAndManyPicturesOnWhole) {
     });
     request(1, "tools/call",
             {{"name", "quillmere_screen_observe"}, {"arguments", JsonText{{"sessionId", "s"}}}});
-    const std::string line = nextLine();
-    const auto answer = parseJson(line);
+    const auto answer = server.receive();
+    ASSERT_TRUE(answer);
     const JsonArray content = *answer->object().findObject("result")->findArray("content");
     EXPECT_EQ(2 + pictures, content.size());
     // Nothing is lost: with the pictures back in their places it is the payload.

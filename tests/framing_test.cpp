@@ -2,15 +2,13 @@
 #include "protocol/framing.hpp"
 
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <array>
 #include <string>
-#include <thread>
 #include <vector>
 
-#include "harness/temporary_home.hpp"
+#include "harness/byte_source.hpp"
 #include "support/json.hpp"
 
 namespace quillmere {
@@ -18,43 +16,10 @@ namespace {
 
 using Outcomes = std::vector<std::string>;
 
-/// A descriptor that a reader can be given, and what feeds it.
-struct Source {
-  enum class Kind { pipe, socket, file };
-  static constexpr std::array kinds = {Kind::pipe, Kind::socket, Kind::file};
-
-  Descriptor input;
-  std::thread writer;
-
-  Source(Kind kind, std::string_view wire, std::size_t chunk) {
-    std::array<int, 2> ends{};
-    if (kind == Kind::file) {
-      input = makeNamelessFile();
-      EXPECT_TRUE(writeAll(input.number(), {wire}));
-      ::lseek(input.number(), 0, SEEK_SET);
-      return;
-    }
-    EXPECT_EQ(0, kind == Kind::pipe ? ::pipe(ends.data())
-                                    : ::socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()));
-    input = Descriptor(ends[0]);
-    writer = std::thread([wire, chunk, output = Descriptor(ends[1])] {
-      for (std::size_t at = 0; at < wire.size(); at += chunk) {
-        if (!writeAll(output.number(), {wire.substr(at, chunk)})) return;
-      }
-    });
-  }
-  Source(const Source&) = delete;
-  Source& operator=(const Source&) = delete;
-  ~Source() {
-    input = Descriptor();
-    if (writer.joinable()) writer.join();
-  }
-};
-
 /// Everything that comes of the wire: payloads, and errors as "code text".
-Outcomes outcomesOf(const Source& source) {
+Outcomes outcomesOf(const ByteSource& source) {
   ServerState state;
-  StdinReader reader(source.input.number());
+  StdinReader reader(source.number());
   Outcomes outcomes;
   for (std::optional<Bytes> payload(std::in_place);;) {
     const std::string failure = failureOf([&] { payload = readNextPayload(reader, state); });
@@ -130,13 +95,13 @@ const FramingCase framingCases[] = {
 
 TEST(Framing, PayloadsAndErrorsOverEveryKindOfInput) {
   for (const FramingCase& each : framingCases) {
-    for (const Source::Kind kind : Source::kinds) {
+    for (const ByteSource::Kind kind : ByteSource::kinds) {
       for (const std::size_t chunk : {each.wire.size() + 1, std::size_t{1}, std::size_t{7}}) {
         // A mebibyte byte by byte says no more than a line does, and takes long.
         if (chunk < each.wire.size() && each.wire.size() > 20'000) continue;
         SCOPED_TRACE(std::string(each.name) + ", in chunks of " + std::to_string(chunk) +
                      ", kind " + std::to_string(static_cast<int>(kind)));
-        const Source source(kind, each.wire, chunk);
+        const ByteSource source(kind, each.wire, chunk);
         EXPECT_EQ(each.outcomes, outcomesOf(source));
       }
     }
@@ -145,16 +110,16 @@ TEST(Framing, PayloadsAndErrorsOverEveryKindOfInput) {
 
 TEST(Framing, WhatStandsBehindTheCurrentMessageStaysUnread) {
   for (const std::string_view message : {"{}\n", "Content-Length: 2\r\n\r\n{}"}) {
-    for (const Source::Kind kind : Source::kinds) {
+    for (const ByteSource::Kind kind : ByteSource::kinds) {
       SCOPED_TRACE(std::string(message) + " kind " + std::to_string(static_cast<int>(kind)));
       const std::string wire = std::string(message) + "first\nsecond\n";
-      const Source source(kind, wire, wire.size());
+      const ByteSource source(kind, wire, wire.size());
       ServerState state;
-      StdinReader reader(source.input.number());
+      StdinReader reader(source.number());
       ASSERT_TRUE(readNextPayload(reader, state).has_value());
       ASSERT_EQ("first\n", viewOf(readNextPayload(reader, state).value()));
       std::array<char, 16> rest{};
-      EXPECT_EQ(7, ::read(source.input.number(), rest.data(), rest.size()));
+      EXPECT_EQ(7, ::read(source.number(), rest.data(), rest.size()));
       EXPECT_STREQ("second\n", rest.data());
     }
   }

@@ -15,6 +15,7 @@
 #include <thread>
 #include <vector>
 
+#include "harness/patience.hpp"
 #include "harness/temporary_home.hpp"
 #include "harness/unix_listener.hpp"
 #include "platform/buffer.hpp"
@@ -244,16 +245,18 @@ TEST(WorkerPool, UsesTheThreadsAgainThatSleptLastAndLetsGoOfATask) {
     // Shared with the task, which may still be inside the signal when the test has gone on.
     const auto thread = std::make_shared<std::promise<std::thread::id>>();
     ASSERT_TRUE(pool.submit([thread] { thread->set_value(std::this_thread::get_id()); }));
-    const std::thread::id number = thread->get_future().get();
+    auto number = thread->get_future();
+    ASSERT_EQ(std::future_status::ready, number.wait_for(patience)) << "the task does not run";
     // The first half is time enough for the burst's threads to fall asleep.
-    if (i >= 5 * burst) threads.insert(number);
+    if (i >= 5 * burst) threads.insert(number.get());
   }
   EXPECT_LT(threads.size(), burst / 4) << "one task after the other kept them all alive";
 
   const auto released = std::make_shared<std::promise<void>>();
   std::shared_ptr<void> held(nullptr, [released](void*) { released->set_value(); });
   ASSERT_TRUE(pool.submit([held = std::move(held)] {}));
-  released->get_future().wait();
+  EXPECT_EQ(std::future_status::ready, released->get_future().wait_for(patience))
+      << "the task is kept";
 }
 
 TEST(Memory, ABufferKeepsItsContentWhileOthersGrowAndGo) {

@@ -35,7 +35,7 @@ struct Program : RunningServer {
   std::vector<std::string> rest() {
     request("bye", "shutdown");
     std::vector<std::string> messages;
-    while (const auto message = server.receive()) messages.emplace_back(message->root().text());
+    while (const auto message = server.receiveText()) messages.emplace_back(*message);
     EXPECT_EQ(0, server.waitForExit());
     return messages;
   }
@@ -252,14 +252,9 @@ TEST_F(Program, AnswersHeaderFramingInKindFromThenOn) {
       {framed(ping), reply},
       {ping + "\n", reply},
   };
-  InputStream output(server.outputDescriptor());
   for (const auto& [wire, answer] : cases) {
     server.send(wire);
-    Bytes bytes;
-    while (bytes.size() < answer.size()) {
-      ASSERT_TRUE(output.read(answer.size() - bytes.size(), bytes));
-    }
-    EXPECT_EQ(answer, viewOf(bytes));
+    EXPECT_EQ(answer, server.receiveBytes(answer.size()));
   }
 }
 

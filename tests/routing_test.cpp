@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "harness/temporary_home.hpp"
+#include "harness/byte_source.hpp"
 #include "platform/descriptor.hpp"
 #include "server/server.hpp"
 #include "support/json.hpp"

@@ -141,7 +141,6 @@ TEST(Simulator, AnswersAsItIsWrittenAndTheSignatureIsTheScreen) {
 /// The running simulator.
 struct Simulator {
   ServerProcess process;
-  InputStream output{process.outputDescriptor()};
   /// Read when it is made: from then on it listens, or has said why not.
   const std::string firstLine = line();
 
@@ -156,14 +155,10 @@ struct Simulator {
   /// The next line, a call's without its time; empty at the end.
   std::string line() {
     constexpr std::size_t timeLength = std::string_view("00:00:00.000  ").size();
-    Bytes bytes;
-    while (!viewOf(bytes).ends_with('\n') && output.readThrough('\n', 4096, bytes)) {
-    }
-    std::string text(viewOf(bytes));
-    if (!text.empty()) text.pop_back();
+    const std::string text(process.receiveText().value_or(""));
     return text.substr(text.find('.') == 8 ? timeLength : 0);
   }
-  std::optional<int> end(int signal = SIGTERM) {
+  int end(int signal = SIGTERM) {
     ::kill(process.processID(), signal);
     return process.waitForExit();
   }

@@ -1,22 +1,18 @@
-// Thousands of calls at once, cancelled at random, against an app that answers, waits, cuts off and
-// resets at random: what each request was sent with tells what must come of it.
+// Thousands of messages at once, right and wrong, cancelled at random, before an app that answers,
+// waits, cuts off and resets at random: what each was sent with tells what must come of it. And
+// what the server holds when it rests tells whether it lets go of everything.
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
-#include <cstdio>
 #include <cstdlib>
 #include <iostream>
 #include <map>
-#include <memory>
 #include <mutex>
 #include <random>
 #include <set>
-#include <thread>
 #include <utility>
-#include <vector>
 
 #include "control/control_frame.hpp"
 #include "harness/desktop_app.hpp"
@@ -24,13 +20,12 @@
 #include "harness/patience.hpp"
 #include "harness/server_process.hpp"
 #include "harness/temporary_home.hpp"
-#include "platform/worker_pool.hpp"
 #include "support/json.hpp"
 
 namespace quillmere {
 namespace {
 
-/// What the app does with a call. Its `taskId` begins with the letter.
+/// What becomes of a call. Its `taskId` begins with the letter.
 enum Fate : char {
   answered = 'a',
   answeredInPieces = 'p',
@@ -41,104 +36,26 @@ enum Fate : char {
   cutOff = 'c',
   /// Closed with a byte unread, which the server sees as a connection reset.
   reset = 'r',
+  /// Refused by the server itself.
+  invalid = 'i',
 };
 
-/// Mostly little; sometimes more than a socket takes at once, seldom a screenshot.
-std::size_t lengthFor(std::string_view taskId) {
-  if (taskId.ends_with("77")) return 900'000;
-  return taskId.ends_with("7") ? 16'384 : 10;
+bool isToFail(Fate fate) {
+  return fate == cutOff || fate == reset || fate == invalid;
 }
 
-/// Does with each call what its `taskId` says, many calls at a time.
-class StressedApp {
- public:
-  explicit StressedApp(const std::string& path) : listener(path) {
-    // Its threads are never joined, so it lives as long as the process.
-    static auto& workers = *new WorkerPool;
-    accepting = std::thread([this] {
-      while (auto accepted = listener.accept()) {
-        auto connection = std::make_shared<AppConnection>(std::move(*accepted));
-        count(1);
-        EXPECT_TRUE(workers.submit([this, connection = std::move(connection)]() mutable {
-          serve(*connection);
-          connection.reset();
-          count(-1);
-        }));
-      }
-    });
-  }
-  StressedApp(const StressedApp&) = delete;
-  StressedApp& operator=(const StressedApp&) = delete;
-  ~StressedApp() {
-    expectCalls(false);
-    waitUntilIdle();
-    listener.stop();
-    accepting.join();
-  }
+/// How long the text of an answer is: sometimes longer than a socket takes at once, and in a soak
+/// as long as screenshots are.
+std::size_t textLength(std::size_t place, bool isSoak) {
+  if (!isSoak) return place % 100 == 77 ? 300'000 : 10;
+  if (place % 1'000 == 77) return 20 << 20;
+  return place % 100 == 77 ? 1 << 20 : place % 10 == 7 ? 16 << 10 : 10;
+}
 
-  /// Says whether later calls may come. When none do, whatever waits for them is answered.
-  void expectCalls(bool areExpected) {
-    const std::lock_guard hold(lock);
-    _isLast = !areExpected;
-    changed.notify_all();
-  }
-  /// Waits until every connection has come to its end.
-  void waitUntilIdle() {
-    const Waiting waiting("every call to end");
-    std::unique_lock hold(lock);
-    changed.wait(hold, [this] { return _open == 0; });
-  }
-
- private:
-  void count(int difference) {
-    const std::lock_guard hold(lock);
-    _open += difference;
-    if (difference > 0) ++_calls;
-    changed.notify_all();
-  }
-
-  void serve(const AppConnection& connection) {
-    std::string prefix(controlPrefixBytes, '\0');
-    const auto read = [&](char* to, std::size_t size) {
-      return ::recv(connection.number(), to, size, MSG_WAITALL) == static_cast<ssize_t>(size);
-    };
-    if (!read(prefix.data(), prefix.size())) return;
-    // All but the last byte, which can only be the closing brace.
-    std::string body(controlBodyLength(prefix) - 1, '\0');
-    if (!read(body.data(), body.size())) return;
-    const auto request = parseJson(body + "}");
-    const std::string taskId(request->object().findString("taskId")->view());
-    const auto fate = static_cast<Fate>(taskId.front());
-    if (fate == reset) return;
-    char brace = 0;
-    if (!read(&brace, 1)) return;
-    if (fate == held) {
-      EXPECT_EQ(0U, connection.waitUntilClosed());
-      return;
-    }
-    if (fate == answeredLater) {
-      constexpr std::int64_t laterCalls = 8;
-      const Waiting waiting("later calls");
-      std::unique_lock hold(lock);
-      changed.wait(hold, [&, until = _calls + laterCalls] { return _calls >= until || _isLast; });
-    }
-    const std::string text(lengthFor(taskId), 'x');
-    const std::string frame =
-        controlFrame(JsonText{{"ok", true}, {"taskId", taskId}, {"text", text}}.str());
-    const std::size_t half = taskId.back() == '0' ? 2 : frame.size() / 2;
-    const bool isInPieces = fate == cutOff || fate == answeredInPieces;
-    if (isInPieces) connection.send(frame.substr(0, half));
-    if (fate != cutOff) connection.send(isInPieces ? frame.substr(half) : frame);
-  }
-
-  const UnixListener listener;
-  std::thread accepting;
-  std::mutex lock;
-  std::condition_variable changed;
-  std::int64_t _calls = 0;
-  std::int64_t _open = 0;
-  bool _isLast = false;
-};
+std::uint64_t setting(const char* name, std::uint64_t otherwise) {
+  const char* text = std::getenv(name);
+  return text != nullptr ? std::strtoull(text, nullptr, 10) : otherwise;
+}
 
 struct Request {
   std::int64_t id;
@@ -163,25 +80,69 @@ struct SharedId {
   }
 };
 
-std::uint64_t setting(const char* name, std::uint64_t otherwise) {
-  const char* text = std::getenv(name);
-  return text != nullptr ? std::strtoull(text, nullptr, 10) : otherwise;
-}
-
 struct Stress : testing::Test {
-  static constexpr std::size_t mostInFlight = 64;
-  /// So few that the window never fills up with calls that only a cancellation ends.
-  static constexpr std::size_t mostHeld = 16;
-
+  const std::chrono::minutes duration{setting("QUILLMERE_STRESS_MINUTES", 0)};
+  const bool isSoak = duration.count() > 0;
+  const std::size_t wanted = setting("QUILLMERE_STRESS_CALLS", 10'000);
   const std::uint64_t seed = setting("QUILLMERE_STRESS_SEED", std::random_device()());
+  const std::size_t mostInFlight = isSoak ? 16 : 64;
+  /// So few that the window never fills up with calls that only a cancellation ends.
+  const std::size_t mostHeld = mostInFlight / 4;
+
   std::mt19937_64 random{seed};
+  std::mutex lock;
+  std::condition_variable changed;
+  std::int64_t _calls = 0;
+  bool _isLast = false;
   TemporaryHome home;
-  StressedApp app{home.releaseSocket()};
+  DesktopApp app{home.releaseSocket(), [this](const AppConnection& each) { serve(each); }};
   ServerProcess server{{.program = QUILLMERE_SERVER, .home = home.path()}};
   std::vector<Request> requests;
   std::map<std::int64_t, SharedId> ids;
   std::set<std::size_t> holds;
   std::size_t owed = 0;
+  /// Answered without an id.
+  std::size_t brokenFrames = 0;
+
+  /// Does with a call what its `taskId` says.
+  void serve(const AppConnection& connection) {
+    const auto prefix = connection.receiveBytes(controlPrefixBytes);
+    if (!prefix) return;
+    // All but the last byte, which can only be the closing brace.
+    const auto body = connection.receiveBytes(controlBodyLength(*prefix) - 1);
+    if (!body) return;
+    std::unique_lock hold(lock);
+    ++_calls;
+    changed.notify_all();
+    const auto request = parseJson(*body + "}");
+    const std::string taskId(request->object().findString("taskId")->view());
+    const auto fate = static_cast<Fate>(taskId.front());
+    if (fate == answeredLater) {
+      constexpr std::int64_t laterCalls = 8;
+      waitUntil("later calls", changed, hold,
+                [&, until = _calls + laterCalls] { return _calls >= until || _isLast; });
+    }
+    hold.unlock();
+    if (fate == reset || !connection.receiveBytes(1)) return;
+    if (fate == held) {
+      EXPECT_EQ(0U, connection.waitUntilClosed());
+      return;
+    }
+    const std::string text(textLength(std::stoul(taskId.substr(1)), isSoak), 'x');
+    const std::string frame =
+        controlFrame(JsonText{{"ok", true}, {"taskId", taskId}, {"text", text}}.str());
+    const std::size_t half = taskId.back() == '0' ? 2 : frame.size() / 2;
+    const bool isInPieces = fate == cutOff || fate == answeredInPieces;
+    if (isInPieces) connection.send(frame.substr(0, half));
+    if (fate != cutOff) connection.send(isInPieces ? frame.substr(half) : frame);
+  }
+
+  /// Whether whatever still waits for later calls is answered.
+  void expectNoMoreCalls(bool isLast) {
+    const std::lock_guard hold(lock);
+    _isLast = isLast;
+    changed.notify_all();
+  }
 
   std::size_t below(std::size_t end) { return random() % end; }
 
@@ -196,12 +157,13 @@ struct Stress : testing::Test {
     if (fate == held) holds.insert(place);
     change(id, [&](SharedId& shared) { shared.requests.push_back(place); });
     requests.push_back({.id = id, .fate = fate});
-    const std::string taskId = static_cast<char>(fate) + std::to_string(place);
-    server.sendMessage(JsonText{{"jsonrpc", "2.0"},
-                                {"id", id},
-                                {"method", "tools/call"},
-                                {"params", JsonText{{"name", "quillmere.devices.list"},
-                                                    {"arguments", JsonText{{"taskId", taskId}}}}}});
+    JsonText arguments{{"taskId", static_cast<char>(fate) + std::to_string(place)}};
+    if (fate == invalid) arguments.set("taskName", 5);
+    server.sendMessage(JsonText{
+        {"jsonrpc", "2.0"},
+        {"id", id},
+        {"method", "tools/call"},
+        {"params", JsonText{{"name", "quillmere.devices.list"}, {"arguments", arguments}}}});
   }
 
   /// One of the latest requests, whether or not it is over.
@@ -210,8 +172,13 @@ struct Stress : testing::Test {
   }
 
   Fate anyFate() {
-    constexpr std::string_view fates = "aaaapplllhhccr";
+    constexpr std::string_view fates = "aaaapplllhhccri";
     return static_cast<Fate>(fates[below(fates.size())]);
+  }
+
+  void sendBrokenFrame() {
+    ++brokenFrames;
+    server.send("Content-Length: 5x\n\nno JSON\n");
   }
 
   void cancel(std::int64_t id) {
@@ -225,15 +192,24 @@ struct Stress : testing::Test {
                                 {"params", JsonText{{"requestId", id}}}});
   }
 
-  /// Takes the next message, however long it takes. Returns false at the end and for a pong.
+  /// Takes the next message. Returns false at the end and for a pong.
   bool receive() {
     const auto document = server.receive();
     if (!document || document->object().findString("id")) return false;
     const JsonObject message = document->object();
-    const std::int64_t id = message.findNumber("id")->integer().value();
+    const auto error = message.findObject("error");
+    const auto number = message.findNumber("id");
+    if (!number) {
+      EXPECT_TRUE(error && brokenFrames-- > 0) << message.text();
+      return true;
+    }
+    const std::int64_t id = number->integer().value();
     EXPECT_TRUE(ids.contains(id)) << id;
-    if (const auto error = message.findObject("error")) {
-      EXPECT_EQ("Quillmere closed the MCP control connection.", *error->findString("message"));
+    if (error) {
+      const bool isOurs = error->findNumber("code")->integer() == -32602;
+      EXPECT_EQ(
+          isOurs ? "taskName must be a string." : "Quillmere closed the MCP control connection.",
+          *error->findString("message"));
       change(id, [](SharedId& shared) { ++shared.errors; });
       return true;
     }
@@ -261,108 +237,107 @@ struct Stress : testing::Test {
     owed += shared.owed();
   }
 
-  /// Makes so many calls and takes what comes of them, until the server is at rest as it was at
-  /// first.
-  void run(std::size_t calls) {
-    app.expectCalls(true);
-    const std::size_t last = requests.size() + calls;
-    while (requests.size() < last) {
+  /// Waits until the server has ended all threads but so many.
+  void waitForRest(std::size_t threads) {
+    waitUntil("idle threads to end", [&] {
+      pingAndReceiveAll();
+      return holdingsOf(server.processID()).threads <= threads;
+    });
+  }
+
+  /// Sends and receives as many requests as are wanted, and ends what still runs.
+  void stress() {
+    expectNoMoreCalls(false);
+    while (requests.size() < wanted) {
       if (holds.size() > mostHeld) {
         cancel(requests[*std::next(holds.begin(), static_cast<long>(below(holds.size())))].id);
-      } else if (owed >= mostInFlight) {
+      } else if (owed + brokenFrames >= mostInFlight) {
         ASSERT_TRUE(receive());
       } else {
         send(anyFate());
         if (below(8) == 0) cancel(requests[recent()].id);
+        if (below(64) == 0) sendBrokenFrame();
       }
     }
     while (!holds.empty()) cancel(requests[*holds.begin()].id);
-    app.expectCalls(false);
-    while (owed > 0) ASSERT_TRUE(receive());
+    expectNoMoreCalls(true);
+    while (owed + brokenFrames > 0) ASSERT_TRUE(receive());
     app.waitUntilIdle();
-    rest();
-    EXPECT_EQ(atRest, holdingsOf(server.processID()));
   }
 
-  /// Waits until idle threads have ended.
-  void rest() {
-    waitUntil("idle threads to end", [this] {
-      pingAndReceiveAll();
-      return holdingsOf(server.processID()).threads <= atRest.threads;
-    });
+  /// Compares what has come with what had to, and forgets both.
+  void settle() {
+    for (const auto& [id, shared] : ids) {
+      std::size_t due = 0;
+      std::size_t possible = 0;
+      for (const std::size_t place : shared.requests) {
+        const Request& request = requests[place];
+        const bool fails = isToFail(request.fate);
+        EXPECT_TRUE(fails || request.isAnswered || request.isCancelled) << "no answer to " << place;
+        if (fails) ++(request.isCancelled ? possible : due);
+      }
+      EXPECT_GE(shared.errors, due) << "under the id " << id;
+      EXPECT_LE(shared.errors, due + possible) << "under the id " << id;
+    }
+    requests.clear();
+    ids.clear();
   }
-
-  void SetUp() override {
-    std::cout << "QUILLMERE_STRESS_SEED=" << seed << std::endl;
-    server.send("{\"jsonrpc\":\"2.0\",\"id\":\"hello\",\"method\":\"initialize\"}\n");
-    ASSERT_TRUE(server.receive());
-    // Counted with a call before: a sanitizer starts a thread of its own with the program's first
-    // one.
-    send(held);
-    pingAndReceiveAll();
-    atRest = holdingsOf(server.processID());
-    --atRest.threads;
-    cancel(0);
-    rest();
-    atRest.descriptors = holdingsOf(server.processID()).descriptors;
-  }
-
-  Holdings atRest;
 };
 
-TEST_F(Stress, EachRequestGetsItsOwnAnswerOnceOrNoneWhenCancelledInTime) {
-  run(setting("QUILLMERE_STRESS_CALLS", 10'000));
-  server.closeInput();
-  while (receive()) {
-  }
-  EXPECT_EQ(0, server.waitForExit());
-
-  for (const auto& [id, shared] : ids) {
-    std::size_t due = 0;
-    std::size_t possible = 0;
-    for (const std::size_t place : shared.requests) {
-      const Request& request = requests[place];
-      const bool isToFail = request.fate == cutOff || request.fate == reset;
-      EXPECT_TRUE(isToFail || request.isAnswered || request.isCancelled)
-          << "no answer to " << place;
-      if (isToFail) ++(request.isCancelled ? possible : due);
-    }
-    EXPECT_GE(shared.errors, due) << "under the id " << id;
-    EXPECT_LE(shared.errors, due + possible) << "under the id " << id;
-  }
+/// What is resident at each rest, in KiB: the lowest of the last three must hardly be more than
+/// that of the three after the first, which is the warm-up, nor the last much more than a fresh
+/// process's.
+void expectNoGrowth(double fresh, const std::vector<double>& rests) {
+  constexpr std::ptrdiff_t compared = 3;
+  constexpr double mostGrowth = 1'024;
+  constexpr double mostAtRest = 2'048;
+  const double growth = *std::min_element(rests.end() - compared, rests.end()) -
+                        *std::min_element(rests.begin() + 1, rests.begin() + 1 + compared);
+  std::cout << "resident memory grew by " << growth << " KiB over "
+            << rests.size() - 1 - 2 * compared << " rounds, and is " << rests.back() - fresh
+            << " KiB above a fresh process\n";
+  EXPECT_GE(mostGrowth, growth);
+  EXPECT_GE(mostAtRest, rests.back() - fresh);
 }
 
-/// Takes minutes: scripts/soak runs it.
-TEST_F(Stress, DISABLED_HoldsOnToNoMemory) {
-  constexpr std::size_t callsPerRound = 10'000;
-  /// Rounds whose lowest figure counts as the beginning, and as many as the end.
-  constexpr std::ptrdiff_t compared = 3;
-  constexpr std::size_t fewestRounds = 2 * compared + 10;
-  constexpr double growthBarKiB = 1'024;
-  constexpr double idleBarKiB = 3'072;
-  const auto minutes = std::chrono::minutes(setting("QUILLMERE_SOAK_MINUTES", 5));
-  const auto end = std::chrono::steady_clock::now() + minutes;
-  const auto residentKiB = [this] {
-    return memoryOf(server.processID(), Memory::resident) / 1'024;
-  };
+TEST_F(Stress, EachRequestGetsItsOwnAnswerOnceOrNoneWhenCancelledInTimeAndNothingIsKept) {
+  constexpr std::size_t fewestRounds = 17;
+  std::cout << "QUILLMERE_STRESS_SEED=" << seed << std::endl;
+  server.send("{\"jsonrpc\":\"2.0\",\"id\":\"hello\",\"method\":\"initialize\"}\n");
+  ASSERT_TRUE(server.receive());
+  // Counted with a call before: a sanitizer starts a thread of its own with the program's first
+  // one.
+  send(held);
+  pingAndReceiveAll();
+  const std::size_t threads = holdingsOf(server.processID()).threads - 1;
+  cancel(0);
+  waitForRest(threads);
+  const std::size_t descriptors = holdingsOf(server.processID()).descriptors;
+  const auto memory = [&] { return memoryOf(server.processID(), Memory::resident) / 1024; };
+  const double fresh = memory();
 
-  std::vector<double> rests = {residentKiB()};
-  std::printf("%10s %14s\n%10d %14.0f\n", "calls", "KiB, at rest", 0, rests[0]);
-  while (rests.size() <= fewestRounds || std::chrono::steady_clock::now() < end) {
-    run(callsPerRound);
-    if (HasFailure()) return;
-    rests.push_back(residentKiB());
-    std::printf("%10zu %14.0f\n", (rests.size() - 1) * callsPerRound, rests.back());
-    std::fflush(stdout);
-  }
-  // The first round is the warm-up.
-  const auto lowest = [](auto from) { return *std::min_element(from, from + compared); };
-  const double growth = lowest(rests.end() - compared) - lowest(rests.begin() + 2);
-  const double left = rests.back() - rests.front();
-  std::printf("\nresident memory grew by %.0f KiB (bar: %.0f)\n", growth, growthBarKiB);
-  std::printf("at rest it is %.0f KiB above the start (bar: %.0f)\n", left, idleBarKiB);
-  EXPECT_LE(growth, growthBarKiB);
-  EXPECT_LE(left, idleBarKiB);
+  std::vector<double> rests;
+  const auto begin = std::chrono::steady_clock::now();
+  const auto time = [&] { return std::chrono::steady_clock::now() - begin; };
+  do {
+    stress();
+    if (HasFatalFailure()) return;
+    const double busy = memory();
+    waitForRest(threads);
+    settle();
+    EXPECT_EQ(threads, holdingsOf(server.processID()).threads);
+    EXPECT_EQ(descriptors, holdingsOf(server.processID()).descriptors);
+    rests.push_back(memory());
+    if (isSoak) {
+      std::cout << std::chrono::floor<std::chrono::seconds>(time()).count() << " s, "
+                << rests.size() * wanted << " calls: " << busy << " KiB at work, " << rests.back()
+                << " KiB at rest" << std::endl;
+    }
+  } while (isSoak && !HasFailure() && (rests.size() < fewestRounds || time() < duration));
+  if (isSoak && !HasFailure()) expectNoGrowth(fresh, rests);
+  server.closeInput();
+  EXPECT_FALSE(receive());
+  EXPECT_EQ(0, server.waitForExit());
 }
 
 }  // namespace

@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "harness/patience.hpp"
+#include "harness/desktop_app.hpp"
 #include "harness/server_process.hpp"
 #include "harness/temporary_home.hpp"
 #include "support/json.hpp"
@@ -24,14 +24,8 @@ struct ProgramOutcome {
 inline ProgramOutcome runToEnd(const ServerProcess::Options& options) {
   ServerProcess process(options);
   process.closeInput();
-  ProgramOutcome outcome;
-  InputStream output(process.outputDescriptor());
-  Bytes bytes;
-  while (output.read(4096, bytes)) {
-  }
-  outcome.output = viewOf(bytes);
-  outcome.status = process.waitForExit().value_or(-1);
-  return outcome;
+  std::string output(process.receiveBytes());
+  return {std::move(output), process.waitForExit()};
 }
 
 /// Makes an app called `identifier` in `home`, with the server inside. Returns the server's path.
@@ -75,19 +69,7 @@ struct RunningServer : testing::Test {
   }
 
   /// The next message, as text.
-  std::string next() {
-    const auto message = server.receive();
-    return message ? std::string(message->root().text()) : "(nothing)";
-  }
-  /// The next message, of any length, with its line feed.
-  std::string nextLine() {
-    const Waiting waiting("a line from the server");
-    InputStream output(server.outputDescriptor());
-    Bytes line;
-    while (!viewOf(line).ends_with('\n') && output.readThrough('\n', 1 << 26, line)) {
-    }
-    return std::string(viewOf(line));
-  }
+  std::string next() { return std::string(server.receiveText().value_or("(nothing)")); }
   /// The next message's id, and the first line of its result's text or its error's code and text.
   std::string nextShort() {
     const auto message = server.receive();
