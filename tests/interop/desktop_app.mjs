@@ -4,6 +4,15 @@ import { on, once } from 'node:events';
 import { mkdirSync, mkdtempSync, rmSync } from 'node:fs';
 import net from 'node:net';
 import path from 'node:path';
+import { setTimeout as wait } from 'node:timers/promises';
+
+/** What `promise` brings, or after 30 seconds a failure that says what was waited for. */
+export function soon(what, promise) {
+  const tooLate = wait(30_000, undefined, { ref: false }).then(() => {
+    throw new Error(`waited 30 seconds in vain for ${what}`);
+  });
+  return Promise.race([promise, tooLate]);
+}
 
 /** A folder for the server to take as home. Under /tmp, because a socket's path must be short. */
 export function makeHome(t) {
@@ -21,7 +30,7 @@ export async function startSimulator(t, program, ...options) {
   });
   const ended = once(app, 'exit');
   t.after(() => app.kill() && ended);
-  const { done } = await app.stdout[Symbol.asyncIterator]().next();
+  const { done } = await soon('the simulator', app.stdout[Symbol.asyncIterator]().next());
   if (done) throw new Error('The simulator did not start.');
   return home;
 }
@@ -39,28 +48,29 @@ export async function startScriptedApp(t) {
   return {
     home,
     /** The next call, whenever it comes. */
-    nextCall: async () => receiveCall(...(await connections.next()).value),
+    nextCall: async () =>
+      receiveCall(...(await soon('a call', connections.next())).value),
   };
 }
 
-/** Waits for a connection's request. `broken` resolves when the server has let go of it. */
+/** Waits for a connection's request. `broken` waits until the server has let go of it. */
 async function receiveCall(connection) {
   const broken = new Promise((resolve) => connection.once('close', resolve));
   connection.on('error', () => {}); // 'close' follows.
   let bytes = Buffer.alloc(0);
-  const request = await new Promise((resolve) =>
+  const request = await soon('the rest of a call', new Promise((resolve) =>
     connection.on('data', (chunk) => {
       bytes = Buffer.concat([bytes, chunk]);
       if (bytes.length >= 4 && bytes.length === 4 + bytes.readUInt32BE()) {
         resolve(JSON.parse(bytes.subarray(4)));
       }
     }),
-  );
+  ));
   const answer = (payload) => {
     const body = Buffer.from(JSON.stringify(payload));
     const length = Buffer.alloc(4);
     length.writeUInt32BE(body.length);
     connection.end(Buffer.concat([length, body]));
   };
-  return { request, answer, broken };
+  return { request, answer, broken: () => soon('the server to let go of a call', broken) };
 }

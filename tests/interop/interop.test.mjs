@@ -1,5 +1,5 @@
-// The official clients against the real server: interop.test.mjs SERVER SIMULATOR. Nothing here has a
-// time limit; everything waits for what the other end does.
+// The official clients against the real server: interop.test.mjs SERVER SIMULATOR. Everything
+// waits for what the other end does.
 import assert from 'node:assert/strict';
 import { spawn } from 'node:child_process';
 import { text } from 'node:stream/consumers';
@@ -10,7 +10,7 @@ import { StdioClientTransport as NewerTransport } from '@modelcontextprotocol/cl
 import { Client } from '@modelcontextprotocol/sdk/client/index.js';
 import { StdioClientTransport } from '@modelcontextprotocol/sdk/client/stdio.js';
 import { AjvJsonSchemaValidator } from '@modelcontextprotocol/sdk/validation/ajv';
-import { makeHome, startScriptedApp, startSimulator } from './desktop_app.mjs';
+import { makeHome, soon, startScriptedApp, startSimulator } from './desktop_app.mjs';
 
 const [server, simulator] = process.argv.slice(2);
 const who = { name: 'interop', version: '1' };
@@ -44,7 +44,7 @@ async function withClient({ home, transport, client }, body) {
   } finally {
     await client.close();
   }
-  assert.equal(await complaints, '');
+  assert.equal(await soon('the end of the server', complaints), '');
   assert.deepEqual(amiss, []);
 }
 
@@ -213,7 +213,7 @@ for (const [name, giveUp] of Object.entries(givingUp)) {
       const kept = await app.nextCall();
       giveUp(controller, timers);
       await rejected;
-      await abandoned.broken;
+      await abandoned.broken();
       kept.answer({ ok: true, taskId: kept.request.taskId });
       assert.equal((await other).structuredContent.taskId, 'other');
     });
@@ -228,16 +228,17 @@ for (const busy of [false, true]) {
     t.after(() => client.kill('SIGKILL'));
     // The server has the client's standard error too: its end is the end of both.
     const bothEnded = text(client.stderr);
-    assert.equal((await client.stdout[Symbol.asyncIterator]().next()).done, false);
+    const connected = soon('a connected client', client.stdout[Symbol.asyncIterator]().next());
+    assert.equal((await connected).done, false);
     const call = await app.nextCall();
     if (!busy) {
       call.answer({ ok: true });
-      await call.broken;
+      await call.broken();
     }
     client.kill('SIGKILL');
     const killed = performance.now();
-    assert.equal(await bothEnded, '');
+    assert.equal(await soon('the end of client and server', bothEnded), '');
     t.diagnostic(`client and server were gone after ${(performance.now() - killed).toFixed(1)} ms`);
-    await call.broken;
+    await call.broken();
   });
 }
