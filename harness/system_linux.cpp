@@ -48,7 +48,7 @@ struct Beginning {
 
 /// The child's part. It runs in the parent's memory, where a sanitizer would take it for the
 /// parent.
-[[gnu::no_sanitize("address", "thread", "undefined")]] int becomeProgram(void* of) {
+__attribute__((no_sanitize("address", "thread", "undefined"))) int becomeProgram(void* of) {
   Beginning& child = *static_cast<Beginning*>(of);
   if (child.diesWithParent) ::syscall(SYS_prctl, PR_SET_PDEATHSIG, SIGKILL, 0, 0, 0);
   for (int signal = 1; signal < NSIG; ++signal) {
