@@ -24,7 +24,7 @@ namespace quillmere::bench {
 namespace {
 
 constexpr std::string_view usage =
-    "quillmere-bench [option...] SERVER FLOOR    the two programs to compare\n"
+    "quillmere-bench [option...] SERVER COMPAT FLOOR    the programs to compare\n"
     "\n"
     "  --sdk NODE SCRIPT   a third one: a script for Node.js\n"
     "  --quick             fewer and shorter rounds\n"
@@ -35,6 +35,7 @@ constexpr std::string_view usage =
 
 struct Options {
   std::string server;
+  std::string compat;
   std::string floor;
   std::vector<std::string> sdk;
   int rounds = 15;
@@ -71,9 +72,10 @@ Options readOptions(std::vector<std::string> arguments) {
       programs.push_back(option);
     }
   }
-  if (programs.size() != 2) throw std::invalid_argument("SERVER and FLOOR are needed.");
+  if (programs.size() != 3) throw std::invalid_argument("SERVER, COMPAT and FLOOR are needed.");
   options.server = programs[0];
-  options.floor = programs[1];
+  options.compat = programs[1];
+  options.floor = programs[2];
   return options;
 }
 
@@ -154,14 +156,25 @@ class Benchmark {
   Row measure(const Scenario& scenario) {
     const Scenario::Details& details = scenario.details;
     affinity.pin(details.onOneProcessor, app.processID());
+    std::vector<const Rival*> compared = {&rivals[0], &rivals[1]};
+    switch (details.compared) {
+      case Scenario::Pair::floorAndServer:
+        if (rivals.size() > compared.size()) compared.push_back(&rivals[2]);
+        break;
+      case Scenario::Pair::serverAndCompat:
+        compared = {&rivals[1], &compat};
+        break;
+      case Scenario::Pair::floorAndCompat:
+        compared = {&rivals[0], &compat};
+    }
     std::vector<Contender> contenders;
-    for (const Rival& rival : rivals) {
-      contenders.emplace_back(rival, home.path(), details.streams, app);
+    for (const Rival* rival : compared) {
+      contenders.emplace_back(*rival, home.path(), details.streams, app);
     }
     Row row{scenario, std::vector<std::vector<double>>(rivals.size())};
     for (int round = 0; round < std::min(options.rounds, details.mostRounds); ++round) {
       for (std::size_t i = 0; i < contenders.size(); ++i) {
-        if (details.inHeaderFraming && !rivals[i].takesHeaderFraming) continue;
+        if (details.inHeaderFraming && !compared[i]->takesHeaderFraming) continue;
         // The others are for scale: a few rounds of their long ones will do.
         if (i >= comparedRivals && round >= roundsForScale) continue;
         row.rounds[i].push_back(scenario.measure(scenario, contenders[i], options.budget));
@@ -190,7 +203,9 @@ class Benchmark {
   const TemporaryHome home;
   App app;
   const Affinity affinity;
+  /// Those with a column.
   std::vector<Rival> rivals;
+  const Rival compat{"compat", options.compat};
 };
 
 }  // namespace

@@ -14,8 +14,8 @@ namespace quillmere::bench {
 /// What a tap is answered with.
 [[nodiscard]] std::string smallPayload();
 
-/// A screenshot: one long text of base64, `bytes` in all (or one fewer), with each slash written as
-/// `slash`.
+/// A screenshot: one long text of base64, `bytes` in all (or a few fewer), with each slash written
+/// as `slash`.
 [[nodiscard]] std::string imagePayload(std::size_t bytes, std::string_view slash = "/");
 
 /// A page of an Android app in Chinese: nodes of 13 members and some 290 bytes.

@@ -183,10 +183,15 @@ constexpr Scenario::Details inHeaders{.inHeaderFraming = true};
 constexpr Scenario::Details inKib{.unitBytes = 1024};
 constexpr Scenario::Details once{.mostRounds = 1};
 
-Scenario peak(std::string_view name, const std::string& kind, std::size_t bytes) {
+constexpr Scenario::Details besideServer{.compared = Scenario::Pair::serverAndCompat};
+constexpr Scenario::Details compatEverywhere{.onOneProcessor = false,
+                                             .compared = Scenario::Pair::floorAndCompat};
+
+Scenario peak(std::string_view name, const std::string& kind, std::size_t bytes, double bar = 1.3,
+              Scenario::Pair compared = Scenario::Pair::floorAndServer) {
   constexpr int rounds = 3;
-  const Scenario::Details details{.unitBytes = bytes, .mostRounds = rounds};
-  return {name, "× answer", peakGrowth, largeCall(kind, bytes), figure(1.3), details};
+  const Scenario::Details details{.unitBytes = bytes, .mostRounds = rounds, .compared = compared};
+  return {name, "× answer", peakGrowth, largeCall(kind, bytes), figure(bar), details};
 }
 
 }  // namespace
@@ -233,6 +238,15 @@ std::span<const Scenario> scenarios() {
        longPing(R"({"samples":[)", "7,", "7]}"), figure(3), once},
       {"growth 3 s after an answer of 20 MB", "MB", growthAtRest, largeCall("numbers", mb20),
        figure(3), once},
+      {"compat beside server: start", "ms", start, initializeRequest(), ratio(1.05), besideServer},
+      {"compat beside server: ping", "µs", roundTrips, ping, ratio(1.05), besideServer},
+      {"compat beside server: tools/call", "µs", roundTrips, call, ratio(1.1), besideServer},
+      {"compat beside server: 80 nodes", "µs", roundTrips, uiCall("nodes 80"), ratio(1.3),
+       besideServer},
+      {"compat: answer of 4 MB, an image", "ms", roundTrips, largeCall("image", mb4), ratio(2.5),
+       compatEverywhere},
+      peak("compat: peak growth, 4 MB, an image", "image", mb4, 1.5,
+           Scenario::Pair::floorAndCompat),
   };
   return all;
 }

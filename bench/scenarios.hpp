@@ -28,6 +28,9 @@ struct Scenario {
   std::string message;
   Bar bar = {};
 
+  /// Which two programs a row compares. The first is in the column of the floor.
+  enum class Pair { floorAndServer, serverAndCompat, floorAndCompat };
+
   struct Details {
     ChildStreams streams = ChildStreams::pipes;
     /// Client, server and app on one processor.
@@ -39,6 +42,7 @@ struct Scenario {
     std::size_t unitBytes = 1 << 20;
     /// For what takes long and varies little.
     int mostRounds = 100;
+    Pair compared = Pair::floorAndServer;
   } details = {};
 };
 

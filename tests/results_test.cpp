@@ -147,6 +147,10 @@ TEST(Guidance, TellsWhatToDoAfterAList) {
     EXPECT_EQ(indentedJson(content.asValue()),
               indentedJson(json(guided == same ? payload : guided).asValue()))
         << name;
+    const JsonArray items = *json(result.str()).findArray("content");
+    EXPECT_EQ(summarizeToolPayload(content, serverForm),
+              (*items.begin()).asObject()->findString("text")->view())
+        << name;
     const auto members = std::distance(content.begin(), content.end());
     EXPECT_EQ(members, std::ssize(content.distinctMembers())) << name;
   }

@@ -212,7 +212,9 @@ bool JsonDocument::isKey(std::uint32_t token) const {
   return text[at] == ':';
 }
 
-std::shared_ptr<const JsonDocument> parseJson(Bytes text) {
+namespace {
+
+std::shared_ptr<const JsonDocument> parse(Bytes text, bool withoutBlanks) {
   if (text.size() > maxJsonBytes) throw notJson("too long");
   const bool hadSlashes = unescapeSlashes(text);
   if (!isUtf8(viewOf(text))) {
@@ -233,10 +235,21 @@ std::shared_ptr<const JsonDocument> parseJson(Bytes text) {
   // What is after the last token does not count.
   const std::string_view whole = viewOf(text).substr(0, tokens[tokens.size() - 1].offset() + 1);
   const bool hasBlanks = whole.size() > parser.handler().compactSize();
-  if (hasBlanks && (hadSlashes || whole.find_first_of("\n\r") != std::string_view::npos)) {
-    compact(text, tokens);
-  }
-  return std::make_shared<const JsonDocument>(std::move(text), std::move(tokens));
+  const bool isCompacted = hasBlanks && (withoutBlanks || hadSlashes ||
+                                         whole.find_first_of("\n\r") != std::string_view::npos);
+  if (isCompacted) compact(text, tokens);
+  return std::make_shared<const JsonDocument>(std::move(text), std::move(tokens),
+                                              isCompacted || !hasBlanks);
+}
+
+}  // namespace
+
+std::shared_ptr<const JsonDocument> parseJson(Bytes text) {
+  return parse(std::move(text), false);
+}
+
+std::shared_ptr<const JsonDocument> parseCompactJson(std::string_view text) {
+  return parse(bytesOf(text), true);
 }
 
 std::shared_ptr<const JsonDocument> parseJson(std::string_view text) {

@@ -77,8 +77,8 @@ class JsonDocument : public std::enable_shared_from_this<JsonDocument> {
   static_assert(sizeof(Token) == 8);
 
   /// Made by `parseJson`.
-  JsonDocument(Bytes textBytes, Buffer<Token> tokenList)
-      : text(std::move(textBytes)), tokens(std::move(tokenList)) {}
+  JsonDocument(Bytes textBytes, Buffer<Token> tokenList, bool hasNoBlanks)
+      : text(std::move(textBytes)), tokens(std::move(tokenList)), noBlanks(hasNoBlanks) {}
   JsonDocument(const JsonDocument&) = delete;
   JsonDocument& operator=(const JsonDocument&) = delete;
   JsonDocument(JsonDocument&&) = delete;
@@ -101,12 +101,21 @@ class JsonDocument : public std::enable_shared_from_this<JsonDocument> {
   /// The bytes of the value that begins at `token`.
   [[nodiscard]] std::string_view textOf(std::uint32_t token) const;
 
+  /// Whether there is no white space between the tokens.
+  [[nodiscard]] bool isCompact() const { return noBlanks; }
+
+  /// The first byte after the quote of the string at `token`.
+  [[nodiscard]] char firstByteOf(std::uint32_t token) const {
+    return text[tokens[token].offset() + 1];
+  }
+
   /// Whether the string at `token` is the key of a member.
   [[nodiscard]] bool isKey(std::uint32_t token) const;
 
  private:
   const Bytes text;
   const Buffer<Token> tokens;
+  const bool noBlanks;
 };
 
 /// Reads one UTF-8 JSON text, strictly by RFC 8259: nothing after it but blanks, no lone
@@ -120,5 +129,8 @@ class JsonDocument : public std::enable_shared_from_this<JsonDocument> {
 /// that is not UTF-8.
 [[nodiscard]] std::shared_ptr<const JsonDocument> parseJson(Bytes text);
 [[nodiscard]] std::shared_ptr<const JsonDocument> parseJson(std::string_view text);
+
+/// The same, but always without white space between tokens.
+[[nodiscard]] std::shared_ptr<const JsonDocument> parseCompactJson(std::string_view text);
 
 }  // namespace quillmere

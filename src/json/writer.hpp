@@ -55,8 +55,8 @@ class JsonText {
   /// `json`, which must be a JSON text and live as long as the process.
   [[nodiscard]] static JsonText constant(std::string_view json);
 
-  /// A string that holds the JSON text of `value`, without white space between its tokens, and with
-  /// other strings in place of some in it, given in their order.
+  /// A string that holds the JSON text of `value`, which has no line breaks, with other strings in
+  /// place of some in it, given in their order.
   struct Replacement;
   [[nodiscard]] static JsonText quoted(const JsonValue& value,
                                        std::span<const Replacement> replaced = {});

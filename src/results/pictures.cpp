@@ -46,6 +46,12 @@ std::string beginning(std::string_view base64) {
   return bytes;
 }
 
+/// Whether a signature may begin with this character of base64, or an escape stands for it. Most
+/// strings need no closer look.
+constexpr bool mayBeginAPicture(char c) {
+  return c == 'i' || c == '/' || c == 'U' || c == 'R' || c == '\\';
+}
+
 bool beginsAs(std::string_view file, std::string_view signature) {
   return file.size() >= signature.size() &&
          std::ranges::equal(signature, file.substr(0, signature.size()),
@@ -95,11 +101,16 @@ std::vector<Picture> picturesIn(const JsonValue& payload) {
   // A look at all tokens is quicker than a walk through arrays and objects. A picture has at least
   // the four characters of the shortest signature.
   constexpr std::uint32_t shortest = 6;
+  using Kind = JsonDocument::Kind;
   const JsonDocument& document = payload.holder();
   std::vector<Picture> pictures;
   for (std::uint32_t i = payload.place(); i < document.next(payload.place()); ++i) {
+    const JsonDocument::Token& token = document.tokenAt(i);
+    const bool isString = token.kind() == Kind::plainString || token.kind() == Kind::escapedString;
+    if (!isString || token.extent < shortest || !mayBeginAPicture(document.firstByteOf(i)))
+      continue;
     const JsonValue value(document, i);
-    if (!value.isString() || document.tokenAt(i).extent < shortest || document.isKey(i)) continue;
+    if (document.isKey(i)) continue;
     const auto mimeType = mimeTypeOf(value.asString()->view());
     if (mimeType) pictures.push_back({.base64 = value, .mimeType = *mimeType});
   }

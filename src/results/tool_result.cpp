@@ -170,9 +170,12 @@ JsonText structuredContent(const GuidedPayload& payload) {
 /// own, which the text names in the picture's place.
 void addPayload(JsonText& content, const GuidedPayload& payload) {
   // What is added to an answer is in no document yet.
-  const bool isAsItCame = !payload.addedWarning && !payload.nextRecommendedTool;
-  const auto guided = isAsItCame ? nullptr : parseJson(structuredContent(payload).str());
-  const JsonValue value = isAsItCame ? payload.answer.asValue() : guided->root();
+  const bool isWhole = !payload.addedWarning && !payload.nextRecommendedTool;
+  const JsonValue answer = payload.answer.asValue();
+  const auto made = isWhole && answer.holder().isCompact()
+                        ? nullptr
+                        : parseCompactJson(structuredContent(payload).str());
+  const JsonValue value = made == nullptr ? answer : made->root();
 
   constexpr std::size_t firstPictureItem = 3;
   const std::vector<Picture> pictures = picturesIn(value);
