@@ -2,6 +2,7 @@
 // and fail when they are told to.
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <malloc.h>
 #include <poll.h>
 #include <pthread.h>
 #include <stdlib.h>
@@ -200,6 +201,13 @@ void* calloc(size_t count, size_t size) {
 void* realloc(void* block, size_t size) {
   static const auto system = systems<decltype(realloc)>("realloc");
   return fails(Call::allocate) ? nullptr : system(block, size);
+}
+
+void free(void* block) {
+  static const auto system = systems<decltype(free)>("free");
+  const bool waits = order != nullptr && order->inARow == quillmere::untilRelease;
+  if (waits && ::malloc_usable_size(block) >= quillmere::muchBytes) order->inARow = 0;
+  system(block);
 }
 
 }  // extern "C"

@@ -35,6 +35,10 @@ enum class Call : int {
 /// Where the injector finds the name of the file that holds a `FaultOrder`.
 inline constexpr auto faultOrderVariable = "QUILLMERE_FAULT_ORDER";
 
+/// For `inARow`: all of them, until the program gives back so much memory at a time.
+inline constexpr int untilRelease = 500'000;
+inline constexpr unsigned long muchBytes = 1'048'576;
+
 /// One fault. Zeros, as in a new file, order none.
 struct FaultOrder {
   /// Set last, and set to `none` first.
