@@ -168,9 +168,9 @@ TEST_F(CompatProgram, PassesLargeAndManyPicturesOnWhole) {
       {R"({"ok":true,"images":[)" + many + "]}", 100},
   };
   for (const auto& [payload, pictures] : payloads) {
-    const DesktopApp app(home.releaseSocket(), [&](const AppConnection& connection) {
+    const DesktopApp app(home.releaseSocket(), [&whole = payload](const AppConnection& connection) {
       static_cast<void>(connection.receive());
-      connection.send(controlFrame(payload));
+      connection.send(controlFrame(whole));
     });
     request(1, "tools/call",
             {{"name", "quillmere_screen_observe"}, {"arguments", JsonText{{"sessionId", "s"}}}});
