@@ -18,7 +18,7 @@ struct Rival {
   bool takesHeaderFraming = true;
 };
 
-/// A rival at work, with the app behind it. Starts the process when it is first asked for.
+/// A rival at work, with its app. Starts the process when it is first asked for.
 class Contender {
  public:
   Contender(const Rival& rivalToStart, std::string homeFolder, ChildStreams streamKind,

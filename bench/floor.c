@@ -61,7 +61,7 @@ static int readAll(int from, char* to, size_t length) {
 }
 
 /* Writes the frame of the response {HEAD body TAIL}; `headRoom` bytes in front of `body` and
- * `tailRoom` behind it are free, so the body is never copied. */
+ * `tailRoom` after it are free, so the body is never copied. */
 static void respond(struct Text id, const char* head, char* body, size_t length, const char* tail) {
   char text[headRoom];
   const int textLength = snprintf(text, sizeof text, "{\"jsonrpc\":\"2.0\",\"id\":%.*s,%s",
@@ -98,7 +98,7 @@ static void carry(struct Call* call) {
   const int connection = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (connect(connection, (struct sockaddr*)&address, sizeof address) != 0) abort();
   setConnection(call, connection);
-  /* The line stands behind four free bytes, for the prefix. */
+  /* The line is after four free bytes, for the prefix. */
   const uint32_t length = (uint32_t)call->length;
   for (int i = 0; i < 4; ++i) call->line[i] = (char)(length >> (24 - 8 * i));
   writeAll(connection, call->line, 4 + call->length);
@@ -224,7 +224,7 @@ int main(int argumentCount, char** arguments) {
       scanned = 0;
       size_t length = (size_t)(end - start) + 1;
       if (strncmp(start, "Content-Length: ", 16) == 0) {
-        char* body = start + length + 2; /* behind the blank line */
+        char* body = start + length + 2; /* after the blank line */
         length = strtoul(start + 16, NULL, 10);
         if ((size_t)(body - buffer) + length > filled) break;
         usesHeaders = 1;

@@ -184,7 +184,7 @@ class Benchmark {
   }
 
   /// What fails is measured once more, and fails if it fails again: machines stumble. Where the
-  /// machine is too noisy to tell, nothing fails.
+  /// machine is too noisy for a verdict, nothing fails.
   bool passes(const std::vector<Row>& rows, const RecordedRatios& recorded) {
     bool allPass = true;
     for (const Row& row : rows) {

@@ -25,7 +25,7 @@ struct Row {
 /// slows the machine down for a while slows both.
 [[nodiscard]] double ratioToFloor(const Row& row, std::size_t contender);
 
-/// Whether the floor's own rounds differ so much that the row tells little.
+/// Whether the floor's own rounds differ so much that the row says little.
 [[nodiscard]] bool isNoisy(const Row& row);
 
 /// Prints the head of the table, a row, and how to read it. Markdown, aligned for a terminal.

@@ -1,4 +1,4 @@
-# The libraries behind src/platform. They are linked statically: a shared library costs start-up time in
+# The libraries that src/platform and src/json use. They are linked statically: a shared library costs start-up time in
 # a program that starts once per AI client.
 find_package(Threads REQUIRED)
 if(QUILLMERE_BUILD_LIBRARIES)

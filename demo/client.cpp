@@ -40,7 +40,7 @@ void DemoClient::step(std::string_view sentence) {
   print("\n" + line);
 }
 
-void DemoClient::tell(std::string_view label, std::string_view text) const {
+void DemoClient::say(std::string_view label, std::string_view text) const {
   constexpr std::size_t labelWidth = 8;
   std::string padded(label);
   padded.resize(labelWidth, ' ');
@@ -70,7 +70,7 @@ Answer DemoClient::call(std::string_view tool, const JsonText& arguments, bool i
   const auto result = response.findObject("result");
   expect(result.has_value(), "the call was answered with a JSON-RPC error");
   const bool isError = result->findBoolean("isError") == true;
-  tell(isError ? "refused" : "gets", summaryOf(*result));
+  say(isError ? "refused" : "gets", summaryOf(*result));
   expect(isError == isErrorWanted,
          isErrorWanted ? "the desktop app should have refused this" : "this should have succeeded");
   const auto content = result->findObject("structuredContent");
@@ -85,11 +85,11 @@ void DemoClient::callBadly(std::string_view tool, const JsonText& arguments) {
   const auto code = error->findNumber("code");
   const auto message = error->findString("message");
   expect(code && code->integer() == -32602 && message, "a bad argument should be error -32602");
-  tell("refused", "error -32602: " + std::string(message->view()));
+  say("refused", "error -32602: " + std::string(message->view()));
 }
 
 std::int64_t DemoClient::beginCall(std::string_view tool, const JsonText& arguments) {
-  tell("asks", std::string(tool) + " " + arguments.str());
+  say("asks", std::string(tool) + " " + arguments.str());
   return send("tools/call", {{"name", tool}, {"arguments", arguments}});
 }
 

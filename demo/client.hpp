@@ -1,5 +1,5 @@
-// The AI client of the demo: talks to the real server, tells a person what it does, and checks what
-// comes back.
+// The AI client of the demo: talks to the real server, says to a person what it does, and checks
+// what comes back.
 #pragma once
 
 #include <cstdint>
@@ -36,13 +36,13 @@ class DemoClient {
   /// Begins a step of the story.
   void step(std::string_view sentence);
   /// Tells something beside.
-  void tell(std::string_view label, std::string_view text) const;
+  void say(std::string_view label, std::string_view text) const;
 
   /// Sends a request and returns the response, `result` or `error`.
   [[nodiscard]] Answer request(std::string_view method, const JsonText& params);
   void notify(std::string_view method, const JsonText& params);
 
-  /// Calls a tool, tells what was asked and the summary that came, and returns the structured
+  /// Calls a tool, says what was asked and the summary that came, and returns the structured
   /// content. Throws `DemoFailure` too when `isError` is other than wanted.
   Answer call(std::string_view tool, const JsonText& arguments, bool isErrorWanted = false);
   /// Calls a tool with arguments that the server must refuse by itself.

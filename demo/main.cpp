@@ -98,23 +98,23 @@ class UiState {
 
 UiState readScreen(DemoClient& ai, const std::string& sessionId) {
   UiState state(ai.call("quillmere.ui.get_state", {{"sessionId", sessionId}}));
-  ai.tell("sees", state.texts());
+  ai.say("sees", state.texts());
   return state;
 }
 
 void shakeHands(DemoClient& ai) {
   ai.step("Shake hands");
-  ai.tell("asks", "initialize, protocol " + std::string(newestProtocolVersion));
+  ai.say("asks", "initialize, protocol " + std::string(newestProtocolVersion));
   const Answer response = ai.request("initialize", {{"protocolVersion", newestProtocolVersion}});
   const JsonObject result = objectIn(response.object, "result");
   const JsonObject info = objectIn(result, "serverInfo");
-  ai.tell("gets", textIn(info, "name") + " " + textIn(info, "version") + ", protocol " +
-                      textIn(result, "protocolVersion"));
+  ai.say("gets", textIn(info, "name") + " " + textIn(info, "version") + ", protocol " +
+                     textIn(result, "protocolVersion"));
   expect(textIn(result, "protocolVersion") == newestProtocolVersion, "another protocol was chosen");
   ai.notify("notifications/initialized", JsonText::object());
 
   ai.step("Ask which tools there are");
-  ai.tell("asks", "tools/list");
+  ai.say("asks", "tools/list");
   const Answer listed = ai.request("tools/list", JsonText::object());
   const auto tools = objectIn(listed.object, "result").findArray("tools");
   expect(tools && tools->size() == 19, "there should be 19 tools");
@@ -123,7 +123,7 @@ void shakeHands(DemoClient& ai) {
     if (!names.empty()) names += names.size() - names.rfind('\n') > 70 ? ",\n" : ", ";
     names += tool.asObject() ? textIn(*tool.asObject(), "name") : "?";
   }
-  ai.tell("gets", names);
+  ai.say("gets", names);
 }
 
 /// Returns the serial of the phone that can be mirrored.
@@ -217,11 +217,11 @@ void cancelCall(DemoClient& ai, const std::string& serial) {
   const std::int64_t id = ai.beginCall("quillmere.wait", {{"durationMs", 10000}});
   // Answered first, although it was asked later.
   ai.call("quillmere.sessions.list", {{"deviceSerial", serial}});
-  ai.tell("asks", "notifications/cancelled for the call that still waits, then ping");
+  ai.say("asks", "notifications/cancelled for the call that still waits, then ping");
   ai.notify("notifications/cancelled", {{"requestId", id}, {"reason", "the user changed plans"}});
   expect(ai.request("ping", JsonText::object()).object.contains("result"),
          "the ping should be answered");
-  ai.tell("gets", "the answer to the ping, and none to the cancelled call");
+  ai.say("gets", "the answer to the ping, and none to the cancelled call");
 }
 
 void tellRobin(DemoClient& ai, const std::string& serial, const std::string& sessionId) {
@@ -261,7 +261,7 @@ void keepScreenshot(DemoClient& ai, const std::string& sessionId, const std::str
   std::ofstream file(path, std::ios::binary);
   file << *png << std::flush;
   expect(static_cast<bool>(file), "the screenshot can't be written");
-  ai.tell("kept", path);
+  ai.say("kept", path);
 }
 
 void play(DemoClient& ai, const std::string& screenshot) {

@@ -1,4 +1,4 @@
-// A desktop app that does what a test tells it.
+// A desktop app that does what a test orders.
 #pragma once
 
 #include <condition_variable>

@@ -24,7 +24,7 @@ struct MirroredDevice {
   std::string sessionId = {};
   /// Packages for which the user's acknowledgement has been given.
   std::set<std::string_view> acknowledgedPackages = {};
-  /// The latest views that an answer told the signature of, each once.
+  /// The latest views of which an answer had the signature, each once.
   std::deque<View> toldViews = {};
 };
 

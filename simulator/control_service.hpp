@@ -1,5 +1,5 @@
 // The simulator's side of the control socket: a request and an answer a connection, many
-// connections at a time, one world behind them all.
+// connections at a time, one world for all of them.
 #pragma once
 
 #include <chrono>

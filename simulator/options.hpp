@@ -12,7 +12,7 @@
 
 namespace quillmere::simulator {
 
-/// What goes wrong on purpose, for people who test their own clients.
+/// What goes wrong on purpose, for those who test their own clients.
 struct Faults {
   /// How long each answer is held back.
   std::chrono::milliseconds delay{0};

@@ -14,7 +14,7 @@ namespace {
 constexpr std::size_t longestRecents = 5;
 constexpr Bounds keyboardBounds = {0, 1040, 540, 160};
 
-/// FNV-1a, 64 bits: not against an adversary, only to tell views apart.
+/// FNV-1a, 64 bits: not against an adversary, only to distinguish views.
 class Fingerprint {
  public:
   /// Takes the length too, so that two texts never run into one.

@@ -73,7 +73,7 @@ struct View {
   std::string signature;
 };
 
-/// What an action did, for people.
+/// What an action did, in words.
 struct Outcome {
   std::string message;
   /// Empty when the action had its effect.

@@ -1,4 +1,4 @@
-// What answers tell of a screen.
+// What answers say of a screen.
 #pragma once
 
 #include <cstddef>
@@ -8,7 +8,7 @@
 
 namespace quillmere::simulator {
 
-/// The view's nodes, at most `maximumNodes` of them, with how many there are. What stands inside a
+/// The view's nodes, at most `maximumNodes` of them, with how many there are. What is inside a
 /// web view counts only with `includeNonInteractive`. Pure.
 [[nodiscard]] JsonText uiStateOf(const View& view, bool includeNonInteractive,
                                  std::size_t maximumNodes);

@@ -83,7 +83,7 @@ TEST_F(Connecting, EachCandidateThatFailsIsNamedInOrder) {
 
   fs::remove(home.releaseSocket());
   const DesktopApp app(home.releaseSocket());
-  EXPECT_EQ(connectFailure(), "") << "a live socket behind a stale one";
+  EXPECT_EQ(connectFailure(), "") << "a live socket after a stale one";
 }
 
 TEST_F(Connecting, APathMayHave103Bytes) {
@@ -116,7 +116,7 @@ TEST(ControlRequest, HoldsControlFieldsBesideItsOwnKeys) {
     std::string_view name, command, arguments, request;
   };
   constexpr RequestCase cases[] = {
-      {"arguments stand flat, as they came", "tap",
+      {"arguments are flat, as they came", "tap",
        R"({"taskName":" a\u002Fb\n", "x":1.0,"includeImage" : false,"text":[1, {}]})",
        R"(,"command":"tap","taskName":" a\u002Fb\n","x":1.0,"includeImage":false,"text":[1, {}]})"},
       {"null and what is no control field are left out", "wait",

@@ -94,7 +94,7 @@ TEST(Doctor, TellsWhatIsInTheSocketsPlace) {
     EXPECT_EQ(output, report(home, "", exists, isSocket, error));
     EXPECT_EQ(status, 0);
     if (app) {
-      EXPECT_EQ(app->accept().waitUntilClosed(), 0) << "the app is told nothing";
+      EXPECT_EQ(app->accept().waitUntilClosed(), 0) << "nothing is sent to the app";
       app.reset();
     }
   }

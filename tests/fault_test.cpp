@@ -71,7 +71,7 @@ const Script scripts[] = {
 /// What must come of a fault, beside an error's code and text.
 constexpr std::string_view works = "as without the fault";
 constexpr std::string_view ends = "the end of the process";
-/// Said before the end, when it comes behind the first header line.
+/// Said before the end, when it comes after the first header line.
 constexpr std::string_view cutOff = "-32700,\"message\":\"Parse error: incomplete Content-Length ";
 constexpr std::string_view noSocket = "-32000 Could not create Quillmere MCP control socket.";
 constexpr std::string_view notFound =
@@ -131,7 +131,7 @@ using Transcript = std::vector<std::string>;
 
 constexpr std::string_view releasedApp = "com.tallowbrook.wickfern";
 constexpr int once = 1;
-/// More often than a script makes any call, but not for ever: what repeats its call goes on.
+/// More often than a script makes any call, but not without end: what repeats its call goes on.
 constexpr int fromThenOn = 1'000;
 constexpr int forGood = 1'000'000;
 
@@ -504,7 +504,7 @@ TEST_F(ServerUnderOrders, PrintsAllOrNothingWhicheverAllocationFails) {
     const std::string lastLines = usual.substr(usual.size() - 60);
     failEachAllocation(*order, [&](int) {
       const auto [output, status] = runToEnd(options);
-      // What the report can't tell for want of memory it leaves out.
+      // What the report has no memory for it leaves out.
       EXPECT_TRUE(output.empty() || (output.ends_with(lastLines) && status == 0)) << output;
       EXPECT_TRUE(status == 0 || status == 1) << status;
       EXPECT_EQ(0, errors.size());

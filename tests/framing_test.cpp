@@ -67,7 +67,7 @@ const FramingCase framingCases[] = {
     {"a blank before the colon is another header", two + "Content-Length : 9\r\n\r\n{}", {"{}"}},
     {"a plus sign is accepted", "Content-Length: \t+2 \r\n\r\n{}", {"{}"}},
     {"two signs are not", "Content-Length: +-2\r\n\r\n", {missing}},
-    {"letters behind the digits", "Content-Length: 2x\r\n\r\n", {missing}},
+    {"letters after the digits", "Content-Length: 2x\r\n\r\n", {missing}},
     {"no value at all", "Content-Length:\r\n\r\n", {missing}},
     {"a value past 64 bits is missing", "Content-Length: 9223372036854775808\r\n\r\n", {missing}},
     {"zero is too large", "Content-Length: 0\r\n\r\n{}", {tooLarge, "{}"}},

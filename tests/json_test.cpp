@@ -63,7 +63,7 @@ TEST(Json, TextIsPassedOnAsItCameAndReadAsItIsMeant) {
       {"an escaped slash is none, and its text has no blanks", R"({ "a\/b" : "\/\\\/ \n" })",
        R"({"a/b":"/\\/ \n"})", ""},
       {"a slash after an escaped backslash is not escaped", R"([ "a\\/" ])", "", R"(["a\\/"])"},
-      {"slashes and non-ASCII stand as they are", "[\"a/b é 为 😀\"]", "", ""},
+      {"slashes and non-ASCII are kept", "[\"a/b é 为 😀\"]", "", ""},
       {"escapes are read when they are needed and when not",
        R"({"\u0061":"\"\\\b\f\n\r\t\u0000\u001F\u0020\u00e9\u4E3A\uffff\ud83d\uDE00\uDBFF\udfff"})",
        "",

@@ -161,7 +161,7 @@ TEST_F(Limits, TwoThousandCallsWaitAtOnceAndAreAnsweredOrCancelled) {
   const std::int64_t calls = isSanitized ? 300 : 2'000;
   for (const pid_t process : {0, server.processID()}) {
     if (!limit(process, RLIMIT_NOFILE, static_cast<rlim_t>(calls) + 100)) {
-      GTEST_SKIP() << "\nSKIPPED: too few descriptors for this may be had here (ulimit -Hn).";
+      GTEST_SKIP() << "\nSKIPPED: too few descriptors for this are available here (ulimit -Hn).";
     }
   }
   const DesktopApp app(home.releaseSocket());
@@ -295,7 +295,7 @@ TEST(Streams, ThatDoNotBlockAreWaitedFor) {
   }
 }
 
-/// From now on what a process of ours leaves behind becomes ours.
+/// From now on what a process of ours leaves running becomes ours.
 void inheritOrphans() {
   ASSERT_EQ(0, ::prctl(PR_SET_CHILD_SUBREAPER, 1));
 }
@@ -321,7 +321,7 @@ TEST_P(Signal, EndsTheProgramAtOnceAndNothingIsLeft) {
 
 INSTANTIATE_TEST_SUITE_P(Limits, Signal, testing::Values(SIGTERM, SIGHUP, SIGINT));
 
-/// What a forked process does: begins to read an answer, tells its server's number and waits for
+/// What a forked process does: begins to read an answer, reports its server's number and waits for
 /// its own end. An exception ends it too, and never runs on into what was forked.
 [[noreturn]] void beAClient(const TemporaryHome& home, const Descriptor& toTest) noexcept {
   // It is to end by itself.

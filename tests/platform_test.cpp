@@ -260,7 +260,7 @@ TEST(WorkerPool, UsesTheThreadsAgainThatSleptLastAndLetsGoOfATask) {
 }
 
 TEST(Memory, ABufferKeepsItsContentWhileOthersGrowAndGo) {
-  // Each value tells who wrote it. Blocks that one thread gives back are the other's next.
+  // Each value says who wrote it. Blocks that one thread gives back are the other's next.
   const auto growMany = [](std::uint32_t seed) {
     for (std::uint32_t round = 0; round < 30; ++round) {
       Buffer<std::uint32_t> buffer;

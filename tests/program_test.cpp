@@ -195,7 +195,7 @@ TEST_F(Program, WithoutAnAppOnlyWhatNeedsItFails) {
       {toolCall + R"({"name":"quillmere.devices.list"})", notFound},
       {read + R"({"uri":"quillmere://devices"})", notFound},
       {toolCall + R"({"name":"quillmere.help"})", succeeded},
-      // What is wrong with a request is told before the app is looked for.
+      // A request is checked before the app is looked for.
       {toolCall + R"({"name":5})", "-32602 tools/call requires params.name."},
       {toolCall + R"({"name":"x","arguments":"y"})",
        "-32602 tools/call params.arguments must be an object."},

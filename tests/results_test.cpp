@@ -123,7 +123,7 @@ TEST(Guidance, TellsWhatToDoAfterAList) {
       {"one element of another kind voids the list", sessions, "{}",
        R"({"ok":true,"warnings":["own",1],"sessions":[{"sessionKind":"phoneScreen"},null]})",
        R"({"ok":true,"warnings":["No Phone Screen session is active. Call quillmere.session.start before observe/input/UI tools."],"sessions":[{"sessionKind":"phoneScreen"},null],"nextRecommendedTool":{"name":"quillmere.session.start","arguments":{}}})"},
-      {"a Phone Screen session behind others", sessions, R"({"deviceSerial":"R5"})",
+      {"a Phone Screen session after others", sessions, R"({"deviceSerial":"R5"})",
        R"({"ok":true,"warnings":[1],"sessions":[{"sessionKind":"fusion"},{"sessionKind":"phoneScreen"}]})",
        same},
       {"a failed list", sessions, "{}", R"({"ok":false,"sessions":[]})", same},

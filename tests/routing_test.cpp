@@ -36,7 +36,7 @@ class Conversation {
 };
 
 /// The response that `outcome` stands for: its id, a blank, and its result, or its error's code and
-/// text. Silence stands for itself.
+/// text. Silence means itself.
 std::string response(std::string_view outcome) {
   if (outcome.empty()) return "";
   const std::size_t blank = outcome.find(' ');

@@ -130,8 +130,8 @@ TEST(Simulator, AnswersAsItIsWrittenAndTheSignatureIsTheScreen) {
       if (line.ends_with("...")) outcome = outcome.substr(0, line.size() - 3) + "...";
       EXPECT_EQ(line, outcome);
       ++calls;
-      if (const auto told = answer.findObject("visibleState")) {
-        EXPECT_EQ(signature, told->findString("stateSignature")->view());
+      if (const auto shown = answer.findObject("visibleState")) {
+        EXPECT_EQ(signature, shown->findString("stateSignature")->view());
       }
     }
   }

@@ -1,6 +1,6 @@
 // Thousands of messages at once, right and wrong, cancelled at random, before an app that answers,
-// waits, cuts off and resets at random: what each was sent with tells what must come of it. And
-// what the server holds when it rests tells whether it lets go of everything.
+// waits, cuts off and resets at random: what each was sent with says what must come of it. And
+// what the server holds when it rests shows whether it lets go of everything.
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -18,7 +18,7 @@ TEST(Text, CharactersAreCountedAsPeopleDo) {
       {"nothing", "", 0},
       {"NUL is a character", std::string("a\0b", 3), 3},
       {"a letter with many combining marks", "e" + times(1000, "\u0301"), 1},
-      {"a mark behind a control character", "\n\u0301", 2},
+      {"a mark after a control character", "\n\u0301", 2},
       {"CR LF CR LF", "\r\n\r\n", 2},
       {"one and a half flags", "🇨🇳🇨", 2},
       {"a family joined by ZWJ", "👨\u200D👩\u200D👧\u200D👦", 1},

@@ -14,7 +14,7 @@ namespace {
 constexpr std::string_view alphabet =
     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
-/// How a file begins; a dot stands for any byte.
+/// How a file begins; a dot is any byte.
 struct Signature {
   std::string_view bytes;
   std::string_view mimeType;
@@ -29,7 +29,7 @@ constexpr Signature signatures[] = {
 };
 constexpr std::size_t longestSignature = 12;
 
-/// What the first characters of base64 stand for, as many as a signature may have.
+/// What the first characters of base64 encode, as many as a signature may have.
 std::string beginning(std::string_view base64) {
   std::string bytes;
   std::uint32_t bits = 0;
@@ -46,7 +46,7 @@ std::string beginning(std::string_view base64) {
   return bytes;
 }
 
-/// Whether a signature may begin with this character of base64, or an escape stands for it. Most
+/// Whether a signature may begin with this character of base64, or an escape may mean it. Most
 /// strings need no closer look.
 constexpr bool mayBeginAPicture(char c) {
   return c == 'i' || c == '/' || c == 'U' || c == 'R' || c == '\\';

@@ -49,8 +49,8 @@ struct Property {
   std::span<const std::string_view> examples = {};
 };
 
-/// What a call does to the phone, as clients are told that ask a person before a call. The one that
-/// applies most.
+/// What a call does to the phone, for clients that ask a person before a call. The one that fits
+/// best.
 enum class Effect {
   /// Looks, and changes nothing.
   looks,

@@ -1,5 +1,5 @@
 // A library to be preloaded into the server: its functions go before the system's of the same names
-// and fail when they are told to.
+// and fail when a test orders it.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <malloc.h>

@@ -1,4 +1,4 @@
-// What a test tells the fault injector, in memory that it shares with the program under test.
+// What a test orders the fault injector to do, in memory that it shares with the program under test.
 #pragma once
 
 #include <atomic>

@@ -20,7 +20,7 @@ struct ProgramOutcome {
   int status = -1;
 };
 
-/// Runs a program that is told nothing until it ends.
+/// Runs a program without input until it ends.
 inline ProgramOutcome runToEnd(const ServerProcess::Options& options) {
   ServerProcess process(options);
   process.closeInput();
