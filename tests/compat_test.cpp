@@ -121,7 +121,7 @@ TEST(CompatResult, HoldsThePayloadAsTextAndEachPictureAsAPicture) {
 
 /// The second program, as `RunningServer` is the first.
 struct CompatProgram : RunningServer {
-  CompatProgram() : RunningServer(ServerProcess::Options{.program = QUILLMERE_COMPAT}) {}
+  CompatProgram() : RunningServer("", QUILLMERE_COMPAT) {}
 
   std::string call(std::string_view name, std::string_view arguments = "{}") {
     const JsonObject given = json(arguments);

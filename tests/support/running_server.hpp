@@ -37,20 +37,15 @@ inline std::string serverInsideApp(const TemporaryHome& home, std::string_view i
   return contents / "MacOS/server";
 }
 
-/// A running server that has been shaken hands with, in a home of its own; as it was built, or
-/// inside the app with the identifier.
+/// A running server that has been shaken hands with, in a home of its own: the server, or another
+/// program, as it was built; or the server inside the app with the identifier.
 struct RunningServer : testing::Test {
   TemporaryHome home;
   ServerProcess server;
 
-  explicit RunningServer(std::string_view app = "")
-      : RunningServer(ServerProcess::Options{.program = app.empty() ? QUILLMERE_SERVER
-                                                                    : serverInsideApp(home, app)}) {
-  }
-
-  /// A program of another kind.
-  explicit RunningServer(ServerProcess::Options options)
-      : server((options.home = home.path(), std::move(options))) {
+  explicit RunningServer(std::string_view app = "", const char* program = QUILLMERE_SERVER)
+      : server(
+            {.program = app.empty() ? program : serverInsideApp(home, app), .home = home.path()}) {
     request("hello", "initialize");
     EXPECT_TRUE(server.receive());
   }
