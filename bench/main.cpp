@@ -168,6 +168,7 @@ class Benchmark {
         compared = {&rivals[0], &compat};
     }
     std::vector<Contender> contenders;
+    contenders.reserve(compared.size());
     for (const Rival* rival : compared) {
       contenders.emplace_back(*rival, home.path(), details.streams, app);
     }
