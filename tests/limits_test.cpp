@@ -32,8 +32,6 @@ namespace {
 
 /// A sanitizer needs terabytes of address space, so with one there is nothing to limit.
 const bool isSanitized = !std::string_view(QUILLMERE_SANITIZERS).empty();
-const std::string_view cannotBeLimited =
-    "\nSKIPPED: limits of address space, which this build's sanitizers take without end.";
 
 const std::string succeeded = "Quillmere tool call succeeded.";
 const std::string pong = R"({"jsonrpc":"2.0","id":"ping","result":{}})";
@@ -84,30 +82,6 @@ struct Limits : RunningServer {
     EXPECT_EQ("\"next\": " + succeeded, nextShort());
   }
 };
-
-TEST_F(Limits, CallsWithoutADescriptorFailAndTheOthersAreServed) {
-  constexpr rlim_t descriptors = 24;
-  constexpr std::size_t calls = 200;
-  const DesktopApp app(home.releaseSocket());
-  ASSERT_TRUE(limit(server.processID(), RLIMIT_NOFILE, descriptors, Limit::hard));
-  // What the test itself was started with may lie beyond the limit.
-  std::size_t served = descriptors;
-  for (rlim_t number = 0; number < descriptors; ++number) {
-    const auto entry = "/proc/" + std::to_string(server.processID()) + "/fd/";
-    if (std::filesystem::is_symlink(entry + std::to_string(number))) --served;
-  }
-  for (std::size_t id = 0; id < calls; ++id) call(static_cast<std::int64_t>(id));
-  for (std::size_t i = served; i < calls; ++i) count(nextShort());
-  for (std::size_t i = 0; i < served; ++i) {
-    serve(app);
-    count(nextShort());
-  }
-  EXPECT_EQ((std::map<std::string, std::size_t>{
-                {succeeded, served},
-                {"-32000 Could not create Quillmere MCP control socket.", calls - served}}),
-            texts);
-  expectAServedCall(app);
-}
 
 struct LimitsInsideAnApp : Limits {
   LimitsInsideAnApp() : Limits("com.tallowbrook.wickfern") {}
@@ -183,48 +157,6 @@ TEST_F(Limits, TwoThousandCallsWaitAtOnceAndAreAnsweredOrCancelled) {
   expectAServedCall(app);
 }
 
-TEST_F(Limits, LargeAnswersWithoutRoomFailAndTheNextOnesComeWhole) {
-  if (isSanitized) GTEST_SKIP() << cannotBeLimited;
-  constexpr std::int64_t calls = 16;
-  ASSERT_TRUE(limit(server.processID(), RLIMIT_AS, 512 << 20));
-  const DesktopApp app(home.releaseSocket());
-  const std::string frame = largestAnswer();
-  const std::string_view whole(frame);
-  const auto take = [&] {
-    std::string line(server.receiveText().value_or("{}"));
-    const std::string_view body = whole.substr(controlPrefixBytes);
-    const std::size_t at = line.find(body);
-    if (at != std::string::npos) line.replace(at, body.size(), "{}");
-    count(shortOf(json(line)));
-  };
-  std::vector<AppConnection> held;
-  for (std::int64_t id = 0; id < calls; ++id) {
-    call(id);
-    held.push_back(app.accept());
-    EXPECT_TRUE(held.back().receive());
-  }
-  // By half its answer each call has room for the whole of it, or has failed. There is not room for
-  // all: 16 times 32 MiB are the limit itself.
-  std::erase_if(held, [&](const AppConnection& connection) {
-    return !connection.send(whole.substr(0, whole.size() / 2));
-  });
-  EXPECT_GT(calls, std::ssize(held));
-  for (const AppConnection& connection : held) connection.send(whole.substr(whole.size() / 2));
-  for (std::int64_t id = 0; id < calls; ++id) take();
-  for (std::int64_t id = calls; id < calls + 3; ++id) {
-    call(id);
-    const AppConnection connection = app.accept();
-    EXPECT_TRUE(connection.receive());
-    EXPECT_TRUE(connection.send(whole));
-    take();
-  }
-  EXPECT_EQ(calls + 3, std::ssize(ids));
-  // What could be received is also written: 15 of the 16 as a rule, and all that come alone.
-  EXPECT_LE(10U + 3U, texts[succeeded]);
-  ASSERT_EQ(2U, texts.size());
-  EXPECT_TRUE(texts.begin()->first.starts_with("-32603 Internal error: ")) << texts.begin()->first;
-}
-
 struct StreamCase {
   std::string_view name;
   /// What a shell does to the program's streams. Input that it redirects holds `script`.
@@ -267,30 +199,6 @@ TEST(Streams, AreReadToTheirEndAndEndTheProgramWhenTheyAreNoneAtAll) {
       answered.emplace_back(message->object().find("id")->text());
     }
     EXPECT_EQ(each.answered, answered);
-    EXPECT_EQ(0, server.waitForExit());
-  }
-}
-
-TEST(Streams, ThatDoNotBlockAreWaitedFor) {
-  const std::string list = "{\"jsonrpc\":\"2.0\",\"id\":1,\"method\":\"tools/list\"}\n";
-  constexpr std::size_t count = 100;
-  for (const ChildStreams streams : {ChildStreams::pipes, ChildStreams::socketPairs}) {
-    const TemporaryHome home;
-    ServerProcess server({.program = QUILLMERE_SERVER,
-                          .home = home.path(),
-                          .streams = streams,
-                          .nonBlocking = true});
-    server.send("{\"jsonrpc\":\"2.0\",\"id\":0,\"method\":\"initialize\"}\n");
-    ASSERT_TRUE(server.receive());
-    // The answers are many times what a pipe or a socket holds.
-    server.send(times(count, list));
-    const auto first = server.receive();
-    for (std::size_t i = 1; i < count; ++i) {
-      const auto next = server.receive();
-      ASSERT_TRUE(next);
-      EXPECT_EQ(first->root().text(), next->root().text());
-    }
-    server.closeInput();
     EXPECT_EQ(0, server.waitForExit());
   }
 }

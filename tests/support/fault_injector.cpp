@@ -25,15 +25,6 @@ using quillmere::FaultOrder;
 /// Null until this library's own start, and for good in a program that is not under test.
 FaultOrder* order = nullptr;
 
-[[gnu::constructor]] void mapOrder() {
-  const char* path = ::getenv(quillmere::faultOrderVariable);
-  const int file = path != nullptr ? ::open(path, O_RDWR | O_CLOEXEC) : -1;
-  if (file < 0) return;
-  void* memory = ::mmap(nullptr, sizeof *order, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
-  if (memory != MAP_FAILED) order = static_cast<FaultOrder*>(memory);
-  ::close(file);
-}
-
 enum class Fate { works, isShort, isNothing, fails };
 
 /// Settles one call, and sets `errno` when it is to fail.
@@ -55,6 +46,19 @@ bool fails(Call call) {
 template <typename Function>
 Function* systems(const char* name) {
   return reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));
+}
+
+/// Found at the start: to look for it may need to free something.
+void (*systemsFree)(void* block) = nullptr;
+
+[[gnu::constructor]] void start() {
+  systemsFree = systems<void(void*)>("free");
+  const char* path = ::getenv(quillmere::faultOrderVariable);
+  const int file = path != nullptr ? ::open(path, O_RDWR | O_CLOEXEC) : -1;
+  if (file < 0) return;
+  void* memory = ::mmap(nullptr, sizeof *order, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+  if (memory != MAP_FAILED) order = static_cast<FaultOrder*>(memory);
+  ::close(file);
 }
 
 /// Carries `transfer` out on as many of `size` bytes as it may have.
@@ -204,10 +208,10 @@ void* realloc(void* block, size_t size) {
 }
 
 void free(void* block) {
-  static const auto system = systems<decltype(free)>("free");
   const bool waits = order != nullptr && order->inARow == quillmere::untilRelease;
   if (waits && ::malloc_usable_size(block) >= quillmere::muchBytes) order->inARow = 0;
-  system(block);
+  // What is given back before it is known to whom stays where it is.
+  if (systemsFree != nullptr) systemsFree(block);
 }
 
 }  // extern "C"

@@ -1,4 +1,5 @@
-// What a test orders the fault injector to do, in memory that it shares with the program under test.
+// What a test orders the fault injector to do, in memory that it shares with the program under
+// test.
 #pragma once
 
 #include <atomic>
