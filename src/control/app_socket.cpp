@@ -1,3 +1,6 @@
+// There may be two desktop apps at a time, a debug build and the installed one, each with a socket
+// at a place of its own. A server that was shipped inside of one of them looks there first; and a
+// call must rather fail than reach the other app only because the system was short of something.
 #include "control/app_socket.hpp"
 
 #include <algorithm>
@@ -38,6 +41,7 @@ namespace {
 
 constexpr std::string_view socketFileName = "qm-mcp.sock";
 
+/// The groups to look in: first that of the app that the server is a part of.
 std::vector<std::string_view> groupsInOrder(const std::optional<std::string>& bundleIdentifier) {
   std::vector<std::string_view> groups(Constants::appGroupIdentifiers.begin(),
                                        Constants::appGroupIdentifiers.end());
@@ -66,6 +70,8 @@ UnixSocket connectToFirst(const std::vector<std::string>& candidates) {
     const PathKind kind = kindOfPath(path);
     if (kind == PathKind::nothing) continue;
 
+    // What fails does not end the search: the app may have left a stale socket in one place and
+    // listen in another.
     std::string failure = "not a socket";
     if (kind == PathKind::socket) {
       auto socket = UnixSocket::create();
@@ -106,6 +112,7 @@ std::string executableURL() {
 }
 
 std::optional<std::string> bundledAppIdentifier(const std::string& executable) {
+  // From the inside out, so that a helper's bundle inside of an app's counts and not the app's.
   std::string_view folder = executable;
   do {
     const std::size_t slash = folder.rfind('/');
@@ -129,6 +136,7 @@ std::vector<std::string> socketCandidates(const std::optional<std::string>& bund
   std::vector<std::string> candidates;
   const auto appendCandidate = [&](std::string_view folder) {
     std::string path = below(folder, socketFileName);
+    // The platform's folder for a group is often the very one below the home.
     if (std::ranges::find(candidates, path) == candidates.end()) {
       candidates.push_back(std::move(path));
     }

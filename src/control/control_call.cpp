@@ -1,3 +1,6 @@
+// One call is one connection: a frame out, a frame back, and it is closed. So nothing that is left
+// of one call can be taken for another's, and to cancel a call is to break its connection.
+//
 // What may leave the process is decided here once more, whatever a tool's schema allows: only known
 // fields, and none that is too long.
 #include "control/control_call.hpp"
@@ -94,6 +97,8 @@ void stopIfCancelled(const InFlightRequest& inFlight) {
 class CallConnection {
  public:
   explicit CallConnection(InFlightRequest& inFlightRequest) : inFlight(inFlightRequest) {
+    // Asked before the connect, which may take its time, and by `attach` after it: a cancellation
+    // in between has found no connection to break.
     stopIfCancelled(inFlight);
     socket = std::make_shared<const UnixSocket>(connectAppControlSocket());
     if (!inFlight.attach(socket)) throw errors::cancelled();
@@ -116,10 +121,13 @@ class CallConnection {
     constexpr std::size_t smallAnswer = 16'384;
     Bytes received;
     receive(received, controlPrefixBytes, smallAnswer);
+    // What came just before the connection was broken is not wanted any more.
     stopIfCancelled(inFlight);
     const std::size_t length = controlBodyLength(viewOf(received));
     if (length == 0 || length > maxControlResponseBytes) throw errors::invalidControlFrame();
 
+    // Now that the length is known there is room for the whole body at once, and it is received
+    // into the place from where it goes out again.
     Bytes body = bytesOf(viewOf(received).substr(controlPrefixBytes, length));
     receive(body, length, length);
     stopIfCancelled(inFlight);

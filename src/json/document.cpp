@@ -18,9 +18,10 @@ namespace {
 using Kind = JsonDocument::Kind;
 using Token = JsonDocument::Token;
 
-/// Turns the parser's events into tokens.
+/// Turns the parser's events into tokens. The names of its functions and limits are the parser's.
 class TokenList {
  public:
+  // The one limit is that on the whole text.
   static constexpr std::size_t max_object_size = static_cast<std::size_t>(-1);
   static constexpr std::size_t max_array_size = static_cast<std::size_t>(-1);
   static constexpr std::size_t max_key_size = static_cast<std::size_t>(-1);
@@ -45,6 +46,7 @@ class TokenList {
   bool on_object_begin(Error&) { return begin(Kind::object); }
   bool on_array_begin(Error&) { return begin(Kind::array); }
   bool on_object_end(std::size_t count, Error&) {
+    // A colon for each member; `end` counts the commas.
     separators += count;
     return end(count);
   }
@@ -107,6 +109,7 @@ class TokenList {
       return addAt(offset - 1, Kind::plainString, size + quotes);
     }
     skipToNext();
+    // The parser has found the end of the string, so there is a quote to stop at.
     const char* const first = &text[cursor + 1];
     const char* last = first;
     while (*last != '"') last += *last == '\\' ? 2 : 1;
@@ -139,8 +142,11 @@ class TokenList {
   std::uint32_t innermost = 0;
 };
 
-/// Writes each escaped slash as a slash; returns whether there were any. Takes any bytes: in a text
-/// that is no JSON nothing becomes valid by this, since outside of strings neither form is.
+/// Writes each escaped slash as a slash; returns whether there were any. The desktop app's writer
+/// escapes all of them, and a screenshot in base64 is full of them; without escapes it is a plain
+/// string. Done before the text is parsed, while nothing refers to its places yet. Takes any bytes:
+/// in a text that is no JSON nothing becomes valid by this, since outside of strings neither form
+/// is.
 bool unescapeSlashes(Bytes& bytes) {
   std::string_view left = viewOf(bytes);
   char* to = bytes.data();
@@ -165,12 +171,14 @@ bool unescapeSlashes(Bytes& bytes) {
   return found;
 }
 
-/// Takes out the white space between tokens.
+/// Takes out the white space between tokens, from the left to the right: a token only ever moves to
+/// the left, over bytes that have been moved already.
 void compact(Bytes& text, Buffer<Token>& tokens) {
   std::size_t from = 0;
   std::size_t to = 0;
   for (std::size_t i = 0; i < tokens.size(); ++i) {
     Token& token = tokens[i];
+    // Commas and colons have no tokens.
     for (; from < token.offset(); ++from) {
       if (text[from] == ',' || text[from] == ':') text[to++] = text[from];
     }
@@ -235,6 +243,9 @@ std::shared_ptr<const JsonDocument> parse(Bytes text, bool withoutBlanks) {
   // What is after the last token does not count.
   const std::string_view whole = viewOf(text).substr(0, tokens[tokens.size() - 1].offset() + 1);
   const bool hasBlanks = whole.size() > parser.handler().compactSize();
+  // The text goes out in a message that is one line, so line breaks must go. A text whose slashes
+  // have moved is moved anyway. In all others blanks do no harm, and to take them out would take
+  // time.
   const bool isCompacted = hasBlanks && (withoutBlanks || hadSlashes ||
                                          whole.find_first_of("\n\r") != std::string_view::npos);
   if (isCompacted) compact(text, tokens);

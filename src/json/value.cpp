@@ -115,6 +115,7 @@ bool isStringOf(const JsonDocument& document, std::uint32_t token, std::string_v
 }
 
 const JsonDocument& emptyObject() {
+  // Never destroyed: workers may use it while the process ends.
   static const auto& document = *new std::shared_ptr<const JsonDocument>(parseJson("{}"));
   return *document;
 }
@@ -122,10 +123,13 @@ const JsonDocument& emptyObject() {
 }  // namespace
 
 double JsonNumber::value() const {
+  // Not `from_chars`, which gives no infinity for what is too large. The program sets no locale, so
+  // the decimal point is a point.
   return std::strtod(std::string(digits).c_str(), nullptr);
 }
 
 std::optional<std::int64_t> JsonNumber::integer() const {
+  // Of 64 bits. The zeros of a larger exponent need not be written out to be refused.
   constexpr std::int64_t mostDigits = 19;
   const Decimal decimal = takeApart(digits);
   if (decimal.digits.empty()) return 0;
@@ -226,6 +230,7 @@ JsonIterator<JsonMember> JsonObject::end() const {
 std::optional<JsonValue> JsonObject::find(std::string_view key) const {
   std::uint32_t found = 0;
   const std::uint32_t last = document->next(token) - 1;
+  // To the end, since of equal keys the last counts.
   for (std::uint32_t member = token + 1; member != last; member = document->next(member + 1)) {
     if (isStringOf(*document, member, key)) found = member + 1;
   }
@@ -258,6 +263,7 @@ std::vector<JsonMember> JsonObject::distinctMembers() const {
     };
     return characters(left) < characters(right);
   });
+  // Of members with one key the first is replaced by the last, and the others go.
   std::vector<bool> isRepeated(members.size());
   for (std::size_t i = 1, first = 0; i < order.size(); ++i) {
     if (members[order[first]].key() == members[order[i]].key().view()) {

@@ -149,6 +149,9 @@ void appendIndented(std::string& text, const JsonValue& value, std::size_t depth
 
 }  // namespace
 
+// A text is valid JSON at any time: an object or an array has its closing bracket, which is taken
+// off and put on again with each member or element.
+
 JsonText::JsonText(std::nullptr_t) : copied("null") {}
 
 JsonText::JsonText(std::string_view string) {
@@ -185,6 +188,8 @@ JsonText JsonText::constant(std::string_view json) {
 
 JsonText JsonText::quoted(const JsonValue& value, std::span<const Replacement> replaced) {
   std::string_view left = value.text();
+  // One string from the start: a large text would else be copied each time it grows. About every
+  // fifth byte of JSON is a quote.
   std::string text;
   text.reserve(left.size() + left.size() / 4 + 2);
   text += '"';
@@ -254,6 +259,8 @@ std::string JsonText::str() const {
 
 void JsonText::open(char bracket) {
   copied.pop_back();
+  // A bracket that is followed by a run is not the last byte of the text, although it is the last
+  // one of the string.
   const bool endsWithRun = !runs.empty() && runs.back().at == copied.size();
   if (endsWithRun || copied.back() != bracket) copied += ',';
 }
@@ -268,6 +275,7 @@ void JsonText::append(std::string_view json, std::shared_ptr<const void> holder)
 
 void JsonText::shareCopied() {
   if (copied.size() < longBytes) return;
+  // From now on a copy of the text, and each text that it is added to, refers to these bytes.
   const auto whole = std::make_shared<const std::string>(std::move(copied));
   copied.clear();
   append(*whole, whole);

@@ -1,3 +1,5 @@
+// The handshake. It may be repeated: a client that starts over gets what it would get from a new
+// server, and a handshake that fails leaves the one before it in force.
 #include <memory>
 #include <string>
 
@@ -46,6 +48,8 @@ std::string_view negotiatedProtocolVersion(const std::optional<JsonValue>& reque
   const auto version = requested->asString();
   if (!version) throw errors::protocolVersionNotAString();
 
+  // Versions are dates, so their order as text is their order in time. The newest one that is not
+  // newer than the client's is what the client is most likely to know.
   std::string_view chosen = oldestProtocolVersion;
   for (const std::string_view supported : Constants::supportedProtocolVersions) {
     if (supported <= version->view()) chosen = supported;

@@ -113,6 +113,8 @@ const Prompt& promptDefinition(std::string_view name) {
 }
 
 void validatePromptArguments(const Prompt& prompt, const JsonObject& arguments) {
+  // The first by name, not by place: the same call gets the same message however its keys are
+  // ordered.
   std::optional<std::string> firstUnknown;
   for (const JsonMember& given : arguments) {
     const JsonString key = given.key();

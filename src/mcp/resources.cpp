@@ -1,3 +1,5 @@
+// What two tools list, for clients that show resources. A read is a call to the app like a tool's,
+// but takes no arguments: the rows say what is asked.
 #include <algorithm>
 #include <span>
 #include <string_view>
@@ -59,6 +61,7 @@ JsonText readResource(const JsonObject& params, InFlightRequest& inFlight, const
   const auto* resource = std::ranges::find(resources, uri, &Resource::uri);
   if (resource == std::end(resources)) throw errors::unknownResource(uri);
 
+  // As a tool's arguments would come, so that the same checks and limits hold.
   const auto arguments = parseJson(resource->arguments);
   const auto payload = callAppControl(resource->command, arguments->object(), inFlight);
   JsonText contents = JsonText::array();

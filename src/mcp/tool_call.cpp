@@ -1,3 +1,6 @@
+// A tool call from its parameters to its result. Whatever is wrong with the call itself is found
+// before the app is looked for, and is an error; what the app then refuses is a result, which the
+// AI reads.
 #include <optional>
 #include <string>
 #include <string_view>
@@ -33,6 +36,7 @@ JsonText callTool(const JsonObject& params, InFlightRequest& inFlight, const For
   const auto [name, rawArguments] = toolArguments(params);
   const Tool* tool = form.findTool(name);
   if (tool == nullptr) throw errors::unknownTool(name);
+  // `rewritten` is not used by name, but `arguments` may refer to its bytes.
   const auto [arguments, rewritten] = normalizeToolArguments(tool->name, rawArguments);
   validateSchemaArguments(*tool, form.spelled(tool->name), arguments);
   if (tool->toolToCommand.empty()) {

@@ -30,6 +30,7 @@ struct Item {
 class Reader {
  public:
   explicit Reader(std::string_view all) : data(all) {
+    // The trailer's first six bytes say nothing that a reader needs.
     const std::size_t trailer = data.size() - trailerBytes;
     offsetBytes = number(trailer + 6, 1).value_or(0);
     referenceBytes = number(trailer + 7, 1).value_or(0);
@@ -45,7 +46,9 @@ class Reader {
       const auto name = member(*list, i);
       // A list in which a key refers to nothing is broken, and its other keys are not looked at.
       if (!name) return std::nullopt;
+      // The key that is looked for is ASCII, which writers store as such.
       if (name->kind != asciiString || bytesOf(*name) != key) continue;
+      // A dictionary refers to all its keys first, and then to all its values.
       const auto value = member(*list, list->count + i);
       return value ? textOf(*value) : std::nullopt;
     }
@@ -71,6 +74,8 @@ class Reader {
     const auto at = number(tableAt + index * offsetBytes, offsetBytes);
     if (!at || *at < headerBytes || *at >= tableAt) return std::nullopt;
 
+    // The upper half of an object's first byte is its kind, the lower half its count. A count that
+    // does not fit there is an integer object of its own, which follows.
     constexpr std::uint64_t countFollows = 0xF;
     const std::uint64_t marker = *number(*at, 1);
     Item found{.kind = static_cast<std::uint8_t>(marker >> 4U),
@@ -85,6 +90,7 @@ class Reader {
       found.count = *count;
       found.contentAt += 1 + width;
     }
+    // Each element takes a byte at least, and sums with a count like this can't overflow.
     if (found.count > data.size()) return std::nullopt;
     return found;
   }

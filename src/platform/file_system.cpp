@@ -1,3 +1,5 @@
+// An app is chosen by what is found here. So "it is not there" and "there was no descriptor left to
+// look" must never be taken for each other: the one leads to the next app, the other must not.
 #include "platform/file_system.hpp"
 
 #include <fcntl.h>
@@ -59,6 +61,7 @@ passwd* passwordEntry(passwd& entry, std::span<char> text) {
 }  // namespace
 
 std::string homeDirectory() {
+  // A relative home would be another one in each current directory.
   const char* home = std::getenv("HOME");
   if (home != nullptr && home[0] == '/') return home;
 
@@ -106,12 +109,14 @@ PathKind kindOfPath(const std::string& path) {
     return PathKind::nothing;
   }
   if (S_ISSOCK(status.st_mode)) return PathKind::socket;
+  // A link is asked for what it leads to, which `access` looks at, and `lstat` does not.
   if (!S_ISLNK(status.st_mode) || ::access(path.c_str(), F_OK) == 0) return PathKind::somethingElse;
   requireResources(errno);
   return PathKind::nothing;
 }
 
 std::optional<std::string> readFile(const std::string& path, std::size_t maxBytes) {
+  // To open a pipe would wait for its writer, and to open a terminal could make it ours.
   const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
   struct stat status {};
   if (!file.isOpen() || ::fstat(file.number(), &status) != 0) {
@@ -130,6 +135,7 @@ std::optional<std::string> readFile(const std::string& path, std::size_t maxByte
       requireResources(errno);
       return std::nullopt;
     }
+    // It has become shorter since it was looked at.
     if (count == 0) break;
     have += static_cast<std::size_t>(count);
   }

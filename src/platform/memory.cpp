@@ -68,6 +68,8 @@ class KeptBlocks {
   /// with the reserve too. Returns null when that does not help.
   void* resizeInNeed(void* start, std::size_t bytes) {
     const std::lock_guard hold(lock);
+    // The reserve is left to what is small: a screenshot for which there is no room must not cost
+    // us the text that says so.
     for (Kept& kept : _kept) std::free(takeOut(kept).start);
     void* const resized = std::realloc(start, bytes);
     if (resized != nullptr || bytes >= largeBytes) return resized;
@@ -106,6 +108,7 @@ class KeptBlocks {
     return std::exchange(kept.block, {});
   }
 
+  /// By hand, because a `std::thread` has the default stack and throws when it can't be started.
   bool startKeeper() {
     pthread_attr_t attributes;
     if (pthread_attr_init(&attributes) != 0) return false;
@@ -169,6 +172,8 @@ void* resized(void* start, std::size_t bytes) {
   void* block = std::realloc(start, bytes);
   if (block == nullptr) block = keptBlocks().resizeInNeed(start, bytes);
   if (block != nullptr) return block;
+  // By the rules of C++ the handler is called again and again until there is memory. Ours does not
+  // return, and so one call is enough.
   const std::new_handler end = std::get_new_handler();
   if (bytes < largeBytes && end != nullptr) end();
   throw std::bad_alloc();
@@ -178,6 +183,8 @@ void* resized(void* start, std::size_t bytes) {
 
 void tuneAllocator() {
 #ifdef __GLIBC__
+  // Set, so that it stays: by itself it would rise to the size of each mapping that is freed, and
+  // the next large blocks would come from the heap.
   mallopt(M_MMAP_THRESHOLD, static_cast<int>(largeBytes));
   // What small blocks leave free at the end of the heap; without it the heap would shrink and grow
   // with each message of some size.
@@ -195,6 +202,8 @@ void refillReserve() {
 }
 
 void resizeBlock(MemoryBlock& block, std::size_t bytes) {
+  // A block that is large already is a mapping, which the system moves without copying it: to
+  // exchange that for a kept one would cost more.
   if (block.bytes < largeBytes && bytes >= largeBytes) {
     const MemoryBlock kept = keptBlocks().take(bytes);
     if (kept.start != nullptr) {

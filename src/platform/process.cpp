@@ -22,6 +22,7 @@ void raiseDescriptorLimit() {
   if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
   rlim_t most = limit.rlim_max;
 #ifdef __APPLE__
+  // macOS says "unlimited" there, and refuses to be taken at its word.
   most = std::min(most, rlim_t{OPEN_MAX});
 #endif
   if (limit.rlim_cur >= most) return;
@@ -47,6 +48,8 @@ std::string_view argumentZero() {
 }
 
 void endProcess() {
+  // Without exit handlers and destructors: workers may still use what those would take apart.
+  // Nothing of ours is buffered, so nothing is lost.
   ::_exit(0);
 }
 

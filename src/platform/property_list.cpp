@@ -65,6 +65,8 @@ class XmlReader {
       isInsidePlist = true;
       return;
     }
+    // At depth 0 comes the dictionary, at depth 1 its keys and values in turn. What is below is of
+    // no interest, unless it is inside of a text that is kept, where no element may be.
     const bool isWanted = depth == 1 && !isKeyNext && key == wanted;
     switch (depth) {
       case 0:
@@ -88,6 +90,7 @@ class XmlReader {
     // The end of `plist` itself.
     if (depth == 0) return;
     --depth;
+    // The dictionary has ended after a key.
     if (depth == 0 && !isKeyNext) refuse();
     if (depth != 1) return;
     if (isKeyNext) {

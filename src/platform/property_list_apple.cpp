@@ -1,3 +1,5 @@
+// On macOS the system reads property lists, in whatever form. What it accepts is what the desktop
+// app's own code accepts.
 #include <CoreFoundation/CoreFoundation.h>
 
 #include <memory>

@@ -88,6 +88,8 @@ bool InputStream::read(std::size_t most, Bytes& to) {
   if (hasEnded) return false;
   char* const room = to.room(most);
   const ssize_t count = repeated(input, POLLIN, [&] { return ::read(input, room, most); });
+  // A failed read ends the input like its end does. What would come after it could be the middle of
+  // a message, and would be taken for the start of one.
   const std::size_t taken = count > 0 ? static_cast<std::size_t>(count) : 0;
   to.grow(taken);
   ahead.remove_prefix(std::min(taken, ahead.size()));
@@ -111,6 +113,7 @@ void InputStream::fillAhead() {
     case LookAhead::none:
       break;
   }
+  // Slow is better than not at all: from now on it is read byte by byte.
   if (count < 0) way = LookAhead::none;
   ahead = {aheadBuffer.get(), count > 0 ? static_cast<std::size_t>(count) : 0};
 }
@@ -127,6 +130,8 @@ long InputStream::positionAhead() const {
 }
 
 long InputStream::teeAhead() const {
+  // Our own pipe is emptied each time, so there is always room in it and `tee` waits for input
+  // only.
 #ifdef __APPLE__
   return -1;
 #else
@@ -161,6 +166,7 @@ bool writeAll(int descriptor, std::vector<std::string_view> pieces) {
       return ::writev(descriptor, entries.data(), static_cast<int>(filled));
     });
     if (count < 0) return false;
+    // The system may take any number of the bytes. The rest is sent from where it stopped.
     for (auto left = static_cast<std::size_t>(count); left > 0;) {
       const std::size_t part = std::min(left, next->size());
       next->remove_prefix(part);

@@ -27,6 +27,7 @@ CodePoint firstCodePoint(std::string_view text) {
   const utf8proc_ssize_t length =
       utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(text.data()),
                        static_cast<utf8proc_ssize_t>(text.size()), &point.value);
+  // At least one, so that a caller's loop ends whatever it was given.
   point.length = length > 0 ? static_cast<std::size_t>(length) : 1;
   return point;
 }
@@ -94,8 +95,12 @@ inline ByteBlock utf8Errors(const char* bytes) {
   const ByteBlock before = blockAt(bytes - 1);
   const ByteBlock twoBefore = blockAt(bytes - 2);
   const ByteBlock threeBefore = blockAt(bytes - 3);
+  // A comparison gives 0xFF in each byte where it holds, and 0 elsewhere.
   const auto where = [](auto comparison) { return reinterpret_cast<ByteBlock>(comparison); };
 
+  // A lead byte says how many bytes must follow it. A byte must be a continuation exactly where the
+  // one before it leads a character, the second one before leads one of three, or the third one of
+  // four; an error is where the two disagree.
   const ByteBlock continues = where((here & 0xC0) == 0x80);
   const ByteBlock mustContinue =
       where(before >= 0xC0) | where(twoBefore >= 0xE0) | where(threeBefore >= 0xF0);
@@ -227,6 +232,7 @@ std::string lowerCased(std::string_view text) {
 }
 
 bool hasMoreCharactersThan(std::string_view text, std::size_t count) {
+  // A character has a byte at least. This spares most texts the look at each of theirs.
   if (text.size() <= count) return false;
   std::size_t characters = 0;
   utf8proc_int32_t previous = 0;

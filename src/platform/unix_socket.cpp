@@ -1,3 +1,6 @@
+// A socket is made non-blocking and becomes a blocking one when it is connected. A connect that
+// blocks can't be given a time limit; a transfer that blocks can, and needs no second system call
+// to wait.
 #include "platform/unix_socket.hpp"
 
 #include <fcntl.h>
@@ -14,6 +17,8 @@ namespace quillmere {
 
 std::optional<UnixSocket> UnixSocket::create() {
 #ifdef __APPLE__
+  // There the flags can't be given at once. The program starts no other one that could inherit the
+  // descriptor meanwhile.
   Descriptor socket(::socket(AF_UNIX, SOCK_STREAM, 0));
   if (!socket.isOpen()) return std::nullopt;
   ::fcntl(socket.number(), F_SETFD, FD_CLOEXEC);
@@ -38,7 +43,7 @@ std::optional<UnixSocket::ConnectFailure> UnixSocket::connectTo(
   std::ranges::copy(path, address.sun_path);
   const auto* generic = reinterpret_cast<const sockaddr*>(&address);
   const bool isConnected = ::connect(descriptor.number(), generic, length) == 0;
-  // The socket does not block yet, so that a connect that can't be made at once comes back.
+  // Any other error is final, `EAGAIN` included: it means that the app's backlog is full.
   if (!isConnected && errno != EINPROGRESS) return ConnectFailure{.error = errno};
   if (!isConnected) {
     pollfd entry{.fd = descriptor.number(), .events = POLLOUT, .revents = 0};
@@ -55,6 +60,7 @@ std::optional<UnixSocket::ConnectFailure> UnixSocket::connectTo(
 int UnixSocket::takePendingError() const {
   int error = 0;
   socklen_t length = sizeof error;
+  // The option holds the connect's outcome; the call has an outcome of its own.
   const bool isRead = ::getsockopt(descriptor.number(), SOL_SOCKET, SO_ERROR, &error, &length) == 0;
   if (error == 0 && !isRead) error = errno;
   return error;

@@ -17,7 +17,9 @@ namespace {
 
 using UuidBytes = std::array<unsigned char, 16>;
 
-/// Random bytes; the system is asked for those of many identifiers at a time. Thread-safe.
+/// Random bytes. The system is asked for those of 16 identifiers at a time, 256 bytes being the
+/// most that it gives at once: a system call for each would show in the time of a call.
+/// Thread-safe.
 UuidBytes randomBytes() {
   static std::mutex lock;
   static std::array<UuidBytes, 16> _block;
@@ -36,6 +38,7 @@ UuidBytes randomBytes() {
 
 std::string randomUuid() {
   UuidBytes bytes = randomBytes();
+  // Six bits are not random: version 4, and the variant of RFC 9562.
   bytes[6] = static_cast<unsigned char>((bytes[6] & 0x0FU) | 0x40U);
   bytes[8] = static_cast<unsigned char>((bytes[8] & 0x3FU) | 0x80U);
 

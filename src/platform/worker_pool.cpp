@@ -59,9 +59,12 @@ bool WorkerPool::startThread() {
     const std::lock_guard hold(lock);
     worker = std::exchange(_ended, _ended == nullptr ? nullptr : _ended->_below);
   }
+  // That of a thread that has ended, before a new one: so there are never more of them than there
+  // were threads at one time.
   if (worker == nullptr) worker = new (std::nothrow) Worker{*this};
   if (worker == nullptr) return false;
 
+  // Not a `std::thread`, which has the default stack of 8 MiB and can't be given another.
   pthread_t thread{};
   pthread_attr_t attributes;
   bool started = false;
@@ -101,6 +104,7 @@ void WorkerPool::work(Worker& self) {
     _tasks.pop_front();
     hold.unlock();
     task();
+    // What it holds goes now. A worker that sleeps next would keep a request's whole memory.
     task = nullptr;
     hold.lock();
   }
@@ -119,6 +123,7 @@ bool WorkerPool::isCalledInTime(Worker& self, std::unique_lock<std::mutex>& hold
 }
 
 void WorkerPool::takeOut(const Worker& idle) {
+  // The uppermost is the one that slept last, so there `_lastIdle` is what refers to it.
   (idle._above != nullptr ? idle._above->_below : _lastIdle) = idle._below;
   if (idle._below != nullptr) idle._below->_above = idle._above;
 }

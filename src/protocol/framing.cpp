@@ -1,3 +1,6 @@
+// A client sends messages as lines, or as bodies after header blocks, and may change from one to
+// the other at any message. The first line of a message says which it is. So input is read line by
+// line, and never past what belongs to the message.
 #include "protocol/framing.hpp"
 
 #include <algorithm>
@@ -24,6 +27,8 @@ std::string_view trimmedOf(std::string_view text, std::string_view unwanted) {
   return text.substr(first, text.find_last_not_of(unwanted) - first + 1);
 }
 
+/// Whether the message's first line is a header. Only what begins with the name and a colon at once
+/// is one: JSON can't begin like that, and all else is for the JSON parser to refuse.
 bool startsHeaderBlock(std::string_view line) {
   const std::string start = asciiLowerCased(line.substr(0, headerName.size() + 1));
   return start.starts_with(headerName) && start.ends_with(':') && isAscii(line);
@@ -43,6 +48,7 @@ std::vector<Bytes> readHeaderBlock(StdinReader& reader, Bytes firstLine) {
 
 /// A whole number with at most one sign in front of it, or nothing.
 std::optional<std::int64_t> decimalInteger(std::string_view text) {
+  // `from_chars` takes a minus by itself, and no plus.
   if (text.starts_with('+')) {
     text.remove_prefix(1);
     if (text.starts_with('-')) return std::nullopt;
@@ -64,6 +70,8 @@ std::optional<std::string_view> contentLengthValue(std::string_view line) {
   return trimmedOf(line.substr(colon + 1), " \t");
 }
 
+/// Judged when the whole block has been read, so that the next message starts after the block even
+/// when this one is refused.
 std::size_t bodyLength(const std::vector<Bytes>& headerLines) {
   std::optional<std::int64_t> length;
   for (const Bytes& bytes : headerLines) {
@@ -83,6 +91,8 @@ std::size_t bodyLength(const std::vector<Bytes>& headerLines) {
 
 std::optional<Bytes> StdinReader::readLine(std::size_t maxBytes) {
   Bytes line;
+  // A byte more than allowed is asked for: it tells a line that is too long from one that just
+  // fits.
   while (input.readThrough('\n', maxBytes + 1 - line.size(), line)) {
     if (line.size() > maxBytes) throw errors::messageTooLarge();
     if (viewOf(line).back() == '\n') return line;
@@ -114,6 +124,7 @@ void MessageWriter::writeMessage(const JsonText& message) {
   pieces.insert(pieces.begin(), header);
   pieces.emplace_back("\n");
   const std::lock_guard hold(stdoutLock);
+  // Settled with the lock, so that no plain line follows a framed message of another thread.
   (state.usesContentLengthFraming() ? pieces.back() : pieces.front()) = {};
   if (!writeAll(output, std::move(pieces))) endProcess();
 }

@@ -7,10 +7,11 @@
 namespace quillmere {
 
 std::string requestIDKey(const JsonValue& id) {
-  if (const auto number = id.asNumber()) return "[" + number->canonicalText() + "]";
-  // Written anew, so that one text with other escapes in it is the same id.
-  if (const auto string = id.asString()) return "[" + JsonText(*string).str() + "]";
-  return "[" + std::string(id.text()) + "]";
+  if (const auto number = id.asNumber()) return number->canonicalText();
+  // Written anew, so that one text with other escapes in it is the same id. Its quotes tell it from
+  // a number.
+  if (const auto string = id.asString()) return JsonText(*string).str();
+  return std::string(id.text());
 }
 
 void InFlightRequest::cancel(std::optional<std::string> reason) {
@@ -64,6 +65,7 @@ void InFlightRequests::remove(const InFlightRequest& request) noexcept {
   const auto place = _requests.find(request.key);
   if (place == _requests.end() || place->second.get() != &request) return;
   removed = std::move(place->second);
+  // The record itself goes after the lock is free: a message of megabytes may go with it.
   _requests.erase(place);
 }
 

@@ -5,6 +5,7 @@
 
 namespace quillmere {
 
+// One place decides what the client reads of an exception, wherever it is caught.
 MCPError currentFailure() {
   try {
     throw;

@@ -17,6 +17,7 @@ std::shared_ptr<const JsonDocument> parseMessage(Bytes payload) {
 
 std::optional<JsonValue> requestIDOf(const JsonObject& message) {
   const auto id = message.find("id");
+  // JSON-RPC 2.0 discourages null as an id. Here it counts as none.
   if (!id || id->isNull()) return std::nullopt;
   if (id->asBoolean()) throw errors::idIsBoolean();
   if (!id->isString() && !id->asNumber()) throw errors::idOfWrongType();
@@ -39,6 +40,8 @@ void answerWithFailure(const std::optional<JsonValue>& id, MessageWriter& output
   try {
     output.writeMessage(makeErrorResponse(id, currentFailure()));
   } catch (...) {
+    // The first failure could not be put into words, for want of memory or because its text is no
+    // UTF-8. That is a failure too, and one with a short text.
     output.writeMessage(makeErrorResponse(id, currentFailure()));
   }
 }

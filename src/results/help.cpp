@@ -1,3 +1,5 @@
+// The help tool needs no desktop app, so that an AI can learn what to do about a missing one. Names
+// of tools in these texts are the catalogue's; each form spells them as its client sees them.
 #include "results/help.hpp"
 
 #include <algorithm>
@@ -82,9 +84,11 @@ std::size_t topicNumber(std::optional<std::string_view> topic) {
   return chosen == std::end(topics) ? 0 : static_cast<std::size_t>(chosen - std::begin(topics));
 }
 
+/// All results at once, for `writtenOnce`.
 std::array<std::string, std::size(topics)> helpResults(const Form& form) {
   std::array<std::string, std::size(topics)> texts;
   for (std::size_t i = 0; i < texts.size(); ++i) {
+    // As if it were an answer of the app: a result is made of a payload that was read.
     const auto payload = parseJson(helpPayload(topics[i].name, form).str());
     texts[i] = toolResult(payload->object(), form).str();
   }

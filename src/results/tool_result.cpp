@@ -1,3 +1,6 @@
+// Of an answer that may hold megabytes a few members are read, for the summary; the rest is passed
+// on by reference, as the bytes that came. Only where guidance is added, or the client's form wants
+// it, the answer is written anew.
 #include "results/tool_result.hpp"
 
 #include <algorithm>
@@ -24,6 +27,7 @@ void addSessionHint(GuidedPayload& guided, const JsonObject& arguments, const Fo
   const auto isPhoneScreen = [](const JsonValue& session) {
     return session.asObject()->findString("sessionKind") == "phoneScreen";
   };
+  // Other kinds of session can't be observed or tapped: for these tools there is none.
   const auto sessions = objectsIn(guided.answer, "sessions");
   if (sessions && std::ranges::any_of(*sessions, isPhoneScreen)) return;
 
@@ -132,6 +136,7 @@ void addVisiblePackage(Summary& summary, const JsonObject& visibleState) {
 void addWarnings(Summary& summary, const GuidedPayload& payload) {
   std::size_t count = 0;
   const auto addWarning = [&](std::string_view warning) {
+    // An empty one is counted and takes up a place, but has nothing to show.
     if (count++ < shownWarnings && !warning.empty()) summary.addLine("warning: ", warning);
   };
   if (const auto own = payload.ownWarnings()) {
@@ -146,6 +151,8 @@ JsonText structuredContent(const GuidedPayload& payload) {
   // The very bytes that came, unless something is added to them.
   if (!addedWarning && !next) return answer;
 
+  // Not `set` over the old members: a key would be there twice, and clients differ in which they
+  // take.
   std::vector<std::string_view> replaced;
   if (addedWarning) replaced.emplace_back("warnings");
   if (next) replaced.emplace_back("nextRecommendedTool");
@@ -169,7 +176,9 @@ JsonText structuredContent(const GuidedPayload& payload) {
 /// Adds the payload to a result's content: as JSON text, and each picture in it as an item of its
 /// own, which the text names in the picture's place.
 void addPayload(JsonText& content, const GuidedPayload& payload) {
-  // What is added to an answer is in no document yet.
+  // The text is quoted from a document without blanks, in which each picture has a place. The app's
+  // own document will do, unless it has blanks, or something was added, which is in no document
+  // yet.
   const bool isWhole = !payload.addedWarning && !payload.nextRecommendedTool;
   const JsonValue answer = payload.answer.asValue();
   const auto made = isWhole && answer.holder().isCompact()

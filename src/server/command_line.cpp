@@ -34,9 +34,11 @@ void print(std::string_view text) {
 
 int printDoctorReport() {
   try {
+    // Written and read again, because the indented writer sorts the keys of what was read.
     print(indentedJson(parseJson(doctorPayload().str())->root()));
     return 0;
   } catch (const std::exception&) {
+    // A path that is no UTF-8, say, which no JSON can hold. Half a report would be worse than none.
     return 1;
   }
 }

@@ -1,3 +1,5 @@
+// A report for a person whose AI client says that the phone can't be reached. It uses the functions
+// that a call uses, so that it can't find another socket than a call does.
 #include "server/doctor.hpp"
 
 #include <exception>

@@ -1,3 +1,6 @@
+// The table of methods is the one place that knows them all. What a row's function takes says where
+// it runs: those that wait for the desktop app take an `InFlightRequest` and run on a worker, so
+// that the main thread always reads on.
 #include "server/method_table.hpp"
 
 #include <algorithm>
@@ -23,6 +26,7 @@ Result answerEmpty(const JsonObject& /*params*/, ServerContext& /*server*/) {
 
 Result cancelRequest(const JsonObject& params, ServerContext& server) {
   const auto requestID = params.find("requestId");
+  // A notification is never answered, so a wrong or late one changes nothing and says nothing.
   if (!requestID || requestID->isNull()) return std::nullopt;
   if (const auto request = server.inFlightRequests.find(*requestID)) {
     const auto reason = params.findString("reason");
@@ -113,6 +117,7 @@ const Method* findMethod(std::string_view name, const Form& form) {
 std::optional<JsonText> handleRequest(const JsonObject& message, const std::optional<JsonValue>& id,
                                       const Method* method, ServerContext& server) {
   const JsonObject params = checkedParams(message);
+  // Only now, so that what is wrong with the message itself is said first.
   if (method == nullptr) {
     if (!id) return std::nullopt;
     throw errors::unknownMethod(message.findString("method")->view());

@@ -1,3 +1,4 @@
+// What both programs do; they differ in the form alone.
 #include "server/program.hpp"
 
 #include <unistd.h>
@@ -16,12 +17,14 @@ int runProgram(int argumentCount, char** arguments, const Form& form) {
   prepareProcess();
   tuneAllocator();
 
+  // A program may be started without even its name.
   const auto first = static_cast<std::size_t>(std::min(argumentCount, 1));
   const auto count = static_cast<std::size_t>(argumentCount);
   if (const auto status = runCLI({arguments + first, count - first})) return *status;
 
   // Never freed, and no destructor is run below: workers may use it until the process is gone.
   static auto& server = *new ServerContext(STDOUT_FILENO, form);
+  // Until here there was no frame to be cut off, and the handler could end the process at once.
   std::set_new_handler([] { server.output.endAfterFrame(); });
   serve(STDIN_FILENO, server);
   endProcess();

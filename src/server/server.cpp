@@ -1,3 +1,6 @@
+// The main thread reads one message after the other and answers at once what it can. Requests that
+// wait for the desktop app go to workers, which answer by themselves, in whatever order they end.
+// So a cancellation is read while the call that it cancels is under way.
 #include "server/server.hpp"
 
 #include <memory>
@@ -21,6 +24,8 @@ constexpr std::string_view notificationPrefix = "notifications/";
 void answer(InFlightRequest& request, const Method& method, ServerContext& server) {
   try {
     auto result = handleRequest(request, method, server);
+    // Once more, as late as can be: MCP wants no answer to what was cancelled, although a client
+    // must be ready for one.
     if (request.isCancelled()) return;
     server.output.writeMessage(makeResultResponse(request.requestID, std::move(result)));
   } catch (...) {
@@ -35,6 +40,7 @@ void answer(InFlightRequest& request, const Method& method, ServerContext& serve
 void dispatchRequest(std::shared_ptr<const JsonDocument> message, JsonValue id,
                      const Method& method, ServerContext& server) {
   const auto request = std::make_shared<InFlightRequest>(std::move(message), id);
+  // Before the worker starts, because the next message may cancel the request.
   server.inFlightRequests.add(request);
   auto task = [request, &method, &server] {
     answer(*request, method, server);

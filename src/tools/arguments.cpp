@@ -1,3 +1,6 @@
+// A model writes arguments as it understands the schema, not always to the letter. What can mean
+// one thing only is put right first, keys' names above all; what remains is held against the
+// schema, and the first thing that is wrong is said in words that the model can act on.
 #include "tools/arguments.hpp"
 
 #include <algorithm>
@@ -50,6 +53,7 @@ std::string loweredName(std::string_view text) {
 
 std::string canonicalKey(std::string_view text) {
   const std::string lowered = loweredName(text);
+  // Hyphens for underscores cover most spellings; the aliases are looked up as they were written.
   std::string candidate = lowered;
   std::ranges::replace(candidate, '-', '_');
   if (contains(Constants::allowedKeyValues, candidate)) return candidate;
@@ -71,6 +75,7 @@ constexpr Rewrite rewrites[] = {
 };
 
 void refuseUnknownArguments(const Tool& tool, std::string_view name, const JsonObject& arguments) {
+  // The first by name, whatever the order in which they were sent.
   std::optional<std::string> firstUnknown;
   for (const JsonMember& argument : arguments) {
     const JsonString key = argument.key();
@@ -171,8 +176,12 @@ void validateSchemaArguments(const Tool& tool, std::string_view name, const Json
   demandRequiredArguments(tool, name, arguments);
   for (const JsonMember& argument : arguments.distinctMembers()) {
     const JsonValue value = argument.value();
+    // Null passes as if it had not been sent, and is not sent on. A required argument that is null
+    // counts as missing, above.
     if (!value.isNull()) validateValue(value, *findProperty(tool, argument.key().view()));
   }
+  // Here a target of null counts as one, as it does in the JSON Schema: `required` asks for the
+  // key.
   if (contains(sessionTargetToolNames(), tool.name) && !arguments.contains("deviceSerial") &&
       !arguments.contains("sessionId")) {
     throw errors::missingSessionTarget(name);

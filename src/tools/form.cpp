@@ -1,3 +1,5 @@
+// Texts of ours name tools as the catalogue does. Where a form joins names in another way, the
+// words of a text are looked up one by one, so that no text has to be written twice.
 #include "tools/form.hpp"
 
 #include <algorithm>
@@ -77,6 +79,7 @@ std::string description(const Tool& tool, const Form& form) {
 }  // namespace
 
 std::string Form::spelled(std::string_view text) const {
+  // The catalogue's own form needs no look at the words.
   if (nameSeparator == '.') return std::string(text);
   std::string result;
   while (!text.empty()) {
