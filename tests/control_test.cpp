@@ -141,14 +141,6 @@ TEST(ControlRequest, HoldsControlFieldsBesideItsOwnKeys) {
   }
 }
 
-TEST(ControlFrame, HasABigEndianLength) {
-  const std::string body(0x010203, 'b');
-  const std::string frame = controlFrame(body);
-  EXPECT_EQ(frame.substr(0, 6), std::string("\0\1\2\3bb", 6));
-  EXPECT_EQ(frame.size(), 4 + body.size());
-  EXPECT_EQ(controlBodyLength({"\xFF\xFE\x80\0\1", 5}), 0xFFFE8000U);
-}
-
 constexpr std::string_view closed = "-32000 Quillmere closed the MCP control connection.";
 constexpr std::string_view writeFailed = "-32000 Could not write to Quillmere MCP control socket.";
 

@@ -171,7 +171,6 @@ struct SimulatedApp : RunningServer {
   }
 };
 
-const std::string programName = "quillmere-desktop-simulator: ";
 const std::string succeeded = ": Quillmere tool call succeeded.";
 const std::string closed = ": -32000 Quillmere closed the MCP control connection.";
 
@@ -216,21 +215,6 @@ TEST_F(SimulatedApp, SilenceEndsWithTheCallOrTheSimulator) {
     EXPECT_FALSE(std::filesystem::exists(home.releaseSocket()));
     EXPECT_EQ("2" + closed, nextShort());
   }
-}
-
-TEST_F(SimulatedApp, TakesAStaleSocketAndNoOther) {
-  Simulator first(home);
-  EXPECT_EQ("Listening on " + home.releaseSocket(), first.firstLine);
-  Simulator second(home);
-  EXPECT_EQ(programName + "another app is listening already, or a file is in the way: " +
-                home.releaseSocket() + ": Address already in use",
-            second.firstLine);
-  EXPECT_EQ(1, second.process.waitForExit());
-  EXPECT_EQ("1" + succeeded, outcome(1));
-  EXPECT_EQ(128 + SIGKILL, first.end(SIGKILL));
-  EXPECT_TRUE(std::filesystem::exists(home.releaseSocket()));
-  const Simulator third(home);
-  EXPECT_EQ("2" + succeeded, outcome(2));
 }
 
 }  // namespace
