@@ -14,7 +14,7 @@ namespace quillmere {
 
 AppConnection::AppConnection(Descriptor connection) : descriptor(std::move(connection)) {
   timeval most{};
-  most.tv_sec = patience.count();
+  most.tv_sec = patience().count();
   for (const int direction : {SO_RCVTIMEO, SO_SNDTIMEO}) {
     ::setsockopt(number(), SOL_SOCKET, direction, &most, sizeof most);
   }

@@ -47,7 +47,7 @@ std::optional<AppConnection> DesktopApp::acceptUnless(const ServerProcess& serve
   if (server.hasMore()) return std::nullopt;
   std::array<pollfd, 2> entries = {pollfd{listener.number(), POLLIN, 0},
                                    pollfd{server.outputDescriptor(), POLLIN, 0}};
-  constexpr int most = std::chrono::milliseconds(patience).count();
+  const auto most = static_cast<int>(std::chrono::milliseconds(patience()).count());
   if (::poll(entries.data(), entries.size(), most) == 0) throw WaitedInVain(aConnection);
   if (entries[0].revents == 0) return std::nullopt;
   return accept();

@@ -11,14 +11,16 @@
 
 namespace quillmere {
 
-/// Many times what anything takes that is waited for.
-inline constexpr std::chrono::seconds patience{30};
+/// How long to wait for anything: 30 seconds, many times what it takes. When one wait was in vain
+/// the program under test is broken, and the waits after it get 2 seconds, so that the whole run
+/// ends within a minute and still shows all that fails. Thread-safe.
+[[nodiscard]] std::chrono::seconds patience();
 
 /// What was waited for has not come. Thrown in a test it is that test's failure.
 class WaitedInVain : public std::runtime_error {
  public:
-  explicit WaitedInVain(const std::string& what)
-      : std::runtime_error("waited 30 seconds in vain for " + what) {}
+  /// Waits from now on are short.
+  explicit WaitedInVain(const std::string& what);
 };
 
 /// Waits until `descriptor` can be read, or can be written to, or has been closed by its other
@@ -29,7 +31,7 @@ void waitUntilWritable(int descriptor, const std::string& what);
 /// Waits until `isTrue`, which is asked again and again. Throws `WaitedInVain`.
 template <typename Condition>
 void waitUntil(const std::string& what, Condition isTrue) {
-  for (const auto latest = std::chrono::steady_clock::now() + patience; !isTrue();) {
+  for (const auto latest = std::chrono::steady_clock::now() + patience(); !isTrue();) {
     if (std::chrono::steady_clock::now() > latest) throw WaitedInVain(what);
     std::this_thread::yield();
   }
@@ -39,7 +41,7 @@ void waitUntil(const std::string& what, Condition isTrue) {
 template <typename Condition>
 void waitUntil(const std::string& what, std::condition_variable& changed,
                std::unique_lock<std::mutex>& hold, Condition isTrue) {
-  if (!changed.wait_for(hold, patience, isTrue)) throw WaitedInVain(what);
+  if (!changed.wait_for(hold, patience(), isTrue)) throw WaitedInVain(what);
 }
 
 }  // namespace quillmere

@@ -140,7 +140,7 @@ std::shared_ptr<const JsonDocument> ServerProcess::receive() {
 
 int ServerProcess::waitForExit() {
   if (!exitStatus) {
-    if (!endsWithin(child, patience)) throw WaitedInVain(name + " to end");
+    if (!endsWithin(child, patience())) throw WaitedInVain(name + " to end");
     int status = 0;
     ::waitpid(child, &status, 0);
     exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);

@@ -45,7 +45,7 @@ struct Channel {
                                  std::vector<std::string> environment, int input, int output,
                                  bool diesWithParent);
 
-/// Whether `child`, a process that nobody has waited for yet, ends within `patience`.
-[[nodiscard]] bool endsWithin(pid_t child, std::chrono::milliseconds patience);
+/// Whether `child`, a process that nobody has waited for yet, ends within `most`.
+[[nodiscard]] bool endsWithin(pid_t child, std::chrono::milliseconds most);
 
 }  // namespace quillmere

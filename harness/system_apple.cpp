@@ -90,13 +90,13 @@ pid_t startProgram(std::vector<std::string> arguments, std::vector<std::string> 
   return child;
 }
 
-bool endsWithin(pid_t child, std::chrono::milliseconds patience) {
+bool endsWithin(pid_t child, std::chrono::milliseconds most) {
   const Descriptor queue(::kqueue());
   struct kevent end {};
   EV_SET(&end, child, EVFILT_PROC, EV_ADD, NOTE_EXIT, 0, nullptr);
-  const auto whole = std::chrono::duration_cast<std::chrono::seconds>(patience);
+  const auto whole = std::chrono::duration_cast<std::chrono::seconds>(most);
   const timespec most{.tv_sec = whole.count(),
-                      .tv_nsec = std::chrono::nanoseconds(patience - whole).count()};
+                      .tv_nsec = std::chrono::nanoseconds(most - whole).count()};
   // One that has ended already can't be watched: that comes as an event too.
   return ::kevent(queue.number(), &end, 1, &end, 1, &most) > 0;
 }

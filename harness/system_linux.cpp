@@ -110,11 +110,11 @@ pid_t startProgram(std::vector<std::string> arguments, std::vector<std::string> 
   fail(arguments[0].c_str());
 }
 
-bool endsWithin(pid_t child, std::chrono::milliseconds patience) {
+bool endsWithin(pid_t child, std::chrono::milliseconds most) {
   // A descriptor of the process turns readable when it ends: no polling, no signal handler.
   const Descriptor process(static_cast<int>(::syscall(SYS_pidfd_open, child, 0)));
   pollfd entry{.fd = process.number(), .events = POLLIN, .revents = 0};
-  return process.isOpen() && ::poll(&entry, 1, static_cast<int>(patience.count())) > 0;
+  return process.isOpen() && ::poll(&entry, 1, static_cast<int>(most.count())) > 0;
 }
 
 }  // namespace quillmere

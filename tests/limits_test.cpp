@@ -255,7 +255,7 @@ TEST(Client, KilledInTheMiddleOfAnAnswerTakesTheServerWithIt) {
   ASSERT_EQ(sizeof server, ::read(fromClient, &server, sizeof server));
   client.kill();
   int status = -1;
-  ASSERT_TRUE(endsWithin(server, patience)) << "the server lives on";
+  ASSERT_TRUE(endsWithin(server, patience())) << "the server lives on";
   EXPECT_EQ(server, ::waitpid(server, &status, 0));
   EXPECT_EQ(0, status);
 }

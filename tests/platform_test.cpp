@@ -243,7 +243,7 @@ TEST(WorkerPool, UsesTheThreadsAgainThatSleptLastAndLetsGoOfATask) {
     const auto thread = std::make_shared<std::promise<std::thread::id>>();
     ASSERT_TRUE(pool.submit([thread] { thread->set_value(std::this_thread::get_id()); }));
     auto number = thread->get_future();
-    ASSERT_EQ(std::future_status::ready, number.wait_for(patience)) << "the task does not run";
+    ASSERT_EQ(std::future_status::ready, number.wait_for(patience())) << "the task does not run";
     // The first half is time enough for the burst's threads to fall asleep.
     if (i >= 5 * burst) threads.insert(number.get());
   }
@@ -252,7 +252,7 @@ TEST(WorkerPool, UsesTheThreadsAgainThatSleptLastAndLetsGoOfATask) {
   const auto released = std::make_shared<std::promise<void>>();
   std::shared_ptr<void> held(nullptr, [released](void*) { released->set_value(); });
   ASSERT_TRUE(pool.submit([held = std::move(held)] {}));
-  EXPECT_EQ(std::future_status::ready, released->get_future().wait_for(patience))
+  EXPECT_EQ(std::future_status::ready, released->get_future().wait_for(patience()))
       << "the task is kept";
 }
 
