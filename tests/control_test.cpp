@@ -1,5 +1,9 @@
 // From the search for the desktop app's socket to the end of one call.
 #include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <set>
@@ -84,6 +88,26 @@ TEST_F(Connecting, EachCandidateThatFailsIsNamedInOrder) {
   fs::remove(home.releaseSocket());
   const DesktopApp app(home.releaseSocket());
   EXPECT_EQ(connectFailure(), "") << "a live socket after a stale one";
+}
+
+TEST_F(Connecting, APathThatIsNoUtf8IsNamedAsFarAsItIs) {
+  ::setenv("HOME", (home.path() + "/\xFF").c_str(), 1);
+  const std::string socket = home.releaseSocket().substr(home.path().size());
+  home.write(home.path() + "/\xFF" + socket, "a file");
+  EXPECT_EQ(connectFailure(), notReached + home.path() + "/\uFFFD" + socket + ": not a socket");
+}
+
+TEST_F(Connecting, ASilentAppIsGivenUpAfter75Seconds) {
+  const DesktopApp app(home.releaseSocket());
+  const int number = Descriptor(::dup(STDIN_FILENO)).number();
+  const UnixSocket socket = connectAppControlSocket();
+  for (const int direction : {SO_RCVTIMEO, SO_SNDTIMEO}) {
+    timeval limit{};
+    socklen_t size = sizeof limit;
+    // The lowest number that was free is the socket's.
+    ASSERT_EQ(0, ::getsockopt(number, SOL_SOCKET, direction, &limit, &size));
+    EXPECT_EQ(75, limit.tv_sec);
+  }
 }
 
 TEST_F(Connecting, APathMayHave103Bytes) {

@@ -119,6 +119,7 @@ TEST(PropertyList, GivesTheStringUnderAKeyOfTheTopDictionary) {
       {"a number that comes later", dictionary(found + "<key>K</key><integer>5</integer>")},
       {"no such key", dictionary("<key>k</key><string>a</string>")},
       {"a key without a value", dictionary("<key>K</key>")},
+      {"a key without a value at the end", dictionary(found + "<key>k</key>")},
       {"a key in place of a value", dictionary("<key>k</key>" + found + "<true/>")},
       {"a value without a key", dictionary("<true/>" + found)},
       {"an element in the string", dictionary("<key>K</key><string>a.b<true/></string>")},

@@ -194,7 +194,7 @@ TEST_F(Program, WithoutAnAppOnlyWhatNeedsItFails) {
   const std::pair<std::string, std::string> cases[] = {
       {toolCall + R"({"name":"quillmere.devices.list"})", notFound},
       {read + R"({"uri":"quillmere://devices"})", notFound},
-      {toolCall + R"({"name":"quillmere.help"})", succeeded},
+      {toolCall + R"({"name":"quillmere.help","arguments":null})", succeeded},
       // A request is checked before the app is looked for.
       {toolCall + R"({"name":5})", "-32602 tools/call requires params.name."},
       {toolCall + R"({"name":"x","arguments":"y"})",
@@ -212,6 +212,16 @@ TEST_F(Program, WithoutAnAppOnlyWhatNeedsItFails) {
     server.send("{\"id\":1," + members + "}\n");
     EXPECT_EQ("1: " + outcome, nextShort());
   }
+}
+
+TEST(Handshake, IsDemandedOnAWorkerToo) {
+  const TemporaryHome home;
+  ServerProcess server({.program = QUILLMERE_SERVER, .home = home.path()});
+  server.send("{\"jsonrpc\":\"2.0\",\"id\":1,\"method\":\"tools/call\"}\n");
+  EXPECT_EQ(
+      "1: -32002 Server is not initialized. Call initialize with a supported protocolVersion "
+      "before tools/call.",
+      RunningServer::shortOf(server.receive()->object()));
 }
 
 TEST_F(Program, ReadsAResourceAsTheAppGivesIt) {

@@ -104,6 +104,8 @@ const RoutingCase casesBeforeInitialize[] = {
     {"an unknown notification", notification(R"("method":"notifications/x")"), ""},
     {"an unknown notification with an id", request(R"("method":"notifications/x")"),
      "1 -32601 Method not found: notifications/x"},
+    {"a method of the other program", request(R"("method":"resources/templates/list")"),
+     "1 -32601 Method not found: resources/templates/list"},
     {"a known notification with an id",
      request(R"("method":"notifications/cancelled","params":{"requestId":9})"), ""},
     {"an initialized notification opens nothing",

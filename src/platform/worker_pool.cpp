@@ -104,7 +104,7 @@ void WorkerPool::work(Worker& self) {
     _tasks.pop_front();
     hold.unlock();
     task();
-    // What it holds goes now. A worker that sleeps next would keep a request's whole memory.
+    // What it holds goes while the lock is free: a request's whole memory may go with it.
     task = nullptr;
     hold.lock();
   }

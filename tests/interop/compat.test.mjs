@@ -1,14 +1,13 @@
 // A client library between the second program and a stand-in model, in the forms of three model makers:
 // what of a result reaches the model. compat.test.mjs COMPAT SIMULATOR SERVER
 import assert from 'node:assert/strict';
-import { test } from 'node:test';
 import { createAnthropic } from '@ai-sdk/anthropic';
 import { createGoogleGenerativeAI } from '@ai-sdk/google';
 import { experimental_createMCPClient as createMCPClient } from '@ai-sdk/mcp';
 import { Experimental_StdioMCPTransport as StdioTransport } from '@ai-sdk/mcp/mcp-stdio';
 import { createOpenAI } from '@ai-sdk/openai';
 import { generateText, stepCountIs } from 'ai';
-import { startSimulator } from './desktop_app.mjs';
+import { check, startSimulator } from './desktop_app.mjs';
 import { startModel } from './model.mjs';
 
 const [compat, simulator, server] = process.argv.slice(2);
@@ -40,7 +39,7 @@ async function letCall(t, form, program, calls) {
 }
 
 for (const form of Object.keys(models)) {
-  test(`a model of the form ${form} sees nodes, picture, refusal and help`, async (t) => {
+  check(`a model of the form ${form} sees nodes, picture, refusal and help`, async (t) => {
     const stale = { ...phone, nodeId: 1, stateSignature: 'long gone' };
     const seen = await letCall(t, form, compat, [
       { name: 'quillmere_help', args: { topic: 'workflow' } },
@@ -60,6 +59,6 @@ for (const form of Object.keys(models)) {
   });
 }
 
-test('a model refuses the first program for its names and its schemas', async (t) => {
+check('a model refuses the first program for its names and its schemas', async (t) => {
   await assert.rejects(letCall(t, 'anthropic', server, []), /the name quillmere\.help/);
 });

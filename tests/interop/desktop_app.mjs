@@ -4,14 +4,24 @@ import { on, once } from 'node:events';
 import { mkdirSync, mkdtempSync, rmSync } from 'node:fs';
 import net from 'node:net';
 import path from 'node:path';
+import { test } from 'node:test';
 import { setTimeout as wait } from 'node:timers/promises';
 
+// Less when one wait was in vain: then what is tested is broken, and the rest is to end soon too.
+let patience = 30;
+
 /** What `promise` brings, or after 30 seconds a failure that says what was waited for. */
-export function soon(what, promise) {
-  const tooLate = wait(30_000, undefined, { ref: false }).then(() => {
-    throw new Error(`waited 30 seconds in vain for ${what}`);
+export function soon(what, promise, seconds = patience) {
+  const tooLate = wait(seconds * 1000, undefined, { ref: false }).then(() => {
+    patience = 2;
+    throw new Error(`waited ${seconds} seconds in vain for ${what}`);
   });
   return Promise.race([promise, tooLate]);
+}
+
+/** A test that ends, even when what it waits for never comes. Waits inside of it are over before. */
+export function check(name, body) {
+  test(name, (t) => soon('the end of this test', body(t), patience + 1));
 }
 
 /** A folder for the server to take as home. Under /tmp, because a socket's path must be short. */

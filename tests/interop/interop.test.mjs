@@ -2,13 +2,12 @@
 // waits for what the other end does.
 import assert from 'node:assert/strict';
 import { text } from 'node:stream/consumers';
-import { test } from 'node:test';
 import { Client as NewerClient } from '@modelcontextprotocol/client';
 import { StdioClientTransport as NewerTransport } from '@modelcontextprotocol/client/stdio';
 import { Client } from '@modelcontextprotocol/sdk/client/index.js';
 import { StdioClientTransport } from '@modelcontextprotocol/sdk/client/stdio.js';
 import { AjvJsonSchemaValidator } from '@modelcontextprotocol/sdk/validation/ajv';
-import { makeHome, soon, startScriptedApp, startSimulator } from './desktop_app.mjs';
+import { check, makeHome, soon, startScriptedApp, startSimulator } from './desktop_app.mjs';
 
 const [server, simulator] = process.argv.slice(2);
 const who = { name: 'interop', version: '1' };
@@ -30,24 +29,22 @@ function makeTransport(Transport, home) {
  * Connects, runs the body, disconnects. Fails if the client met anything amiss, such as a line that is no
  * message or an answer that it does not wait for, or if the server wrote to standard error.
  */
-async function withClient({ home, transport, client }, body) {
+async function withClient(t, { home, transport, client }, body) {
   transport ??= makeTransport(StdioClientTransport, home);
   client ??= new Client(who);
   const amiss = [];
   client.onerror = (error) => amiss.push(error.message);
   const complaints = text(transport.stderr);
-  try {
-    await client.connect(transport);
-    await body(client);
-  } finally {
-    await client.close();
-  }
+  t.after(() => client.close());
+  await client.connect(transport);
+  await body(client);
+  await client.close();
   assert.equal(await soon('the end of the server', complaints), '');
   assert.deepEqual(amiss, []);
 }
 
 for (const version of ['2024-11-05', '2025-03-26', '2025-06-18', '2025-11-25']) {
-  test(`a client of ${version} gets its version and lists that pass its schemas`, async (t) => {
+  check(`a client of ${version} gets its version and lists that pass its schemas`, async (t) => {
     const transport = makeTransport(StdioClientTransport, makeHome(t));
     const { send } = transport;
     // This client asks for the newest version only, but takes any that it knows.
@@ -57,7 +54,7 @@ for (const version of ['2024-11-05', '2025-03-26', '2025-06-18', '2025-11-25']) 
     };
     let negotiated;
     transport.setProtocolVersion = (chosen) => (negotiated = chosen);
-    await withClient({ transport }, async (client) => {
+    await withClient(t, { transport }, async (client) => {
       assert.equal(negotiated, version);
       assert.equal(client.getServerVersion().name, 'quillmere');
       assert.match(client.getInstructions(), /quillmere\.devices\.list/);
@@ -79,10 +76,10 @@ for (const version of ['2024-11-05', '2025-03-26', '2025-06-18', '2025-11-25']) 
   });
 }
 
-test('a newer client asks for a newer handshake and falls back', async (t) => {
+check('a newer client asks for a newer handshake and falls back', async (t) => {
   const transport = makeTransport(NewerTransport, await startSimulator(t, simulator));
   const client = new NewerClient(who, { versionNegotiation: { mode: 'auto' } });
-  await withClient({ transport, client }, async () => {
+  await withClient(t, { transport, client }, async () => {
     assert.deepEqual(transport.methods.slice(0, 2), ['server/discover', 'initialize']);
     assert.equal(client.getNegotiatedProtocolVersion(), '2025-11-25');
     assert.equal((await client.listTools()).tools.length, 19);
@@ -91,9 +88,9 @@ test('a newer client asks for a newer handshake and falls back', async (t) => {
   });
 });
 
-test('every tool does its part in a phone task', async (t) => {
+check('every tool does its part in a phone task', async (t) => {
   const home = await startSimulator(t, simulator);
-  await withClient({ home }, async (client) => {
+  await withClient(t, { home }, async (client) => {
     const { tools } = await client.listTools();
     const schemas = new Map(tools.map((tool) => [tool.name, tool.inputSchema]));
     const validator = new AjvJsonSchemaValidator();
@@ -179,9 +176,9 @@ const givingUp = {
     timers.mock.calls.find((each) => each.arguments[1] === 60_000).arguments[0](),
 };
 for (const [name, giveUp] of Object.entries(givingUp)) {
-  test(`${name} lets go of the app, is never answered, and stops no other`, async (t) => {
+  check(`${name} lets go of the app, is never answered, and stops no other`, async (t) => {
     const app = await startScriptedApp(t);
-    await withClient(app, async (client) => {
+    await withClient(t, app, async (client) => {
       const timers = t.mock.method(globalThis, 'setTimeout');
       const controller = new AbortController();
       const call = (taskId, signal) =>
