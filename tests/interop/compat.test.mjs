@@ -7,8 +7,8 @@ import { experimental_createMCPClient as createMCPClient } from '@ai-sdk/mcp';
 import { Experimental_StdioMCPTransport as StdioTransport } from '@ai-sdk/mcp/mcp-stdio';
 import { createOpenAI } from '@ai-sdk/openai';
 import { generateText, stepCountIs } from 'ai';
+import { startModel } from '../../clients/model.mjs';
 import { check, startSimulator } from './desktop_app.mjs';
-import { startModel } from './model.mjs';
 
 const [compat, simulator, server] = process.argv.slice(2);
 globalThis.AI_SDK_LOG_WARNINGS = false;
@@ -22,7 +22,7 @@ const models = {
 /** Lets a model of the form make its calls through a program, and returns what it saw. */
 async function letCall(t, form, program, calls) {
   const home = await startSimulator(t, simulator);
-  const { address, seen } = await startModel(t, form, calls);
+  const { address, seen } = await startModel(t, 'quillmere', calls);
   const env = { HOME: home, CFFIXED_USER_HOME: home };
   const client = await createMCPClient({
     transport: new StdioTransport({ command: program, env, stderr: 'inherit' }),
@@ -42,11 +42,11 @@ for (const form of Object.keys(models)) {
   check(`a model of the form ${form} sees nodes, picture, refusal and help`, async (t) => {
     const stale = { ...phone, nodeId: 1, stateSignature: 'long gone' };
     const seen = await letCall(t, form, compat, [
-      { name: 'quillmere_help', args: { topic: 'workflow' } },
-      { name: 'quillmere_session_start', args: phone },
-      { name: 'quillmere_ui_get_state', args: phone },
-      { name: 'quillmere_screen_observe', args: { ...phone, includeImage: true } },
-      { name: 'quillmere_ui_click_element', args: stale },
+      { tool: 'help', args: { topic: 'workflow' } },
+      { tool: 'session_start', args: phone },
+      { tool: 'ui_get_state', args: phone },
+      { tool: 'screen_observe', args: { ...phone, includeImage: true } },
+      { tool: 'ui_click_element', args: stale },
     ]);
     assert.deepEqual(seen.refusals, []);
     assert.match(seen.text, /Call quillmere_devices_list to choose a deviceSerial\./);

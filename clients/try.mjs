@@ -1,0 +1,137 @@
+// Tries one client with one program and a stand-in model, and prints a row of the table: try.mjs CLIENT
+// PROGRAM SIMULATOR, or the names of the clients: try.mjs --list.
+import { spawn } from 'node:child_process';
+import { once } from 'node:events';
+import { existsSync, mkdtempSync, readFileSync, readdirSync, readlinkSync, rmSync } from 'node:fs';
+import path from 'node:path';
+import { createInterface } from 'node:readline';
+import { setTimeout as wait } from 'node:timers/promises';
+import { agents } from './agents.mjs';
+import { libraries } from './libraries.mjs';
+import { startModel } from './model.mjs';
+
+const clients = { ...libraries, ...agents };
+const [name, program, simulator] = process.argv.slice(2);
+if (name === '--list') {
+  console.log(Object.keys(clients).join('\n'));
+  process.exit();
+}
+const client = clients[name];
+const phone = { deviceSerial: 'QM7F3A2101' };
+const task = [
+  { tool: 'help', args: { topic: 'workflow' } },
+  { tool: 'session_start', args: phone },
+  { tool: 'ui_get_state', args: phone },
+  { tool: 'screen_observe', args: { ...phone, includeImage: true } },
+];
+const oneCall = [{ tool: 'devices_list', args: {} }];
+/** The cells of the row, as far as they are known. */
+const row = { connects: 'no', tools: '–', nodes: '–', picture: '–', cancel: '–', ends: '–' };
+
+/** The processes that have this home: those of one trial. `file` narrows them to those of a program. */
+function running(home, file) {
+  return readdirSync('/proc').filter((entry) => {
+    try {
+      if (!/^\d+$/.test(entry) || (file && readlinkSync(`/proc/${entry}/exe`) !== file)) return false;
+      return readFileSync(`/proc/${entry}/environ`, 'utf8').split('\0').includes(`HOME=${home}`);
+    } catch {
+      return false; // It has ended, or is somebody else's.
+    }
+  });
+}
+
+/** Waits up to five seconds until no process of the program runs. Returns whether that came. */
+async function isGone(home) {
+  for (let i = 0; i < 50 && running(home, program).length; ++i) await wait(100);
+  return !running(home, program).length;
+}
+
+/** Starts client, simulator and model, hands them to `body`, and ends them. */
+async function withClient(calls, options, body) {
+  const after = [];
+  const home = mkdtempSync('/tmp/qm-clients-');
+  const env = { HOME: home, PATH: process.env.PATH };
+  const app = spawn(simulator, options, { env });
+  const ended = once(app, 'exit');
+  try {
+    await once(app.stdout, 'data');
+    const { address, seen } = await startModel({ after: (act) => after.push(act) }, 'quillmere', calls);
+    const started = await client.start({ program, env, address, calls, seen });
+    try {
+      return await body({ ...started, home, seen, log: createInterface({ input: app.stderr }) });
+    } finally {
+      await started.close();
+      row.ends = (await isGone(home)) && row.ends !== 'no' ? 'yes' : 'no';
+    }
+  } finally {
+    for (const act of after) act();
+    // The simulator, and what agents leave in the background.
+    for (const pid of running(home)) process.kill(pid, 'SIGKILL');
+    await ended;
+    rmSync(home, { recursive: true, force: true, maxRetries: 5 });
+  }
+}
+
+/** Lets the model do the task, and says what it was sent. */
+async function tryTask() {
+  await withClient(task, ['--quiet'], async ({ work, seen }) => {
+    row.connects = 'yes';
+    await work(new AbortController().signal).catch((error) => console.error(error));
+    if (client.hasNoModel) row.tools = '–';
+    else if (seen.refusals.length) row.tools = `refused: ${seen.refusals[0]}`;
+    else if (!seen.names.length) row.tools = 'none reach the model';
+    else row.tools = 'accepted';
+    if (seen.text && !seen.refusals.length) {
+      row.nodes = /resourceId/.test(seen.text) ? 'yes' : 'no';
+      row.picture = seen.pictures.length ? 'yes' : /iVBORw0KGgo/.test(seen.text) ? 'as text' : 'no';
+    }
+    console.error(`${name}: ${seen.names.join(' ')}`);
+  });
+}
+
+/**
+ * Gives up a call that the app does not answer, and says whether the program let go of the app before it
+ * ended itself.
+ */
+async function tryCancel() {
+  await withClient(oneCall, ['--silence'], async ({ work, home, log }) => {
+    const giveUp = new AbortController();
+    // Closing the log ends the loop where the client never lets go, or never calls.
+    const stopSoon = () => wait(5000).then(() => log.close());
+    work(giveUp.signal).catch(() => {}).then(stopSoon);
+    for await (const line of log) {
+      if (line.endsWith('on purpose')) {
+        giveUp.abort();
+        row.cancel = 'no';
+        stopSoon();
+      }
+      if (line.endsWith('hung up')) {
+        row.cancel = running(home, program).length ? 'yes' : 'by ending';
+        return;
+      }
+    }
+  });
+}
+
+/** Packages with their versions; of one that npm left out, without. */
+const label = client.packages.map((each) => {
+  const file = new URL(`node_modules/${each}/package.json`, import.meta.url);
+  return existsSync(file) ? `\`${each}\` ${JSON.parse(readFileSync(file)).version}` : `\`${each}\``;
+});
+const node = Number.parseInt(process.versions.node);
+if (label.some((each) => each.endsWith('`'))) {
+  row.connects = 'skipped: no package for this machine';
+} else if (node < client.node) {
+  row.connects = `skipped: Node.js ${client.node} is needed`;
+} else {
+  try {
+    await tryTask();
+    if (/^(–|accepted)/.test(row.tools)) await tryCancel();
+  } catch (error) {
+    console.error(error);
+    if (row.connects === 'no') row.connects = `no: ${error.message.split('\n')[0]}`;
+  }
+}
+const cells = [`${name}: ${label.join(', ')}`, `\`${path.basename(program)}\``, ...Object.values(row)];
+console.log(`| ${cells.join(' | ')} |`);
+process.exit();
