@@ -118,8 +118,13 @@ command = "${server.command}"
           general: { enableAutoUpdate: false },
         }),
       },
-      env: { OPENAI_API_KEY: 'none', OPENAI_BASE_URL: address, OPENAI_MODEL: 'stand-in' },
-      command: [process.execPath, installed('@qwen-code/qwen-code/cli-entry.js'), '--yolo', '-p', prompt],
+      env: {
+        OPENAI_API_KEY: 'none',
+        OPENAI_BASE_URL: address,
+        OPENAI_MODEL: 'qwen3-vl-plus',
+        QWEN_CODE_NO_RELAUNCH: 'true',
+      },
+      command: [process.execPath, installed('@qwen-code/qwen-code/cli.js'), '--yolo', '-p', prompt],
     }),
   },
   cline: {
@@ -143,15 +148,17 @@ command = "${server.command}"
     setUp: ({ server, address }) => ({
       files: {
         '.copilot/mcp-config.json': json({
-          mcpServers: { quillmere: { type: 'local', ...server, tools: ['*'] } },
+          mcpServers: { quillmere: { type: 'local', ...server, args: [], tools: ['*'] } },
+        }),
+        'providers.json': json({
+          providers: [{ name: 'local', type: 'openai', wireApi: 'responses', baseUrl: address, apiKey: 'none' }],
+          models: [{ id: 'stand-in', provider: 'local', capabilities: { supports: { vision: true } } }],
         }),
       },
       env: {
-        COPILOT_PROVIDER_BASE_URL: address,
-        COPILOT_PROVIDER_TYPE: 'anthropic',
-        COPILOT_PROVIDER_API_KEY: 'none',
-        COPILOT_MODEL: 'claude-sonnet-4.5',
+        COPILOT_MODEL: 'local/stand-in',
         COPILOT_OFFLINE: 'true',
+        COPILOT_PROVIDERS_CONFIG: 'providers.json',
       },
       command: [
         installed('@github/copilot-linux-x64/copilot'),
@@ -175,7 +182,7 @@ async function start(setUp, { program, env, address }) {
   const run = ([file, ...args]) =>
     spawn(file, args, {
       cwd: env.HOME,
-      env: { ...env, ...proxies, ...more, TERM: 'dumb' },
+      env: { ...env, ...proxies, ...more, TERM: 'dumb', TMPDIR: env.HOME },
       stdio: ['ignore', process.stderr, process.stderr],
     });
   if (before) await once(run(before), 'exit');

@@ -2,7 +2,15 @@
 // PROGRAM SIMULATOR, or the names of the clients: try.mjs --list.
 import { spawn } from 'node:child_process';
 import { once } from 'node:events';
-import { existsSync, mkdtempSync, readFileSync, readdirSync, readlinkSync, rmSync } from 'node:fs';
+import {
+  existsSync,
+  mkdtempSync,
+  readFileSync,
+  readdirSync,
+  readlinkSync,
+  rmSync,
+  writeFileSync,
+} from 'node:fs';
 import path from 'node:path';
 import { createInterface } from 'node:readline';
 import { setTimeout as wait } from 'node:timers/promises';
@@ -46,8 +54,8 @@ async function isGone(home) {
   return !running(home, program).length;
 }
 
-/** Starts client, simulator and model, hands them to `body`, and ends them. */
-async function withClient(calls, options, body) {
+/** Starts client, simulator and model, hands them to `body`, and ends them. `wrap` may wrap the program. */
+async function withClient(calls, options, body, wrap = () => program) {
   const after = [];
   const home = mkdtempSync('/tmp/qm-clients-');
   const env = { HOME: home, PATH: process.env.PATH };
@@ -56,7 +64,7 @@ async function withClient(calls, options, body) {
   try {
     await once(app.stdout, 'data');
     const { address, seen } = await startModel({ after: (act) => after.push(act) }, 'quillmere', calls);
-    const started = await client.start({ program, env, address, calls, seen });
+    const started = await client.start({ program: wrap(home), env, address, calls, seen });
     try {
       return await body({ ...started, home, seen, log: createInterface({ input: app.stderr }) });
     } finally {
@@ -75,8 +83,9 @@ async function withClient(calls, options, body) {
 /** Lets the model do the task, and says what it was sent. */
 async function tryTask() {
   await withClient(task, ['--quiet'], async ({ work, seen }) => {
-    row.connects = 'yes';
     await work(new AbortController().signal).catch((error) => console.error(error));
+    // Of an agent it is known only by the tools that it offers.
+    row.connects = name in libraries || seen.names.length ? 'yes' : 'not seen';
     if (client.hasNoModel) row.tools = '–';
     else if (seen.refusals.length) row.tools = `refused: ${seen.refusals[0]}`;
     else if (!seen.names.length) row.tools = 'none reach the model';
@@ -89,12 +98,19 @@ async function tryTask() {
   });
 }
 
+/** A script that runs the program, and keeps in the home's file `said` what the client says to it. */
+function makeTap(home) {
+  const file = `${home}/tap`;
+  writeFileSync(file, `#!/bin/sh\ntee '${home}/said' | '${program}'\n`, { mode: 0o755 });
+  return file;
+}
+
 /**
- * Gives up a call that the app does not answer, and says whether the program let go of the app before it
- * ended itself.
+ * Gives up a call that the app does not answer, and says whether the program lets go of the app because it is
+ * told to, or only because its client ends it.
  */
 async function tryCancel() {
-  await withClient(oneCall, ['--silence'], async ({ work, home, log }) => {
+  const body = async ({ work, home, log }) => {
     const giveUp = new AbortController();
     // Closing the log ends the loop where the client never lets go, or never calls.
     const stopSoon = () => wait(5000).then(() => log.close());
@@ -106,11 +122,16 @@ async function tryCancel() {
         stopSoon();
       }
       if (line.endsWith('hung up')) {
-        row.cancel = running(home, program).length ? 'yes' : 'by ending';
+        const said = readFileSync(`${home}/said`, 'utf8').split('\n');
+        const { id } = JSON.parse(said.find((message) => message.includes('"tools/call"')));
+        const isCancel = (message) =>
+          message.includes('"notifications/cancelled"') && message.includes(`"requestId":${id}`);
+        row.cancel = said.some(isCancel) ? 'yes' : 'by ending';
         return;
       }
     }
-  });
+  };
+  await withClient(oneCall, ['--silence'], body, makeTap);
 }
 
 /** Packages with their versions; of one that npm left out, without. */
