@@ -151,7 +151,7 @@ command = "${server.command}"
           mcpServers: { quillmere: { type: 'local', ...server, args: [], tools: ['*'] } },
         }),
         'providers.json': json({
-          providers: [{ name: 'local', type: 'openai', wireApi: 'responses', baseUrl: address, apiKey: 'none' }],
+          providers: [{ name: 'local', wireApi: 'responses', baseUrl: address, apiKey: 'none' }],
           models: [{ id: 'stand-in', provider: 'local', capabilities: { supports: { vision: true } } }],
         }),
       },

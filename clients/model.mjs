@@ -9,9 +9,9 @@ const longBase64 = /[A-Za-z0-9+/]{100000}/;
 const base64Of = (url) => /^data:image\/[a-z]+;base64,(.+)$/.exec(url?.url ?? url)?.[1];
 
 /**
- * Each form: the path of its requests, the tools that one lists, whether an object in one is a call that the
- * model has made or a picture, and an answer that calls a tool or, without a call, says a text; as a whole and
- * as events.
+ * Each form: the path of its requests, the tools that one lists, whether an object in one is a call that
+ * the model has made, the picture that an object is, and an answer that calls a tool or, without a call, says
+ * a text; as a whole and as events.
  */
 const forms = [
   {
@@ -101,7 +101,8 @@ const forms = [
   },
   {
     path: /\/chat\/completions$/,
-    tools: ({ tools }) => tools.map((tool) => ({ name: tool.function.name, schema: tool.function.parameters })),
+    tools: ({ tools }) =>
+      tools.map((tool) => ({ name: tool.function.name, schema: tool.function.parameters })),
     isCall: (each) => each.function?.arguments !== undefined,
     picture: ({ type, image_url }) => type === 'image_url' && base64Of(image_url),
     answer(call, id) {
