@@ -1,5 +1,5 @@
-// A whole message through the server, with a desktop app that answers anything: each request gets
-// the one response that it must get, with its own id, and nothing else comes.
+// A whole message through the server, in both forms, with a desktop app that answers anything: each
+// request gets the one response that it must get, with its own id, and nothing else comes.
 #include <map>
 
 #include "fuzz_support.hpp"
@@ -11,23 +11,22 @@
 namespace quillmere {
 namespace {
 
-/// A server that has been shaken hands with, and what reads its output.
+/// A server that has been shaken hands with, and what reads its output. Never destroyed: workers
+/// use it.
 struct Served {
-  ServerContext* server = nullptr;
-  std::optional<StdinReader> reader;
+  const Channel channel = makeSocketPair();
+  ServerContext server;
+  StdinReader reader{channel.readEnd.number()};
   ServerState clientState;
 
-  Served() {
-    static Channel channel = makeSocketPair();
-    server = new ServerContext(channel.writeEnd.number(), serverForm);
-    reader.emplace(channel.readEnd.number());
-    demand(processPayload(bytesOf(R"({"jsonrpc":"2.0","id":0,"method":"initialize"})"), *server));
+  explicit Served(const Form& form) : server(channel.writeEnd.number(), form) {
+    demand(processPayload(bytesOf(R"({"jsonrpc":"2.0","id":0,"method":"initialize"})"), server));
     demand(nextID() == "0");
   }
 
   /// The id of the next response, as text.
   std::string nextID() {
-    const auto message = parseMessage(*readNextPayload(*reader, clientState));
+    const auto message = parseMessage(*readNextPayload(reader, clientState));
     const JsonObject response = message->object();
     demand(*response.findString("jsonrpc") == "2.0");
     demand(response.contains("result") != response.contains("error"));
@@ -36,12 +35,12 @@ struct Served {
 };
 
 /// The id that a message waits for an answer with, if it is a request for a worker.
-std::optional<std::string> workerRequestID(std::string_view payload) {
+std::optional<std::string> workerRequestID(std::string_view payload, const Form& form) {
   try {
     const auto message = parseMessage(bytesOf(payload));
     const auto id = requestIDOf(message->object());
     const auto method = message->object().findString("method");
-    const Method* row = method ? findMethod(method->view(), serverForm) : nullptr;
+    const Method* row = method ? findMethod(method->view(), form) : nullptr;
     if (!id || row == nullptr || !row->isForWorkers()) return std::nullopt;
     return std::string(id->text());
   } catch (...) {
@@ -49,26 +48,15 @@ std::optional<std::string> workerRequestID(std::string_view payload) {
   }
 }
 
-}  // namespace
-}  // namespace quillmere
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  using namespace quillmere;
-  // The message, a NUL, and what the app answers.
-  const std::string_view input = textOf(data, size);
-  const std::size_t split = std::min(input.find('\0'), input.size());
-  const std::string_view payload = input.substr(0, split);
-  AnsweringApp::instance().setAnswer(std::string(input.substr(std::min(split + 1, input.size()))));
-
-  static auto& served = *new Served;
+void check(Served& served, std::string_view payload) {
   static std::uint64_t round = 0;
   const std::string fence = "\"fence " + std::to_string(++round) + "\"";
   std::map<std::string, int> expected = {{fence, 1}};
-  const auto worker = workerRequestID(payload);
+  const auto worker = workerRequestID(payload, served.server.form);
   if (worker) ++expected[*worker];
-  static_cast<void>(processPayload(bytesOf(payload), *served.server));
+  static_cast<void>(processPayload(bytesOf(payload), served.server));
   static_cast<void>(processPayload(
-      bytesOf(R"({"jsonrpc":"2.0","method":"ping","id":)" + fence + "}"), *served.server));
+      bytesOf(R"({"jsonrpc":"2.0","method":"ping","id":)" + fence + "}"), served.server));
 
   // Whatever the main thread has to say about the message comes before the fence; a worker's answer
   // comes when it comes.
@@ -81,5 +69,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       expected.erase(place);
     }
   }
+}
+
+}  // namespace
+}  // namespace quillmere
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  using namespace quillmere;
+  // The message, a NUL, and what the app answers.
+  const std::string_view input = textOf(data, size);
+  const std::size_t split = std::min(input.find('\0'), input.size());
+  AnsweringApp::instance().setAnswer(std::string(input.substr(std::min(split + 1, input.size()))));
+  static Served* const programs[] = {new Served(serverForm), new Served(compatForm)};
+  for (Served* const served : programs) check(*served, input.substr(0, split));
   return 0;
 }

@@ -214,16 +214,6 @@ TEST_F(Program, WithoutAnAppOnlyWhatNeedsItFails) {
   }
 }
 
-TEST(Handshake, IsDemandedOnAWorkerToo) {
-  const TemporaryHome home;
-  ServerProcess server({.program = QUILLMERE_SERVER, .home = home.path()});
-  server.send("{\"jsonrpc\":\"2.0\",\"id\":1,\"method\":\"tools/call\"}\n");
-  EXPECT_EQ(
-      "1: -32002 Server is not initialized. Call initialize with a supported protocolVersion "
-      "before tools/call.",
-      RunningServer::shortOf(server.receive()->object()));
-}
-
 TEST_F(Program, ReadsAResourceAsTheAppGivesIt) {
   const DesktopApp app(home.releaseSocket());
   for (const auto& [uri, members] :
