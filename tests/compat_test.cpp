@@ -122,41 +122,7 @@ TEST(CompatResult, HoldsThePayloadAsTextAndEachPictureAsAPicture) {
 /// The second program, as `RunningServer` is the first.
 struct CompatProgram : RunningServer {
   CompatProgram() : RunningServer("", QUILLMERE_COMPAT) {}
-
-  std::string call(std::string_view name, std::string_view arguments = "{}") {
-    const JsonObject given = json(arguments);
-    request(1, "tools/call", JsonText{{"name", name}, {"arguments", given}});
-    return next();
-  }
 };
-
-TEST_F(CompatProgram, NamesToolsAsItListsThem) {
-  request(1, "tools/list");
-  const std::string tools = JsonText{{"tools", visibleTools(compatForm)}}.str();
-  EXPECT_EQ(R"({"jsonrpc":"2.0","id":1,"result":)" + tools + "}", next());
-  request(1, "resources/templates/list");
-  EXPECT_EQ(R"({"jsonrpc":"2.0","id":1,"result":{"resourceTemplates":[]}})", next());
-  for (const std::string_view name : {"quillmere_input_tap", "quillmere.input.tap"}) {
-    EXPECT_EQ(R"({"jsonrpc":"2.0","id":1,"error":{"code":-32602,"message":)"
-              R"("quillmere_input_tap requires argument: y"}})",
-              call(name, R"({"x":1})"));
-  }
-  request(1, "prompts/get",
-          JsonText{{"name", "phone_task_assistant"},
-                   {"arguments", JsonText{{"task", "quillmere.wait"}}}});
-  const std::string prompt = next();
-  EXPECT_NE(std::string::npos, prompt.find("quillmere_devices_list"));
-  EXPECT_NE(std::string::npos, prompt.find("Task: quillmere.wait")) << "the client's own text";
-  EXPECT_EQ(std::string::npos, prompt.find("quillmere.devices"));
-
-  const DesktopApp app(home.releaseSocket(), [](const AppConnection& connection) {
-    static_cast<void>(connection.receive());
-    connection.answer({{"ok", true}, {"sessions", JsonText::array()}});
-  });
-  const std::string sessions = call("quillmere_sessions_list");
-  EXPECT_NE(std::string::npos, sessions.find("nextRecommendedTool: quillmere_session_start"));
-  EXPECT_EQ(std::string::npos, sessions.find("quillmere."));
-}
 
 TEST_F(CompatProgram, PassesLargeAndManyPicturesOnWhole) {
   // The largest answer that there may be, one cut off in its base64, and a hundred.
