@@ -95,10 +95,10 @@ bool endsWithin(pid_t child, std::chrono::milliseconds most) {
   struct kevent end {};
   EV_SET(&end, child, EVFILT_PROC, EV_ADD, NOTE_EXIT, 0, nullptr);
   const auto whole = std::chrono::duration_cast<std::chrono::seconds>(most);
-  const timespec most{.tv_sec = whole.count(),
+  const timespec wait{.tv_sec = whole.count(),
                       .tv_nsec = std::chrono::nanoseconds(most - whole).count()};
   // One that has ended already can't be watched: that comes as an event too.
-  return ::kevent(queue.number(), &end, 1, &end, 1, &most) > 0;
+  return ::kevent(queue.number(), &end, 1, &end, 1, &wait) > 0;
 }
 
 }  // namespace quillmere
