@@ -14,7 +14,7 @@
 namespace quillmere {
 
 /// What is received is waited for; every wait throws `WaitedInVain` when it is too long. One thread
-/// at a time, but for `close`.
+/// at a time, `close` excepted.
 class AppConnection {
  public:
   explicit AppConnection(Descriptor connection);

@@ -1,6 +1,6 @@
 // There may be two desktop apps at a time, a debug build and the installed one, each with a socket
-// at a place of its own. A server that was shipped inside of one of them looks there first; and a
-// call must rather fail than reach the other app only because the system was short of something.
+// at a place of its own. A server that was shipped inside one of them looks there first. A call
+// must fail rather than reach the other app just because the system ran short of something.
 #include "control/app_socket.hpp"
 
 #include <algorithm>

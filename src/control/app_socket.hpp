@@ -1,7 +1,7 @@
-// The desktop app's control socket: where it may be, and how to connect to it. What asks the file
-// system throws `std::system_error` when a resource is lacking, a descriptor say. Then it is not
-// known which app is the right one: a bundle that can't be looked at is still a bundle, and without
-// it another app would come first.
+// The desktop app's control socket: where it may be, and how to connect to it. Functions that ask
+// the file system throw `std::system_error` when a resource runs out, a descriptor say. It is then
+// not known which app is the right one: a bundle that can't be looked at is still a bundle, and
+// without it another app would come first.
 #pragma once
 
 #include <chrono>
@@ -41,8 +41,8 @@ inline constexpr std::chrono::seconds transferTimeout{75};
 
 /// Connects to the first candidate that takes the connection. Candidates that do not exist are
 /// passed over; those that exist and fail are named in the error. Blocks up to `connectTimeout` a
-/// candidate. Thread-safe. Throws `MCPError` -32000, also when a resource is lacking to find out
-/// which candidate is the right one.
+/// candidate. Thread-safe. Throws `MCPError` -32000, also when a resource runs out and so it is
+/// not known which candidate is the right one.
 [[nodiscard]] UnixSocket connectAppControlSocket();
 
 /// Connects `socket`, a fresh one, to `path`, and makes it a blocking one. Returns the text of the

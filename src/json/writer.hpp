@@ -64,7 +64,7 @@ class JsonText {
   /// Adds a member to an object that was made here and has none under this key.
   void set(std::string_view key, JsonText value);
 
-  /// Adds the members of `object` that count, with the bytes that came, but for those under the
+  /// Adds the members of `object` that count, with the bytes that came, except those under the
   /// keys in `except`.
   void setMembersOf(const JsonObject& object, std::span<const std::string_view> except = {});
 

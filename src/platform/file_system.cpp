@@ -1,5 +1,5 @@
 // An app is chosen by what is found here. So "it is not there" and "there was no descriptor left to
-// look" must never be taken for each other: the one leads to the next app, the other must not.
+// look" must never be confused: the one leads to the next app, the other must not.
 #include "platform/file_system.hpp"
 
 #include <fcntl.h>
@@ -22,8 +22,8 @@ namespace quillmere {
 
 namespace {
 
-/// Throws when `error`, an error number, says that the system lacks something, and nothing of what
-/// is there.
+/// Throws when `error`, an error number, says only that the system lacks something, and nothing
+/// about the file.
 void requireResources(int error) {
   for (const int want : {EMFILE, ENFILE, ENOMEM, EIO, EINTR}) {
     if (error == want) throw std::system_error(error, std::generic_category());

@@ -1,6 +1,6 @@
 // The few questions that the program asks of the file system. All are thread-safe. Each throws
-// `std::system_error` when it can't be answered for want of a resource: no descriptor, no memory, a
-// device that fails, an interruption. What can't be looked at for that is not absent.
+// `std::system_error` when a resource is missing that the answer takes: no descriptor, no memory, a
+// device that fails, an interruption. What can't be looked at for that reason is not absent.
 #pragma once
 
 #include <optional>

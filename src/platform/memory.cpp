@@ -167,7 +167,7 @@ KeptBlocks& keptBlocks() {
   return kept;
 }
 
-/// `std::realloc`, which takes null for a block, but for how it fails.
+/// As `std::realloc`, which takes null for a block, except in how it fails.
 void* resized(void* start, std::size_t bytes) {
   void* block = std::realloc(start, bytes);
   if (block == nullptr) block = keptBlocks().resizeInNeed(start, bytes);

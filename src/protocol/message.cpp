@@ -40,7 +40,7 @@ void answerWithFailure(const std::optional<JsonValue>& id, MessageWriter& output
   try {
     output.writeMessage(makeErrorResponse(id, currentFailure()));
   } catch (...) {
-    // The first failure could not be put into words, for want of memory or because its text is no
+    // The first failure could not be put into words: there was no memory for it, or its text is no
     // UTF-8. That is a failure too, and one with a short text.
     output.writeMessage(makeErrorResponse(id, currentFailure()));
   }

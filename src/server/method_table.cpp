@@ -92,7 +92,7 @@ constexpr Method methods[] = {
     {"prompts/get", Gate::needsInitialize, getPromptHere},
 };
 
-/// Checks the message but for its method's name, and returns its `params`.
+/// Checks all of the message except its method's name, and returns its `params`.
 JsonObject checkedParams(const JsonObject& message) {
   if (message.findString("jsonrpc") != "2.0") throw errors::wrongJsonRpcVersion();
   if (!message.findString("method")) throw errors::methodNotAString();

@@ -24,7 +24,7 @@ constexpr std::string_view notificationPrefix = "notifications/";
 void answer(InFlightRequest& request, const Method& method, ServerContext& server) {
   try {
     auto result = handleRequest(request, method, server);
-    // Once more, as late as can be: MCP wants no answer to what was cancelled, although a client
+    // Once more, as late as possible: MCP wants no answer to what was cancelled, although a client
     // must be ready for one.
     if (request.isCancelled()) return;
     server.output.writeMessage(makeResultResponse(request.requestID, std::move(result)));

@@ -25,10 +25,9 @@ struct NormalizedArguments {
                                                          const JsonObject& arguments);
 
 /// Checks `arguments`, normalised already, against the schema of `tool`, which the client knows as
-/// `name`. The first failure counts,
-/// in this order: unknown argument (the first in sorted order), missing required argument (null
-/// counts as missing), a value that breaks its schema (null passes), no session target (the key
-/// alone counts). Pure. Throws `MCPError` -32602.
+/// `name`. The first failure counts, in this order: unknown argument (the first in sorted order),
+/// missing required argument (null counts as missing), a value that breaks its schema (null
+/// passes), no session target (the key alone counts). Pure. Throws `MCPError` -32602.
 void validateSchemaArguments(const Tool& tool, std::string_view name, const JsonObject& arguments);
 
 }  // namespace quillmere

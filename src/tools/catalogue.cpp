@@ -1,3 +1,6 @@
+// Texts, names and bounds here are what clients see, word for word. An argument that several tools
+// declare alike is written once, as a constant or in a fragment; schemas are made of these rows,
+// and calls are checked against the same rows.
 #include "tools/catalogue.hpp"
 
 #include <algorithm>

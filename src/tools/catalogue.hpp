@@ -42,7 +42,7 @@ struct Property {
   /// Inclusive; only for integers and numbers.
   std::optional<std::int64_t> minimum = std::nullopt;
   std::optional<std::int64_t> maximum = std::nullopt;
-  /// Told to the client, never filled in here.
+  /// Only shown to the client: what is missing is not filled in here.
   std::variant<std::monostate, bool, std::int64_t, std::string_view> defaultValue = {};
   /// The only values that pass; any, when empty. Only for strings.
   std::span<const std::string_view> allowed = {};
