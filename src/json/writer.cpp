@@ -54,16 +54,20 @@ void appendEscape(std::string& text, char c) {
   }
 }
 
-/// Whether one of the eight bytes of `word` is `byte`: the lowest bit that is set is in the first
-/// one that is.
+/// The highest bit of each of the eight bytes of `word` that is `byte`.
 std::uint64_t bitsWhere(std::uint64_t word, unsigned char byte) {
   constexpr std::uint64_t ones = 0x0101010101010101;
+  constexpr std::uint64_t lowBits = 0x7F * ones;
   const std::uint64_t difference = word ^ (ones * byte);
-  return (difference - ones) & ~difference & (ones << 7U);
+  // The sum sets a byte's highest bit unless its other bits are all 0, and carries into no other
+  // byte.
+  return ~(((difference & lowBits) + lowBits) | difference | lowBits);
 }
 
 /// Adds JSON text to a string that holds it. Quotes and backslashes need an escape, and there are
-/// no control characters in it. Eight bytes at a time, since every few of them are a quote.
+/// no control characters in it. Every few bytes are a quote, so eight bytes are looked at together,
+/// and from each one to be escaped on those that are left are written again, a byte further: so no
+/// read waits for what was found before it.
 void appendQuoted(std::string& text, std::string_view json) {
   static_assert(std::endian::native == std::endian::little);
   constexpr std::size_t wordBytes = sizeof(std::uint64_t);
@@ -72,31 +76,23 @@ void appendQuoted(std::string& text, std::string_view json) {
     std::string_view part = json.substr(0, 4'096);
     json.remove_prefix(part.size());
     char* to = block.data();
-    const auto escape = [&](std::size_t at) {
-      to[at + 1] = part[at];
-      to[at] = '\\';
-      to += at + 2;
-      part.remove_prefix(at + 1);
-    };
-    while (part.size() >= wordBytes) {
+    for (; part.size() >= wordBytes; part.remove_prefix(wordBytes)) {
       std::uint64_t word = 0;
       std::memcpy(&word, part.data(), wordBytes);
       std::memcpy(to, &word, wordBytes);
-      const std::uint64_t found = bitsWhere(word, '"') | bitsWhere(word, '\\');
-      if (found != 0) {
-        escape(static_cast<std::size_t>(std::countr_zero(found)) / 8);
-      } else {
-        to += wordBytes;
-        part.remove_prefix(wordBytes);
+      std::uint64_t found = bitsWhere(word, '"') | bitsWhere(word, '\\');
+      for (; found != 0; found &= found - 1) {
+        const auto bits = static_cast<unsigned>(std::countr_zero(found)) - 7;
+        char* const place = to++ + bits / 8;
+        *place = '\\';
+        const std::uint64_t rest = word >> bits;
+        std::memcpy(place + 1, &rest, wordBytes);
       }
+      to += wordBytes;
     }
-    while (!part.empty()) {
-      if (part.front() == '"' || part.front() == '\\') {
-        escape(0);
-      } else {
-        *to++ = part.front();
-        part.remove_prefix(1);
-      }
+    for (const char c : part) {
+      if (c == '"' || c == '\\') *to++ = '\\';
+      *to++ = c;
     }
     text.append(block.data(), to);
   }
