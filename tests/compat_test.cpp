@@ -85,7 +85,10 @@ TEST(CompatResult, HoldsThePayloadAsTextAndEachPictureAsAPicture) {
     /// The JSON text in the second item, and what is in the items after it.
     std::string text, pictures;
   };
+  // Nine bytes each, and so at each place in a word, over several blocks, and in what is left.
+  const std::string escapes = R"({"a":[)" + times(3'000, R"("¢\"\\",)") + R"("\\"]})";
   const ResultCase cases[] = {
+      {"escapes everywhere", escapes, escapes, ""},
       {"no picture", R"({"ok":true,"a":[1,"\"\\\n é"]})", R"({"ok":true,"a":[1,"\"\\\n é"]})", ""},
       {"white space", "{ \"ok\" : true ,\t\"a\":[ ] , \"b\": { } }", R"({"ok":true,"a":[],"b":{}})",
        ""},

@@ -100,7 +100,7 @@ TEST(ToolResult, KeepsWhatItRefersTo) {
   }
 }
 
-TEST(Guidance, TellsWhatToDoAfterAList) {
+TEST(Guidance, SaysWhatToDoAfterAList) {
   constexpr std::string_view sessions = "quillmere.sessions.list";
   constexpr std::string_view devices = "quillmere.devices.list";
   constexpr std::string_view same;
