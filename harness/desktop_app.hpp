@@ -32,7 +32,7 @@ class DesktopApp {
   /// Waits for the next connection. Only without a handler. Throws `WaitedInVain`.
   [[nodiscard]] AppConnection accept() const;
   /// The same, but nothing once the server has said something while no connection waits: for a
-  /// connection that need not come.
+  /// connection that may never come.
   [[nodiscard]] std::optional<AppConnection> acceptUnless(const ServerProcess& server) const;
 
   /// Waits until every handler has returned. Throws `WaitedInVain`.

@@ -38,9 +38,9 @@ struct Channel {
 [[nodiscard]] char** environmentVariables();
 
 /// Starts the program at `arguments[0]`, with these standard streams and no other descriptor but
-/// standard error, and with all signals as they are by default: what a parent of ours ignores,
-/// SIGHUP under nohup say, is not ignored by it for that. With `diesWithParent` it is killed, on
-/// Linux, when the calling thread ends. Throws `std::system_error`.
+/// standard error, and with all signals as they are by default: a signal that a parent of ours
+/// ignores, such as SIGHUP under nohup, is not ignored by it. With `diesWithParent` it is killed,
+/// on Linux, when the calling thread ends. Throws `std::system_error`.
 [[nodiscard]] pid_t startProgram(std::vector<std::string> arguments,
                                  std::vector<std::string> environment, int input, int output,
                                  bool diesWithParent);

@@ -237,7 +237,7 @@ struct Stress : testing::Test {
     owed += shared.owed();
   }
 
-  /// Waits until the server has ended all threads but so many.
+  /// Waits until the server has no more than so many threads.
   void waitForRest(std::size_t threads) {
     waitUntil("idle threads to end", [&] {
       pingAndReceiveAll();

@@ -1,7 +1,7 @@
 // The desktop app's control socket: where it may be, and how to connect to it. Functions that ask
-// the file system throw `std::system_error` when a resource runs out, a descriptor say. It is then
-// not known which app is the right one: a bundle that can't be looked at is still a bundle, and
-// without it another app would come first.
+// the file system throw `std::system_error` when a resource runs out, such as descriptors. It is
+// then not known which app is the right one: a bundle that can't be looked at is still a bundle,
+// and without it another app would come first.
 #pragma once
 
 #include <chrono>

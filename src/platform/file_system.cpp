@@ -1,5 +1,5 @@
 // An app is chosen by what is found here. So "it is not there" and "there was no descriptor left to
-// look" must never be confused: the one leads to the next app, the other must not.
+// look" must never be confused: only the first may lead to the next app.
 #include "platform/file_system.hpp"
 
 #include <fcntl.h>

@@ -18,7 +18,7 @@ namespace quillmere {
 /// programs share; nothing where it has none. Only macOS has such folders.
 [[nodiscard]] std::optional<std::string> appGroupContainer(std::string_view group);
 
-/// The current directory, or "/" when it has none, being removed say.
+/// The current directory, or "/" when there is none, such as after its removal.
 [[nodiscard]] std::string currentDirectory();
 
 /// `path`, which must be absolute, with symbolic links and dots resolved as far as its parts exist.

@@ -1,11 +1,11 @@
 // A page that is fresh from the system costs 1.5 µs, for a screenshot as much as all else that is
 // done with it. So the memory of one large text serves the next one; but not for long, since a
 // server that idles should look like one that has just started. The blocks that are kept, and the
-// thread that gives them back, are the one half of this file.
+// thread that gives them back, are one half of this file.
 //
-// The other half is the program's `operator new`. What is small is needed by everything, the text
-// that says there is no memory included: a reserve is kept for it, and without that the process
-// ends. So only what is large can fail, and whoever asks for something large handles that.
+// The other half is the program's `operator new`. Everything takes small pieces, even the text that
+// says that there is no memory. So a reserve is kept for them, and when it is used up the process
+// ends. Then only what is large can fail, and whoever asks for something large handles that.
 #include "platform/memory.hpp"
 
 #include <pthread.h>

@@ -76,8 +76,8 @@ InputStream::LookAhead InputStream::wayToLookAhead() const {
 bool InputStream::readThrough(char delimiter, std::size_t most, Bytes& to) {
   if (hasEnded) return false;
   if (ahead.empty() && way != LookAhead::none) fillAhead();
-  // What can't be looked into, a terminal say, is read byte by byte. Nothing to be seen need not be
-  // the end, since another reader may have been quicker; a read knows.
+  // What can't be looked into, such as a terminal, is read byte by byte. That nothing is seen need
+  // not mean the end: another reader may have been quicker. A read shows which it is.
   if (ahead.empty()) return read(1, to);
   const std::string_view seen = ahead.substr(0, most);
   const std::size_t at = seen.find(delimiter);
