@@ -35,7 +35,7 @@ class DemoClient {
 
   /// Begins a step of the story.
   void step(std::string_view sentence);
-  /// Tells something beside.
+  /// Prints a line below the step: a label, and what it is about.
   void say(std::string_view label, std::string_view text) const;
 
   /// Sends a request and returns the response, `result` or `error`.

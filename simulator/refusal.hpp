@@ -18,7 +18,7 @@ class Refusal : public std::runtime_error {
 
   /// Constant text.
   std::string_view code;
-  /// Members of the answer beside `error`.
+  /// Members of the answer besides `error`.
   JsonText besides = JsonText::object();
 };
 
@@ -28,7 +28,7 @@ namespace refusals {
 /// Recommends the tool that starts a session, for the device with this serial if one was named.
 [[nodiscard]] Refusal noSession(std::string_view code, const std::string& message,
                                 const std::string& serial);
-/// Tells the words that the app wants to hear from the user.
+/// Names the words that the app wants to hear from the user.
 [[nodiscard]] Refusal acknowledgementRequired(const App& app, bool otherWordsWereGiven);
 }  // namespace refusals
 

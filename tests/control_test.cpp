@@ -207,7 +207,7 @@ TEST_F(ControlCall, ArgumentsAreJudgedBeforeTheSocket) {
   EXPECT_EQ(outcomeOf(ofBytes(1'048'576)), "{}");
 }
 
-TEST_F(ControlCall, EndsAsTheAnswerTells) {
+TEST_F(ControlCall, EndsAsTheAnswerSays) {
   using std::string_literals::operator""s;
   constexpr std::string_view badFrame =
       "-32000 Quillmere returned an invalid MCP control response frame.";

@@ -61,7 +61,7 @@ void linkTo(const fs::path& target, const fs::path& link) {
   fs::create_symlink(target, link);
 }
 
-TEST(Doctor, TellsWhatIsInTheSocketsPlace) {
+TEST(Doctor, SaysWhatIsInTheSocketsPlace) {
   std::optional<DesktopApp> app;
   struct Situation {
     std::string_view name;

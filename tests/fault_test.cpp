@@ -68,7 +68,7 @@ const Script scripts[] = {
     {"all from a file", Input::file, hello + ping("") + bye, true},
 };
 
-/// What must come of a fault, beside an error's code and text.
+/// What must come of a fault; all others are an error's code and text.
 constexpr std::string_view works = "as without the fault";
 constexpr std::string_view ends = "the end of the process";
 /// Said before the end, when it comes after the first header line.
@@ -426,7 +426,7 @@ TEST_F(ServerUnderOrders, AnswersEachRequestOnceOrEndsWhicheverAllocationFails) 
   prepareProcess();
   const StandardErrorKept errors(home.write("errors", ""));
   const DesktopApp app(home.releaseSocket(), answerAsAsked);
-  int failuresForWantOfMemory = 0;
+  int outOfMemoryErrors = 0;
   failEachAllocation(*order, [&](int inARow) {
     ServerProcess server({.program = program, .home = home.path()});
     int failures = 0;
@@ -455,17 +455,17 @@ TEST_F(ServerUnderOrders, AnswersEachRequestOnceOrEndsWhicheverAllocationFails) 
       const auto error = answer->object().findObject("error");
       failures += error.has_value() != fails ? 1 : 0;
       if (error && error->findString("message") == "Internal error: out of memory.")
-        ++failuresForWantOfMemory;
+        ++outOfMemoryErrors;
     }
     EXPECT_EQ(nullptr, next());
     EXPECT_EQ(0, server.waitForExit());
     EXPECT_EQ(0, errors.size());
     EXPECT_GE(inARow == forGood ? forGood : 1, failures);
   });
-  EXPECT_LT(0, failuresForWantOfMemory);
+  EXPECT_LT(0, outOfMemoryErrors);
 }
 
-TEST_F(ServerUnderOrders, EndsForWantOfMemoryAfterTheFrameThatIsBeingWritten) {
+TEST_F(ServerUnderOrders, WithoutMemoryItEndsAfterTheFrameThatIsBeingWritten) {
   if (!sanitizers.empty()) GTEST_SKIP() << "\nSKIPPED: sanitizers bring their own allocator.";
   const DesktopApp app(home.releaseSocket(), answerAsAsked);
   ServerProcess server({.program = program, .home = home.path()});

@@ -108,7 +108,7 @@ TEST(Framing, PayloadsAndErrorsOverEveryKindOfInput) {
   }
 }
 
-TEST(Framing, WhatStandsBehindTheCurrentMessageStaysUnread) {
+TEST(Framing, WhatFollowsTheCurrentMessageStaysUnread) {
   for (const std::string_view message : {"{}\n", "Content-Length: 2\r\n\r\n{}"}) {
     for (const ByteSource::Kind kind : ByteSource::kinds) {
       SCOPED_TRACE(std::string(message) + " kind " + std::to_string(static_cast<int>(kind)));

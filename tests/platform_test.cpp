@@ -173,7 +173,7 @@ TEST(FileSystem, HomeIsTheEnvironmentsIfAbsoluteAndElseThePasswordEntrys) {
 }
 #endif
 
-TEST(FileSystem, TellsWhatIsAtAPath) {
+TEST(FileSystem, SaysWhatIsAtAPath) {
   const TemporaryHome home;
   const std::filesystem::path folder = home.path();
   home.write("file", "content");
@@ -205,7 +205,7 @@ TEST(FileSystem, TellsWhatIsAtAPath) {
   EXPECT_EQ(withLinksResolved(folder / "x" / ".." / "nothing"), folder / "nothing");
 }
 
-TEST(FileSystem, TakesNothingForAbsentForWantOfADescriptor) {
+TEST(FileSystem, WithoutADescriptorNothingCountsAsAbsent) {
   const TemporaryHome home;
   const std::string file = home.write("file", "content");
   ::unsetenv("HOME");

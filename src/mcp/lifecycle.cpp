@@ -12,7 +12,7 @@ namespace quillmere {
 
 namespace {
 
-/// What the result holds beside the version.
+/// What the result holds besides the version.
 std::shared_ptr<const JsonDocument> fixedMembers(const Form& form) {
   const JsonText fixedList{{"listChanged", false}};
   std::string instructions = form.spelled(connectionInstructions);

@@ -21,7 +21,7 @@ struct PromptArgument {
   std::string_view name;
   std::string_view description;
   bool required = false;
-  /// Stands in the text when the argument is absent or null.
+  /// What the text says when the argument is absent or null.
   std::string_view fallback;
 };
 
