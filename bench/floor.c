@@ -133,7 +133,7 @@ static void* work(void* unused) {
   return unused;
 }
 
-static struct Text valueBehind(const char* line, size_t length, const char* key) {
+static struct Text valueAfter(const char* line, size_t length, const char* key) {
   const char* at = memmem(line, length, key, strlen(key));
   if (at == NULL) return (struct Text){"null", 4};
   at += strlen(key);
@@ -146,7 +146,7 @@ static void dispatch(const char* line, size_t length) {
   copy[4 + length] = '\0';
   pthread_mutex_lock(&lock);
   struct Call* call = freeCalls[--freeCount];
-  *call = (struct Call){copy, length, valueBehind(copy + 4, length, "\"id\":"), -1};
+  *call = (struct Call){copy, length, valueAfter(copy + 4, length, "\"id\":"), -1};
   tasks[taskCount++] = call;
   const int needsThread = taskCount > idleCount;
   pthread_mutex_unlock(&lock);
@@ -183,19 +183,19 @@ static void take(const char* line, size_t length, const char* listPath) {
   static const char initialized[] =
       "{\"protocolVersion\":\"2025-06-18\",\"capabilities\":{\"tools\":{}},"
       "\"serverInfo\":{\"name\":\"floor\",\"version\":\"1\"}}";
-  const struct Text method = valueBehind(line, length, "\"method\":");
+  const struct Text method = valueAfter(line, length, "\"method\":");
   if (strncmp(method.start, "\"tools/call\"", method.length) == 0) {
     dispatch(line, length);
     return;
   }
-  const struct Text id = valueBehind(line, length, "\"id\":");
+  const struct Text id = valueAfter(line, length, "\"id\":");
   if (strncmp(method.start, "\"ping\"", method.length) == 0) respondWith(id, "{}", 2);
   if (strncmp(method.start, "\"tools/list\"", method.length) == 0) answerList(id, listPath);
   if (strncmp(method.start, "\"initialize\"", method.length) == 0) {
     respondWith(id, initialized, sizeof initialized - 1);
   }
   if (strncmp(method.start, "\"notifications/cancelled\"", method.length) == 0) {
-    cancel(valueBehind(line, length, "\"requestId\":"));
+    cancel(valueAfter(line, length, "\"requestId\":"));
   }
 }
 

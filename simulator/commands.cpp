@@ -71,12 +71,13 @@ MirroredDevice& sessionTarget(World& world, const JsonObject& request) {
   return device;
 }
 
-View tell(MirroredDevice& device, WorldTime now) {
+/// What the phone shows now, remembered as what the client has seen of it.
+View show(MirroredDevice& device, WorldTime now) {
   View view = viewOf(device.phone, now);
-  std::erase_if(device.toldViews,
-                [&](const View& told) { return told.signature == view.signature; });
-  device.toldViews.push_back(view);
-  if (device.toldViews.size() > rememberedViews) device.toldViews.pop_front();
+  std::erase_if(device.shownViews,
+                [&](const View& shown) { return shown.signature == view.signature; });
+  device.shownViews.push_back(view);
+  if (device.shownViews.size() > rememberedViews) device.shownViews.pop_front();
   return view;
 }
 
@@ -120,7 +121,7 @@ JsonText actionAnswer(MirroredDevice& device, WorldTime now, const Outcome& outc
                       std::string_view key = {}, const JsonText& detail = {}) {
   JsonText action{{"message", outcome.message}};
   if (!key.empty()) action.set(key, detail);
-  JsonText body{{"action", std::move(action)}, {"visibleState", visibleStateOf(tell(device, now))}};
+  JsonText body{{"action", std::move(action)}, {"visibleState", visibleStateOf(show(device, now))}};
   if (!outcome.warning.empty()) body.set("warnings", warningsOf(outcome.warning));
   return body;
 }
@@ -195,7 +196,7 @@ Turn startSession(Context& context) {
 
 Turn observeScreen(Context& context) {
   const bool includeImage = flag(context.request(), "includeImage", false);
-  View view = tell(*context.target, context.now);
+  View view = show(*context.target, context.now);
   Turn turn =
       answered({{"session", sessionJson(*context.target)}, {"visibleState", visibleStateOf(view)}});
   if (includeImage) turn.picture = std::move(view);
@@ -238,7 +239,7 @@ Turn uiGetState(Context& context) {
   const std::int64_t most =
       wholeNumber(context.request(), "maximumNodes", 1, 2000, defaultMaximumNodes);
   const bool includeImage = flag(context.request(), "includeImage", false);
-  View view = tell(*context.target, context.now);
+  View view = show(*context.target, context.now);
   Turn turn = answered(
       {{"visibleState", visibleStateOf(view)},
        {"uiState", uiStateOf(view, includeNonInteractive, static_cast<std::size_t>(most))}});
@@ -292,12 +293,12 @@ JsonText stableAnswer(const Context& context, bool isStable, bool isUnchanged) {
   const JsonObject& request = context.request();
   const std::string previous = optionalText(request, "stateSignature");
   MirroredDevice& device = *context.target;
-  const auto before = std::ranges::find(device.toldViews, previous, &View::signature);
+  const auto before = std::ranges::find(device.shownViews, previous, &View::signature);
   JsonText diff;
-  const bool isKnown = before != device.toldViews.end();
+  const bool isKnown = before != device.shownViews.end();
   if (isKnown) diff = uiDiffOf(*before, viewOf(device.phone, context.now));
 
-  const View view = tell(device, context.now);
+  const View view = show(device, context.now);
   JsonText body{{"stable", isStable},
                 {"unchanged", isUnchanged},
                 {"waitedMs", context.elapsed().count()},

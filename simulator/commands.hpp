@@ -25,7 +25,7 @@ struct MirroredDevice {
   /// Packages for which the user's acknowledgement has been given.
   std::set<std::string_view> acknowledgedPackages = {};
   /// The latest views of which an answer had the signature, each once.
-  std::deque<View> toldViews = {};
+  std::deque<View> shownViews = {};
 };
 
 struct World {

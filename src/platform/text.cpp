@@ -69,7 +69,7 @@ utf8proc_int32_t breakingAlike(utf8proc_int32_t point) {
 
 constexpr std::size_t blockBytes = 16;
 /// How many bytes before it a byte of UTF-8 may depend on.
-constexpr std::size_t lookBehind = 3;
+constexpr std::size_t lookBack = 3;
 
 /// Bytes that one instruction works on together; both compilers have such types for all processors.
 using ByteBlock [[gnu::vector_size(blockBytes)]] = unsigned char;
@@ -131,21 +131,21 @@ bool isUtf8(std::string_view text) {
   ByteBlock errors{};
   std::size_t at = 0;
   if (text.size() >= blockBytes) {
-    std::array<char, lookBehind + blockBytes> start{};
-    std::memcpy(&start[lookBehind], text.data(), blockBytes);
-    errors |= utf8Errors(&start[lookBehind]);
+    std::array<char, lookBack + blockBytes> start{};
+    std::memcpy(&start[lookBack], text.data(), blockBytes);
+    errors |= utf8Errors(&start[lookBack]);
     for (at = blockBytes; at + blockBytes <= text.size(); at += blockBytes) {
       const char* const block = text.data() + at;
-      if (isAnySet((blockAt(block - lookBehind) | blockAt(block)) & 0x80)) {
+      if (isAnySet((blockAt(block - lookBack) | blockAt(block)) & 0x80)) {
         errors |= utf8Errors(block);
       }
     }
   }
   // The rest, and at least one zero, so that a character that is cut off shows.
-  std::array<char, lookBehind + blockBytes> rest{};
-  const std::size_t before = std::min(lookBehind, at);
-  std::memcpy(&rest[lookBehind - before], text.data() + at - before, before + text.size() - at);
-  errors |= utf8Errors(&rest[lookBehind]);
+  std::array<char, lookBack + blockBytes> rest{};
+  const std::size_t before = std::min(lookBack, at);
+  std::memcpy(&rest[lookBack - before], text.data() + at - before, before + text.size() - at);
+  errors |= utf8Errors(&rest[lookBack]);
   return !isAnySet(errors);
 }
 
