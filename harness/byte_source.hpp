@@ -30,7 +30,7 @@ class ByteSource {
   std::thread writer;
 };
 
-/// An empty file without a name. Throws `std::system_error`.
+/// An empty temporary file, unlinked already. Throws `std::system_error`.
 [[nodiscard]] Descriptor makeNamelessFile();
 
 }  // namespace quillmere

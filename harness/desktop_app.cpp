@@ -35,7 +35,8 @@ DesktopApp::~DesktopApp() {
   accepting.join();
   std::unique_lock hold(lock);
   for (const AppConnection& each : _open) each.close();
-  waitUntil("what a test does with a connection", changed, hold, [this] { return _open.empty(); });
+  waitUntil("the connection handlers of a test to return", changed, hold,
+            [this] { return _open.empty(); });
 }
 
 AppConnection DesktopApp::accept() const {

@@ -27,6 +27,7 @@ class DesktopApp {
   DesktopApp(const DesktopApp&) = delete;
   DesktopApp& operator=(const DesktopApp&) = delete;
   /// Closes the connections whose handlers still wait for the server, and waits for the handlers.
+  /// One that does not return ends the process, since it uses this object.
   ~DesktopApp();
 
   /// Waits for the next connection. Only without a handler. Throws `WaitedInVain`.

@@ -1,4 +1,4 @@
-// What a process has of the system's. Linux only: it is read under /proc.
+// Descriptors, threads and memory that a process uses. Linux only: read from /proc.
 #pragma once
 
 #include <sys/types.h>

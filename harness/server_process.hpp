@@ -1,4 +1,4 @@
-// The server as an AI client sees it: a child process with two pipes.
+// A program as its client sees it: a child process, and its standard input and output.
 #pragma once
 
 #include <sys/types.h>

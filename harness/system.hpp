@@ -24,8 +24,7 @@ struct Channel {
   Descriptor readEnd;
   Descriptor writeEnd;
 };
-/// A pipe or a pair of connected sockets, closed in programs that are started later. Throw
-/// `std::system_error`.
+/// A pipe or a pair of connected sockets, close-on-exec. Both throw `std::system_error`.
 [[nodiscard]] Channel makePipe();
 [[nodiscard]] Channel makeSocketPair();
 
@@ -45,7 +44,8 @@ struct Channel {
                                  std::vector<std::string> environment, int input, int output,
                                  bool diesWithParent);
 
-/// Whether `child`, a process that nobody has waited for yet, ends within `most`.
+/// Whether `child`, a process that nobody has waited for yet, ends within `most`. Throws
+/// `std::system_error` when the system can't watch it.
 [[nodiscard]] bool endsWithin(pid_t child, std::chrono::milliseconds most);
 
 }  // namespace quillmere

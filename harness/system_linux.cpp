@@ -36,7 +36,7 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
 }
 
 /// What a child needs to become a program.
-struct Beginning {
+struct LaunchRequest {
   char* const* arguments;
   char* const* environment;
   int input;
@@ -49,7 +49,7 @@ struct Beginning {
 /// The child's part. It runs in the parent's memory, where a sanitizer would take it for the
 /// parent.
 __attribute__((no_sanitize("address", "thread", "undefined"))) int becomeProgram(void* of) {
-  Beginning& child = *static_cast<Beginning*>(of);
+  LaunchRequest& child = *static_cast<LaunchRequest*>(of);
   if (child.diesWithParent) ::syscall(SYS_prctl, PR_SET_PDEATHSIG, SIGKILL, 0, 0, 0);
   for (int signal = 1; signal < NSIG; ++signal) {
     // Not by the library's function, which sanitizers replace. The structure is the kernel's: a
@@ -96,25 +96,28 @@ pid_t startProgram(std::vector<std::string> arguments, std::vector<std::string> 
                    int input, int output, bool diesWithParent) {
   const std::vector<char*> argumentPointers = pointersTo(arguments);
   const std::vector<char*> environmentPointers = pointersTo(environment);
-  Beginning beginning{argumentPointers.data(), environmentPointers.data(), input, output,
-                      diesWithParent};
+  LaunchRequest request{argumentPointers.data(), environmentPointers.data(), input, output,
+                        diesWithParent};
   // In our own memory, as `posix_spawn` does it, which can't tie the child to our life. A fork
   // would copy our page tables at each start, and benchmarks measure starts.
   alignas(16) std::array<char, 16'384> stack;
   const pid_t child = ::__clone(becomeProgram, stack.data() + stack.size(),
-                                CLONE_VM | CLONE_VFORK | SIGCHLD, &beginning);
+                                CLONE_VM | CLONE_VFORK | SIGCHLD, &request);
   if (child < 0) fail("clone");
-  if (beginning.error == 0) return child;
+  if (request.error == 0) return child;
   ::waitpid(child, nullptr, 0);
-  errno = beginning.error;
+  errno = request.error;
   fail(arguments[0].c_str());
 }
 
 bool endsWithin(pid_t child, std::chrono::milliseconds most) {
   // A descriptor of the process turns readable when it ends: no polling, no signal handler.
   const Descriptor process(static_cast<int>(::syscall(SYS_pidfd_open, child, 0)));
+  if (!process.isOpen()) fail("pidfd_open");
   pollfd entry{.fd = process.number(), .events = POLLIN, .revents = 0};
-  return process.isOpen() && ::poll(&entry, 1, static_cast<int>(most.count())) > 0;
+  const int ready = ::poll(&entry, 1, static_cast<int>(most.count()));
+  if (ready < 0) fail("poll");
+  return ready > 0;
 }
 
 }  // namespace quillmere
