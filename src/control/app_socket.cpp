@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <array>
-#include <mutex>
 #include <system_error>
 #include <utility>
 
@@ -19,6 +18,7 @@ namespace quillmere {
 
 namespace Constants {
 
+// Wickfern is the name that the desktop app's bundles, groups and folders carry.
 constexpr std::string_view debugAppGroup = "group.com.tallowbrook.wickfern.debug.shared";
 constexpr std::string_view releaseAppGroup = "group.com.tallowbrook.wickfern.shared";
 
@@ -95,20 +95,11 @@ UnixSocket connectToFirst(const std::vector<std::string>& candidates) {
 }  // namespace
 
 std::string executableURL() {
-  // Kept for the name that it was resolved from: a running program's file does not move, and to
-  // resolve its links, one system call a folder, took an eighth of the processor time of a call.
-  struct Resolved {
-    std::mutex lock;
-    std::optional<std::string> _name;
-    std::string _path;
-  };
-  static auto& resolved = *new Resolved;
-  const std::lock_guard hold(resolved.lock);
-  if (resolved._name != argumentZero()) {
-    resolved._path = withLinksResolved(absolutePath(argumentZero()));
-    resolved._name = argumentZero();
-  }
-  return resolved._path;
+  // Resolved once: a running program's file does not move, and to resolve its links, one system
+  // call a folder, took an eighth of the processor time of a call. A failure is not kept. Never
+  // destroyed: workers may use it while the process ends.
+  static const auto& path = *new std::string(withLinksResolved(absolutePath(argumentZero())));
+  return path;
 }
 
 std::optional<std::string> bundledAppIdentifier(const std::string& executable) {
@@ -146,6 +137,7 @@ std::vector<std::string> socketCandidates(const std::optional<std::string>& bund
     if (const auto container = appGroupContainer(group)) appendCandidate(*container);
     appendCandidate(below(library, "Group Containers/").append(group));
   }
+  // For an app that runs without application groups.
   appendCandidate(below(library, "Application Support/WickfernShared"));
   return candidates;
 }
