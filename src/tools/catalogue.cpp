@@ -226,7 +226,7 @@ constexpr Tool tools[] = {
      .title = "Quillmere MCP Help",
      .description = "Show concise usage guidance. Call this first if you are unsure how to "
                     "connect, choose a device, start a Phone Screen session, or read UI state.",
-     .effect = Effect::explains,
+     .effect = Effect::readsNothing,
      .ownProperties = helpArguments},
     {.name = "quillmere.devices.list",
      .title = "List Android Devices",
@@ -250,7 +250,7 @@ constexpr Tool tools[] = {
                     "device. Use this before screen.observe, ui.get_state, or input tools whenever "
                     "sessions.list is empty or has no Phone Screen session for the device.",
      .toolToCommand = "startSession",
-     .effect = Effect::arranges,
+     .effect = Effect::changesView,
      .fragments = taskContext,
      .ownProperties = deviceArguments,
      .required = aDevice},
@@ -270,7 +270,7 @@ constexpr Tool tools[] = {
          "Tap a point in mirror pixel coordinates. If Quillmere reports a user acknowledgement "
          "requirement, ask the user and retry with userAcknowledgementText.",
      .toolToCommand = "tap",
-     .effect = Effect::acts,
+     .effect = Effect::mayDestroy,
      .fragments = taskContext | sessionTarget | userAcknowledgement,
      .ownProperties = inputTapArguments,
      .required = aPoint},
@@ -280,7 +280,7 @@ constexpr Tool tools[] = {
          "Swipe between two points in mirror pixel coordinates. If Quillmere reports a user "
          "acknowledgement requirement, ask the user and retry with userAcknowledgementText.",
      .toolToCommand = "swipe",
-     .effect = Effect::acts,
+     .effect = Effect::mayDestroy,
      .fragments = taskContext | sessionTarget | userAcknowledgement,
      .ownProperties = inputSwipeArguments,
      .required = twoPoints},
@@ -291,7 +291,7 @@ constexpr Tool tools[] = {
          "names are case-insensitive; ENTER is normalized to enter. If Quillmere reports a user "
          "acknowledgement requirement, ask the user and retry with userAcknowledgementText.",
      .toolToCommand = "key",
-     .effect = Effect::acts,
+     .effect = Effect::mayDestroy,
      .fragments = taskContext | sessionTarget | userAcknowledgement,
      .ownProperties = inputKeyArguments,
      .required = aKey},
@@ -301,7 +301,7 @@ constexpr Tool tools[] = {
                     "session. If Quillmere reports a user acknowledgement requirement, ask the "
                     "user and retry with userAcknowledgementText.",
      .toolToCommand = "text",
-     .effect = Effect::acts,
+     .effect = Effect::mayDestroy,
      .fragments = taskContext | sessionTarget | userAcknowledgement,
      .ownProperties = inputTextArguments,
      .required = aText},
@@ -319,7 +319,7 @@ constexpr Tool tools[] = {
      .description = "Click a visible Android UI node by nodeId and stateSignature from a recent "
                     "Phone Screen display 0 UI state.",
      .toolToCommand = "uiClickElement",
-     .effect = Effect::acts,
+     .effect = Effect::mayDestroy,
      .fragments = taskContext | sessionTarget | userAcknowledgement,
      .ownProperties = nodeArguments,
      .required = aNode},
@@ -328,7 +328,7 @@ constexpr Tool tools[] = {
      .description = "Focus an editable or input-candidate Android UI node by nodeId and "
                     "stateSignature in a Phone Screen display 0 session.",
      .toolToCommand = "uiFocusElement",
-     .effect = Effect::arranges,
+     .effect = Effect::changesView,
      .fragments = taskContext | sessionTarget | userAcknowledgement,
      .ownProperties = nodeArguments,
      .required = aNode},
@@ -338,7 +338,7 @@ constexpr Tool tools[] = {
          "Focus an editable or input-candidate Android UI node by nodeId and stateSignature in a "
          "Phone Screen display 0 session, then commit text through Quillmere IME.",
      .toolToCommand = "uiSetText",
-     .effect = Effect::replaces,
+     .effect = Effect::mayDestroyRepeatable,
      .fragments = taskContext | sessionTarget | userAcknowledgement,
      .ownProperties = uiSetTextArguments,
      .required = aNodeAndText},
@@ -347,7 +347,7 @@ constexpr Tool tools[] = {
      .description = "Swipe inside a scrollable Android UI element in a Phone Screen display 0 "
                     "session. Direction describes viewport travel; down reveals lower content.",
      .toolToCommand = "uiScrollElement",
-     .effect = Effect::moves,
+     .effect = Effect::addsInput,
      .fragments = taskContext | sessionTarget | userAcknowledgement,
      .ownProperties = uiScrollElementArguments,
      .required = aNodeAndDirection},
@@ -384,7 +384,7 @@ constexpr Tool tools[] = {
          "launching, prefer quillmere.screen.observe without image or quillmere.ui.get_state; use "
          "quillmere.ui.wait_for_stable only when the page is still visibly transitioning.",
      .toolToCommand = "launchApp",
-     .effect = Effect::arranges,
+     .effect = Effect::changesView,
      .fragments = taskContext | userAcknowledgement,
      .ownProperties = appLaunchArguments,
      .required = aDeviceAndPackage},
@@ -392,14 +392,14 @@ constexpr Tool tools[] = {
      .title = "Stop AI Control",
      .description = "Disable AI MCP control inside Quillmere.",
      .toolToCommand = "stopControl",
-     .effect = Effect::arranges,
+     .effect = Effect::changesView,
      .fragments = taskContext},
     {.name = "quillmere.adb.command",
      .title = "Reserved ADB Command",
      .description = "Reserved developer-mode escape hatch. This build forwards the request for "
                     "audit and always denies execution.",
      .toolToCommand = "adbCommand",
-     .effect = Effect::acts,
+     .effect = Effect::mayDestroy,
      .fragments = taskContext,
      .ownProperties = adbCommandArguments,
      .required = aDeviceCommandAndReason},
@@ -408,6 +408,7 @@ constexpr Tool tools[] = {
 static_assert(std::size(tools) == 20);
 static_assert(std::ranges::count(tools, std::string_view(), &Tool::toolToCommand) == 1);
 
+/// Reserved: a client that knows of it may call it, and models are not offered it.
 constexpr std::string_view hiddenToolNames[] = {"quillmere.adb.command"};
 
 constexpr auto namesOfSessionTools = [] {

@@ -49,21 +49,20 @@ struct Property {
   std::span<const std::string_view> examples = {};
 };
 
-/// What a call does to the phone, for clients that ask a person before a call. The one that fits
-/// best.
+/// What a call does to the phone, for clients that ask a person before a call; the closest one.
+/// Repeatable means that the same call once more changes nothing more.
 enum class Effect {
-  /// Looks, and changes nothing.
-  looks,
-  /// Answers from here, without a phone.
-  explains,
-  /// Changes what is shown or started; once more changes nothing more.
-  arranges,
+  /// Changes nothing.
+  readsPhone,
+  /// Is answered by this server, without a phone.
+  readsNothing,
+  /// Changes what is shown or started; repeatable.
+  changesView,
   /// Changes something each time, but destroys nothing.
-  moves,
-  /// May do whatever the app on the screen does then, such as to delete, to buy or to send.
-  acts,
-  /// The same, but once more changes nothing more.
-  replaces,
+  addsInput,
+  /// May do whatever the app on the screen does then: delete, buy or send.
+  mayDestroy,
+  mayDestroyRepeatable,
 };
 
 /// Groups of arguments that many tools share, as bits.
@@ -78,9 +77,10 @@ struct Tool {
   std::string_view name;
   std::string_view title;
   std::string_view description;
-  /// What the desktop app calls it; empty for a tool that this server answers by itself.
+  /// The desktop app's command for it, such as `uiGetState`; empty for a tool that this server
+  /// answers by itself.
   std::string_view toolToCommand = {};
-  Effect effect = Effect::looks;
+  Effect effect = Effect::readsPhone;
   unsigned fragments = noFragment;
   std::span<const Property> ownProperties = {};
   /// Arguments that must be given, in the order in which they are missed.
@@ -96,7 +96,8 @@ struct Tool {
 /// The tools of which a call must name a session or a device: all that can take a session.
 [[nodiscard]] std::span<const std::string_view> sessionTargetToolNames();
 
-/// The schemas of all arguments of the tool, shared ones first: the member `properties`.
+/// The member `properties` of the tool's schema: the shared arguments of its fragments and its own
+/// ones, merged into one object.
 [[nodiscard]] JsonText merged(const Tool& tool);
 
 /// The argument of exactly this name, shared or the tool's own, or null.

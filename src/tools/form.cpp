@@ -58,14 +58,14 @@ JsonText jsonSchema(const Tool& tool, const Form& form) {
 
 JsonText annotations(const Tool& tool) {
   const Effect effect = tool.effect;
-  const bool isReadOnly = effect == Effect::looks || effect == Effect::explains;
-  const bool isDestructive = effect == Effect::acts || effect == Effect::replaces;
-  const bool isIdempotent = effect != Effect::acts && effect != Effect::moves;
+  const bool isReadOnly = effect == Effect::readsPhone || effect == Effect::readsNothing;
+  const bool isDestructive = effect == Effect::mayDestroy || effect == Effect::mayDestroyRepeatable;
+  const bool isIdempotent = effect != Effect::mayDestroy && effect != Effect::addsInput;
   return JsonText{{"title", tool.title},
                   {"readOnlyHint", isReadOnly},
                   {"destructiveHint", isDestructive},
                   {"idempotentHint", isIdempotent},
-                  {"openWorldHint", effect != Effect::explains}};
+                  {"openWorldHint", effect != Effect::readsNothing}};
 }
 
 std::string description(const Tool& tool, const Form& form) {
