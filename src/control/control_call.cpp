@@ -97,8 +97,8 @@ void stopIfCancelled(const InFlightRequest& inFlight) {
 class CallConnection {
  public:
   explicit CallConnection(InFlightRequest& inFlightRequest) : inFlight(inFlightRequest) {
-    // Asked before the connect, which may take its time, and by `attach` after it: a cancellation
-    // in between has found no connection to break.
+    // Checked twice. Before the connect, so that a cancelled call does not wait for it; and by
+    // `attach` after it, since a cancellation in between has found no connection to break.
     stopIfCancelled(inFlight);
     socket = std::make_shared<const UnixSocket>(connectAppControlSocket());
     if (!inFlight.attach(socket)) throw errors::cancelled();
@@ -117,7 +117,8 @@ class CallConnection {
 
   /// The body of the one frame that comes back.
   Bytes receiveAnswer() const {
-    // A small answer comes whole with its prefix.
+    // Most answers are smaller than this, and come with their prefix in one system call. Of a
+    // larger one only so much is copied.
     constexpr std::size_t smallAnswer = 16'384;
     Bytes received;
     receive(received, controlPrefixBytes, smallAnswer);

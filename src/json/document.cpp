@@ -1,6 +1,6 @@
-// The text is read by the events of a parser that unfolds nothing. A plain string or a number is
-// reported as a view of the text. Where any other token is follows from the one before: a cursor
-// goes on from its end over blanks, commas and colons.
+// The parser reports events and builds no tree; each event becomes a token. It reports plain
+// strings and numbers as views of the text. Every other token is found by a cursor, which skips
+// blanks, commas and colons from the end of the token before.
 #include "json/document.hpp"
 
 #include <algorithm>
@@ -103,7 +103,8 @@ class TokenList {
   }
 
   bool string(View rest, std::size_t size) {
-    // One with escapes comes in decoded pieces: this is the last of several, or not in the text.
+    // The parser decodes a string with escapes piece by piece: then `rest` is only its last piece,
+    // or lies in the parser's own buffer.
     const std::size_t offset = offsetOf(rest);
     if (rest.size() == size && offset < text.size()) {
       return addAt(offset - 1, Kind::plainString, size + quotes);
@@ -144,9 +145,9 @@ class TokenList {
 
 /// Writes each escaped slash as a slash; returns whether there were any. The desktop app's writer
 /// escapes all of them, and a screenshot in base64 is full of them; without escapes it is a plain
-/// string. Done before the text is parsed, while nothing refers to its places yet. Takes any bytes:
-/// in a text that is no JSON nothing becomes valid by this, since outside of strings neither form
-/// is.
+/// string. Done before parsing, while no token refers to an offset. It does not look whether a
+/// backslash is inside of a string: outside of strings neither form is valid, so this makes no text
+/// valid that was not.
 bool unescapeSlashes(Bytes& bytes) {
   std::string_view left = viewOf(bytes);
   char* to = bytes.data();

@@ -67,8 +67,8 @@ class JsonDocument : public std::enable_shared_from_this<JsonDocument> {
       return kind() == Kind::array || kind() == Kind::object;
     }
 
-    /// Of an array or object the number of the token after its own last one, of an end how many
-    /// elements or members there are, of any other value its length in bytes.
+    /// Of an array or object the index of the token after its end; of an end how many elements or
+    /// members there are; of anything else its length in bytes.
     std::uint32_t extent;
 
    private:

@@ -104,8 +104,8 @@ bool isStringOf(const JsonDocument& document, std::uint32_t token, std::string_v
     return document.tokenAt(token).extent == text.size() + quotes &&
            document.textOf(token).substr(1, text.size()) == text;
   }
-  // An escape of two to six bytes is one to four bytes of text. Most strings that are not `text`
-  // are so without being decoded, however long they are.
+  // Decoding makes a string shorter, but not below a sixth of its length. So the length, and what
+  // is before the first escape, rule out most strings, and only the others are decoded.
   constexpr std::size_t longestEscape = 6;
   const std::string_view raw =
       document.textOf(token).substr(1, document.tokenAt(token).extent - quotes);
@@ -129,7 +129,8 @@ double JsonNumber::value() const {
 }
 
 std::optional<std::int64_t> JsonNumber::integer() const {
-  // Of 64 bits. The zeros of a larger exponent need not be written out to be refused.
+  // A 64-bit integer has at most 19 digits. Larger exponents are refused before their zeros are
+  // written out.
   constexpr std::int64_t mostDigits = 19;
   const Decimal decimal = takeApart(digits);
   if (decimal.digits.empty()) return 0;

@@ -44,7 +44,7 @@ class JsonText {
   /// Without members, or without elements.
   [[nodiscard]] static JsonText object();
   [[nodiscard]] static JsonText array();
-  /// An array of what is in `elements`, each of which must be something that a text can be of.
+  /// An array of what is in `elements`, each of which must convert to a `JsonText`.
   template <typename Elements>
   [[nodiscard]] static JsonText arrayOf(const Elements& elements) {
     JsonText text = array();
@@ -55,9 +55,10 @@ class JsonText {
   /// `json`, which must be a JSON text and live as long as the process.
   [[nodiscard]] static JsonText constant(std::string_view json);
 
-  /// A string that holds the JSON text of `value`, which has no line breaks, with other strings in
-  /// place of some in it, given in their order.
   struct Replacement;
+  /// The JSON text of `value`, itself written as a JSON string. Each string in `replaced`, which
+  /// are some of those in `value` in their order, is written as its replacement. `value` must have
+  /// no line breaks between its tokens.
   [[nodiscard]] static JsonText quoted(const JsonValue& value,
                                        std::span<const Replacement> replaced = {});
 

@@ -1,5 +1,5 @@
-// What the methods of MCP do: the handshake, tools, resources and prompts (MCP, "Lifecycle" and
-// "Server Features"). Each takes the `params` of a request and returns its `result`.
+// What carries out the methods of MCP, and the lists that some of them return: the handshake,
+// tools, resources and prompts (MCP, "Lifecycle" and "Server Features").
 #pragma once
 
 #include <optional>

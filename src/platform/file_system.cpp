@@ -22,9 +22,9 @@ namespace quillmere {
 
 namespace {
 
-/// Throws when `error`, an error number, says only that the system lacks something, and nothing
-/// about the file.
-void requireResources(int error) {
+/// Throws `std::system_error` if `error`, an error number, means that a resource is missing. Those
+/// that say what is at the path, and 0, pass.
+void throwIfResourceMissing(int error) {
   for (const int want : {EMFILE, ENFILE, ENOMEM, EIO, EINTR}) {
     if (error == want) throw std::system_error(error, std::generic_category());
   }
@@ -43,17 +43,17 @@ passwd* passwordEntry(passwd& entry, std::span<char> text) {
   // built with. A program that brings its own reads the file.
   const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen("/etc/passwd", "re"), std::fclose);
   if (file == nullptr) {
-    requireResources(errno);
+    throwIfResourceMissing(errno);
     return nullptr;
   }
   int error = 0;
   while ((error = ::fgetpwent_r(file.get(), &entry, text.data(), text.size(), &found)) == 0) {
     if (found->pw_uid == ::getuid()) return found;
   }
-  requireResources(error);
+  throwIfResourceMissing(error);
   return nullptr;
 #else
-  requireResources(::getpwuid_r(::getuid(), &entry, text.data(), text.size(), &found));
+  throwIfResourceMissing(::getpwuid_r(::getuid(), &entry, text.data(), text.size(), &found));
   return found;
 #endif
 }
@@ -83,7 +83,7 @@ std::optional<std::string> appGroupContainer(std::string_view /*group*/) {
 std::string currentDirectory() {
   std::error_code error;
   const std::filesystem::path path = std::filesystem::current_path(error);
-  requireResources(error.value());
+  throwIfResourceMissing(error.value());
   return error ? "/" : path.string();
 }
 
@@ -94,24 +94,24 @@ std::string withLinksResolved(const std::string& path) {
   };
   const std::unique_ptr<char, Free> real(::realpath(path.c_str(), nullptr));
   if (real) return real.get();
-  requireResources(errno);
+  throwIfResourceMissing(errno);
 
   std::error_code error;
   const std::filesystem::path resolved = std::filesystem::weakly_canonical(path, error);
-  requireResources(error.value());
+  throwIfResourceMissing(error.value());
   return error ? path : resolved.string();
 }
 
 PathKind kindOfPath(const std::string& path) {
   struct stat status {};
   if (::lstat(path.c_str(), &status) != 0) {
-    requireResources(errno);
+    throwIfResourceMissing(errno);
     return PathKind::nothing;
   }
   if (S_ISSOCK(status.st_mode)) return PathKind::socket;
   // A link is asked for what it leads to, which `access` looks at, and `lstat` does not.
   if (!S_ISLNK(status.st_mode) || ::access(path.c_str(), F_OK) == 0) return PathKind::somethingElse;
-  requireResources(errno);
+  throwIfResourceMissing(errno);
   return PathKind::nothing;
 }
 
@@ -120,7 +120,7 @@ std::optional<std::string> readFile(const std::string& path, std::size_t maxByte
   const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
   struct stat status {};
   if (!file.isOpen() || ::fstat(file.number(), &status) != 0) {
-    requireResources(errno);
+    throwIfResourceMissing(errno);
     return std::nullopt;
   }
   if (!S_ISREG(status.st_mode) || static_cast<std::size_t>(status.st_size) > maxBytes) {
@@ -132,7 +132,7 @@ std::optional<std::string> readFile(const std::string& path, std::size_t maxByte
     const ssize_t count = ::read(file.number(), content.data() + have, content.size() - have);
     if (count < 0 && errno == EINTR) continue;
     if (count < 0) {
-      requireResources(errno);
+      throwIfResourceMissing(errno);
       return std::nullopt;
     }
     // It has become shorter since it was looked at.

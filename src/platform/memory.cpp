@@ -64,8 +64,8 @@ class KeptBlocks {
     return best == nullptr ? MemoryBlock() : takeOut(*best);
   }
 
-  /// Does what `std::realloc` could not do, now with all blocks given back, and for a small piece
-  /// with the reserve too. Returns null when that does not help.
+  /// For when `std::realloc` has failed: tries again with all kept blocks given back, and for a
+  /// small piece with the reserve too. Returns null when that does not help.
   void* resizeInNeed(void* start, std::size_t bytes) {
     const std::lock_guard hold(lock);
     // The reserve is left to what is small: a screenshot for which there is no room must not cost
@@ -167,7 +167,8 @@ KeptBlocks& keptBlocks() {
   return kept;
 }
 
-/// As `std::realloc`, which takes null for a block, except in how it fails.
+/// As `std::realloc`, but never returns null: it tries `resizeInNeed` first, and then, for a small
+/// block, the new-handler ends the process; for a large one it throws `std::bad_alloc`.
 void* resized(void* start, std::size_t bytes) {
   void* block = std::realloc(start, bytes);
   if (block == nullptr) block = keptBlocks().resizeInNeed(start, bytes);

@@ -9,9 +9,9 @@ namespace quillmere {
 /// Sets up the allocator for a program that now and then needs much memory for a moment, and that
 /// answers for every request. From then on an allocation of less than 128 KiB, by `operator new` or
 /// by `resizeBlock`, never fails: it uses up the reserve that is made here, and when that does not
-/// help, the new-handler ends the process. `endProcess` is the first of these; another one must not
-/// return either. A larger allocation that fails throws `std::bad_alloc` and leaves the reserve.
-/// Call once, at start.
+/// help, calls the new-handler, which must not return. This sets `endProcess` as the handler; the
+/// caller may set another one later. A larger allocation that fails throws `std::bad_alloc` and
+/// leaves the reserve. Call once, at start.
 void tuneAllocator();
 
 /// Makes the reserve again if it was used, and if there is memory for it. Thread-safe.

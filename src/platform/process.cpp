@@ -15,8 +15,8 @@ namespace quillmere {
 
 namespace {
 
-/// The soft limit is for programs that know no number past 1,023; a call takes a descriptor while
-/// it runs, and there may be any number of them.
+/// The soft limit protects programs that use `select`, which takes no descriptor above 1,023. This
+/// one does not, and each call that runs needs a descriptor.
 void raiseDescriptorLimit() {
   rlimit limit{};
   if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return;

@@ -113,12 +113,11 @@ inline ByteBlock utf8Errors(const char* bytes) {
   const ByteBlock isED = where(before == 0xED);
   const ByteBlock isF0OrMore = where(before >= 0xF0);
   if (isAnySet(neverFirst | isE0 | isED | isF0OrMore)) {
-    // Overlong, past U+10FFFF, overlong, surrogates, overlong, past U+10FFFF.
-    errors |= neverFirst | where(before >= 0xF5);
-    errors |= isE0 & where(here < 0xA0);
-    errors |= isED & where(here >= 0xA0);
-    errors |= where(before == 0xF0) & where(here < 0x90);
-    errors |= where(before == 0xF4) & where(here >= 0x90);
+    errors |= neverFirst | where(before >= 0xF5);           // Overlong; past U+10FFFF.
+    errors |= isE0 & where(here < 0xA0);                    // Overlong.
+    errors |= isED & where(here >= 0xA0);                   // Surrogates.
+    errors |= where(before == 0xF0) & where(here < 0x90);   // Overlong.
+    errors |= where(before == 0xF4) & where(here >= 0x90);  // Past U+10FFFF.
   }
   return errors;
 }

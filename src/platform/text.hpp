@@ -1,4 +1,5 @@
-// What the program needs of Unicode. All functions are pure and take any bytes.
+// Texts: UTF-8, what the program needs of Unicode, and lists of texts. All functions are pure. They
+// take any bytes, unless they say that their text must be UTF-8.
 #pragma once
 
 #include <cstddef>
@@ -8,8 +9,8 @@
 
 namespace quillmere {
 
-/// Whether the bytes are UTF-8 as RFC 3629 has it: no surrogates, no overlong forms, nothing past
-/// U+10FFFF. Above 4 GB/s in any script.
+/// Whether the bytes are UTF-8 as RFC 3629 defines it: no surrogates, no overlong forms, nothing
+/// past U+10FFFF.
 [[nodiscard]] bool isUtf8(std::string_view text);
 
 /// Adds the UTF-8 form of `character`, a Unicode scalar value, to `text`.
@@ -45,7 +46,7 @@ void appendUtf8(std::string& text, char32_t character);
 [[nodiscard]] bool hasMoreCharactersThan(std::string_view text, std::size_t count);
 [[nodiscard]] bool hasFewerCharactersThan(std::string_view text, std::size_t count);
 
-/// Whether `text` is one of `texts`. Pure.
+/// Whether `text` is one of `texts`.
 [[nodiscard]] bool contains(std::span<const std::string_view> texts, std::string_view text);
 
 }  // namespace quillmere

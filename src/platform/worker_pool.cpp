@@ -16,7 +16,7 @@ namespace quillmere {
 namespace {
 
 /// Enough for JSON nested as deep as the parser allows, sanitizers' larger frames included, and
-/// small enough that thousands of blocked calls fit into any address space.
+/// small enough that thousands of blocked calls fit into a 64-bit address space.
 constexpr std::size_t stackBytes = 1'048'576;
 
 }  // namespace
@@ -59,8 +59,8 @@ bool WorkerPool::startThread() {
     const std::lock_guard hold(lock);
     worker = std::exchange(_ended, _ended == nullptr ? nullptr : _ended->_below);
   }
-  // That of a thread that has ended, before a new one: so there are never more of them than there
-  // were threads at one time.
+  // The record of a thread that has ended is used again first, so there are never more records than
+  // there were threads at one time.
   if (worker == nullptr) worker = new (std::nothrow) Worker{*this};
   if (worker == nullptr) return false;
 

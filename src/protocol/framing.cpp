@@ -27,8 +27,9 @@ std::string_view trimmedOf(std::string_view text, std::string_view unwanted) {
   return text.substr(first, text.find_last_not_of(unwanted) - first + 1);
 }
 
-/// Whether the message's first line is a header. Only what begins with the name and a colon at once
-/// is one: JSON can't begin like that, and all else is for the JSON parser to refuse.
+/// Whether the message's first line is a header: the name, directly followed by a colon, at its
+/// very start. JSON can't begin like that. A line with bytes outside of ASCII is left to the JSON
+/// parser, which refuses it without waiting for the rest of a block.
 bool startsHeaderBlock(std::string_view line) {
   const std::string start = asciiLowerCased(line.substr(0, headerName.size() + 1));
   return start.starts_with(headerName) && start.ends_with(':') && isAscii(line);
@@ -59,8 +60,9 @@ std::optional<std::int64_t> decimalInteger(std::string_view text) {
   return error == std::errc() && stop == end ? std::optional(number) : std::nullopt;
 }
 
-/// The value of a `Content-Length` line, or nothing for any other line. Colons before the name are
-/// ignored. `Content-Length:` without a value is no such line, and does not replace an earlier one.
+/// The value of a `Content-Length` line, or nothing for any other line. As lenient as this server
+/// has always been, since clients may rely on it: colons before the name are ignored, and
+/// `Content-Length:` without a value is no such line and does not replace an earlier one.
 std::optional<std::string_view> contentLengthValue(std::string_view line) {
   line = trimmedOf(line, whiteSpaceAndLineBreaks);
   line.remove_prefix(std::min(line.find_first_not_of(':'), line.size()));
@@ -81,6 +83,7 @@ std::size_t bodyLength(const std::vector<Bytes>& headerLines) {
     if (const auto value = contentLengthValue(line)) length = decimalInteger(*value);
   }
   if (!length) throw errors::missingContentLength();
+  // One text for every length that is not accepted.
   if (*length < 1 || *length > static_cast<std::int64_t>(maxBodyBytes)) {
     throw errors::messageTooLarge();
   }
@@ -118,13 +121,15 @@ std::optional<Bytes> readNextPayload(StdinReader& reader, ServerState& state) {
 }
 
 void MessageWriter::writeMessage(const JsonText& message) {
-  // No memory is taken while the lock is held: `endAfterFrame` waits for it.
+  // The pieces for both framings are made here, since no memory may be taken while the lock is
+  // held: `endAfterFrame` waits for it.
   const std::string header = "Content-Length: " + std::to_string(message.size()) + "\r\n\r\n";
   std::vector<std::string_view> pieces = message.pieces();
   pieces.insert(pieces.begin(), header);
   pieces.emplace_back("\n");
   const std::lock_guard hold(stdoutLock);
-  // Settled with the lock, so that no plain line follows a framed message of another thread.
+  // Those of the other framing are emptied: the line feed of a framed message, or the header of a
+  // line. With the lock, so that no plain line follows a framed message of another thread.
   (state.usesContentLengthFraming() ? pieces.back() : pieces.front()) = {};
   if (!writeAll(output, std::move(pieces))) endProcess();
 }

@@ -46,8 +46,10 @@ class InFlightRequest {
 
  private:
   mutable std::mutex lock;
+  /// The connection that `cancel` breaks, or null.
   std::shared_ptr<const UnixSocket> _socketDescriptor;
   bool _cancelled = false;
+  /// Kept for whoever looks at a cancelled request in a debugger; nothing depends on it.
   std::optional<std::string> _reason;
 };
 

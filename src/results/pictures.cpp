@@ -69,13 +69,13 @@ constexpr unsigned isForeign(unsigned char c) {
   return 1U ^ (isLetter | isDigit | unsigned{c == '+'} | unsigned{c == '/'});
 }
 
-/// Whether all of `text` is base64, its padding included. In blocks, without a branch for a byte:
-/// the compiler makes vector code of it, since a screenshot has millions of them.
+/// Whether all of `text` is base64, its padding included. A screenshot has millions of characters,
+/// so a block of them is checked without a branch, which the compiler makes vector code of.
 bool isBase64(std::string_view text) {
   if (text.empty() || text.size() % 4 != 0) return false;
   const std::size_t padding = text.ends_with("==") ? 2 : text.ends_with('=') ? 1 : 0;
   text.remove_suffix(padding);
-  // What the last character has more than whole bytes is nothing.
+  // The bits of the last character that belong to no byte must be zero.
   const std::size_t last = alphabet.find(text.back());
   const std::size_t unusedBits = padding == 2 ? 0xF : padding == 1 ? 0x3 : 0;
   if (last == std::string_view::npos || (last & unusedBits) != 0) return false;
@@ -103,7 +103,7 @@ std::optional<std::string_view> mimeTypeOf(std::string_view text) {
 
 std::vector<Picture> picturesIn(const JsonValue& payload) {
   // A look at all tokens is quicker than a walk through arrays and objects. A picture has at least
-  // the four characters of the shortest signature.
+  // four characters of base64, for the shortest signature, and two quotes.
   constexpr std::uint32_t shortest = 6;
   using Kind = JsonDocument::Kind;
   const JsonDocument& document = payload.holder();

@@ -1,6 +1,6 @@
 // Of an answer that may hold megabytes a few members are read, for the summary; the rest is passed
-// on by reference, as the bytes that came. Only where guidance is added, or the client's form wants
-// it, the answer is written anew.
+// on by reference, as the bytes that came. The answer is written anew only where guidance is added
+// or the client's form requires it.
 #include "results/tool_result.hpp"
 
 #include <algorithm>
@@ -176,9 +176,9 @@ JsonText structuredContent(const GuidedPayload& payload) {
 /// Adds the payload to a result's content: as JSON text, and each picture in it as an item of its
 /// own, which the text names in the picture's place.
 void addPayload(JsonText& content, const GuidedPayload& payload) {
-  // The text is quoted from a document without blanks, in which each picture has a place. The app's
-  // own document will do, unless it has blanks, or something was added, which is in no document
-  // yet.
+  // `quoted` needs a document without blanks that says where the pictures are. The app's own is
+  // used if it has none and nothing was added to the answer; otherwise the answer is written and
+  // read again.
   const bool isWhole = !payload.addedWarning && !payload.nextRecommendedTool;
   const JsonValue answer = payload.answer.asValue();
   const auto made = isWhole && answer.holder().isCompact()
@@ -186,6 +186,7 @@ void addPayload(JsonText& content, const GuidedPayload& payload) {
                         : parseCompactJson(structuredContent(payload).str());
   const JsonValue value = made == nullptr ? answer : made->root();
 
+  // Items count from 1: the summary and this text are the first two.
   constexpr std::size_t firstPictureItem = 3;
   const std::vector<Picture> pictures = picturesIn(value);
   std::vector<JsonText::Replacement> notes;

@@ -22,7 +22,7 @@ JsonText textOrNull(const std::optional<Text>& text) {
   return text ? JsonText(*text) : nullptr;
 }
 
-/// What `ask` answers, or nothing when the system lacks what it takes: the report goes on.
+/// The result of `ask`, or an empty one when a resource is missing: the report goes on.
 template <typename Ask>
 auto answerOf(Ask ask) -> decltype(ask()) {
   try {

@@ -123,6 +123,8 @@ std::optional<JsonText> handleRequest(const JsonObject& message, const std::opti
     throw errors::unknownMethod(message.findString("method")->view());
   }
   passGate(*method, server.state);
+  // Never a method for workers: with an id it was dispatched, and without one it was refused, since
+  // none of them is a notification.
   return std::get<Method::OnMainThread>(method->carryOut)(params, server);
 }
 

@@ -24,8 +24,8 @@ constexpr std::string_view notificationPrefix = "notifications/";
 void answer(InFlightRequest& request, const Method& method, ServerContext& server) {
   try {
     auto result = handleRequest(request, method, server);
-    // Once more, as late as possible: MCP wants no answer to what was cancelled, although a client
-    // must be ready for one.
+    // `callAppControl` has checked this too, but the client may have cancelled since: MCP wants no
+    // answer to what was cancelled.
     if (request.isCancelled()) return;
     server.output.writeMessage(makeResultResponse(request.requestID, std::move(result)));
   } catch (...) {
@@ -96,8 +96,8 @@ bool processPayload(Bytes payload, ServerContext& server) {
     answerWithFailure(id, server.output);
     return true;
   } catch (...) {
-    // Without an id this is text that is no JSON, such as a blank line: it gets no answer, and the
-    // next message is read.
+    // Without an id this is text that is no JSON, such as a blank line or a log's. It gets no
+    // answer: an error with a null id could be taken for the answer to something else.
     if (id) answerWithFailure(id, server.output);
     return true;
   }

@@ -21,7 +21,7 @@ struct ServerContext {
 
   const Form& form;
 
-  /// Writes its messages to `descriptor`, which stays the caller's.
+  /// Messages go to `descriptor`, which stays the caller's. `toForm` must outlive this.
   ServerContext(int descriptor, const Form& toForm) : output(descriptor, state), form(toForm) {}
 };
 

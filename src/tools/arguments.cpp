@@ -22,6 +22,8 @@ struct KeyAlias {
   std::string_view canonicalName;
 };
 
+/// All of them, although those with a hyphen need no look-up: with an underscore for it they are
+/// canonical names already.
 constexpr KeyAlias keyAliases[] = {
     {"forwarddelete", "forward_delete"},
     {"forward-delete", "forward_delete"},
@@ -53,13 +55,13 @@ std::string loweredName(std::string_view text) {
 
 std::string canonicalKey(std::string_view text) {
   const std::string lowered = loweredName(text);
-  // Hyphens for underscores cover most spellings; the aliases are looked up as they were written.
+  // With underscores for hyphens most spellings are canonical names already. The rest are aliases.
   std::string candidate = lowered;
   std::ranges::replace(candidate, '-', '_');
   if (contains(Constants::allowedKeyValues, candidate)) return candidate;
   const auto* alias =
       std::ranges::find(Constants::keyAliases, lowered, &Constants::KeyAlias::alias);
-  // A name that is neither goes on as it is, for validation to refuse.
+  // What is neither is left for validation to refuse.
   return alias == std::end(Constants::keyAliases) ? candidate : std::string(alias->canonicalName);
 }
 
