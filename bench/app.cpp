@@ -22,8 +22,8 @@
 
 #include "bench/payloads.hpp"
 #include "control/control_frame.hpp"
-#include "harness/app_connection.hpp"
-#include "harness/patience.hpp"
+#include "peers/app_connection.hpp"
+#include "peers/patience.hpp"
 
 namespace quillmere::bench {
 

@@ -6,8 +6,8 @@
 #include <cstdint>
 #include <string>
 
-#include "harness/system.hpp"
-#include "harness/unix_listener.hpp"
+#include "peers/channel.hpp"
+#include "peers/unix_listener.hpp"
 
 namespace quillmere::bench {
 

@@ -6,7 +6,7 @@ namespace quillmere::bench {
 
 std::unique_ptr<ServerProcess> Contender::start() const {
   return std::make_unique<ServerProcess>(ServerProcess::Options{
-      .program = rival.program, .arguments = rival.arguments, .home = home, .streams = streams});
+      .program = rival.program, .arguments = rival.arguments, .streams = streams});
 }
 
 std::unique_ptr<ServerProcess> Contender::startInitialized() const {

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "bench/app.hpp"
-#include "harness/server_process.hpp"
+#include "peers/server_process.hpp"
 
 namespace quillmere::bench {
 
@@ -21,9 +21,8 @@ struct Rival {
 /// A rival at work, with its app. Starts the process when it is first asked for.
 class Contender {
  public:
-  Contender(const Rival& rivalToStart, std::string homeFolder, ChildStreams streamKind,
-            App& desktopApp)
-      : app(desktopApp), rival(rivalToStart), home(std::move(homeFolder)), streams(streamKind) {}
+  Contender(const Rival& rivalToStart, ChildStreams streamKind, App& desktopApp)
+      : app(desktopApp), rival(rivalToStart), streams(streamKind) {}
 
   /// A new process, not spoken to yet.
   [[nodiscard]] std::unique_ptr<ServerProcess> start() const;
@@ -36,7 +35,6 @@ class Contender {
 
  private:
   const Rival& rival;
-  const std::string home;
   const ChildStreams streams;
   std::unique_ptr<ServerProcess> running;
 };

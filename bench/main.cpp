@@ -82,7 +82,7 @@ Options readOptions(std::vector<std::string> arguments) {
 /// Writes what the server answers to `tools/list` into a file for its rivals, and returns its path.
 std::string saveToolList(const Options& options, const TemporaryHome& home, App& app) {
   const Rival server{"server", options.server};
-  Contender contender(server, home.path(), ChildStreams::pipes, app);
+  Contender contender(server, ChildStreams::pipes, app);
   contender.session().send(request(1, "tools/list"));
   const auto response = parseJson(receiveFrom(contender.session()));
   const auto result = response->object().findObject("result");
@@ -170,7 +170,7 @@ class Benchmark {
     std::vector<Contender> contenders;
     contenders.reserve(compared.size());
     for (const Rival* rival : compared) {
-      contenders.emplace_back(*rival, home.path(), details.streams, app);
+      contenders.emplace_back(*rival, details.streams, app);
     }
     Row row{scenario, std::vector<std::vector<double>>(rivals.size())};
     for (int round = 0; round < std::min(options.rounds, details.mostRounds); ++round) {

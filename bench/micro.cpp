@@ -33,7 +33,7 @@ void parse(benchmark::State& state, const std::string& text) {
 void answer(benchmark::State& state, const std::string& text) {
   while (state.KeepRunning()) {
     const auto payload = parseJson(text);
-    benchmark::DoNotOptimize(toolResult(payload->object(), serverForm));
+    benchmark::DoNotOptimize(toolResult(payload->object()));
   }
   countBytes(state, text.size());
 }
@@ -46,7 +46,7 @@ void checkUtf8(benchmark::State& state, const std::string& text) {
 void validate(benchmark::State& state) {
   const auto arguments = parseJson(
       R"({"sessionId":"session-1","x":120,"y":340.5,"taskId":"t","taskName":"Open the notes"})");
-  const Tool& tool = *serverForm.findTool("quillmere.input.tap");
+  const Tool& tool = *findTool("quillmere.input.tap");
   while (state.KeepRunning()) validateSchemaArguments(tool, tool.name, arguments->object());
 }
 

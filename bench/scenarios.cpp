@@ -1,6 +1,7 @@
 #include "bench/scenarios.hpp"
 
 #include <ctime>
+#include <memory>
 #include <stdexcept>
 #include <thread>
 #include <vector>
@@ -50,6 +51,22 @@ double roundTrips(const Scenario& scenario, Contender& contender, Budget budget)
   ServerProcess& session = contender.session();
   static_cast<void>(roundTrip(session, scenario.message));
   return medianSample(scenario, budget, [&] { return roundTrip(session, scenario.message); });
+}
+
+/// Of a process that has had nothing to do for three seconds, as between two steps of a model.
+/// Several processes rest at the same time, so that one pause gives several samples.
+double roundTripAfterPause(const Scenario& scenario, Contender& contender, Budget /*budget*/) {
+  std::vector<std::unique_ptr<ServerProcess>> sessions(5);
+  for (auto& session : sessions) {
+    session = contender.startInitialized();
+    static_cast<void>(roundTrip(*session, scenario.message));
+  }
+  std::this_thread::sleep_for(std::chrono::seconds(3));
+  std::vector<double> samples;
+  for (const auto& session : sessions) {
+    samples.push_back(in(scenario, roundTrip(*session, scenario.message)));
+  }
+  return median(std::move(samples));
 }
 
 double start(const Scenario& scenario, Contender& contender, Budget budget) {
@@ -157,9 +174,9 @@ std::string longPing(std::string_view head, std::string_view piece, std::string_
   return request(1, "ping", filled(head, piece, tail, 1'048'500));
 }
 
-/// A call with 16 KB of text.
-std::string textCall(std::string_view phrase) {
-  const std::string text = filled("", phrase, "", 16'384);
+/// A call with `bytes` of text, as JSON has it.
+std::string textCall(std::string_view phrase, std::size_t bytes = 16'384) {
+  const std::string text = filled("", phrase, "", bytes);
   return callRequest(1, answers::small, "input.text", R"(,"text":")" + text + '"');
 }
 
@@ -178,6 +195,8 @@ constexpr std::size_t mb20 = 20 << 20;
 constexpr std::size_t mostBytes = 32 << 20;
 
 constexpr Scenario::Details everywhere{.onOneProcessor = false};
+constexpr Scenario::Details paused{.onOneProcessor = false, .mostRounds = 3};
+constexpr Scenario::Details pausedOnOne{.mostRounds = 3};
 constexpr Scenario::Details callsPerSecond{.onOneProcessor = false, .moreIsBetter = true};
 constexpr Scenario::Details inHeaders{.inHeaderFraming = true};
 constexpr Scenario::Details inKib{.unitBytes = 1024};
@@ -210,17 +229,31 @@ std::span<const Scenario> scenarios() {
       {"tools/call with 16 KB of text", "µs", roundTrips, textCall("x"), ratio(1.8)},
       {"tools/call with 16 KB, Chinese, emoji", "µs", roundTrips,
        textCall("明天下午三点开会😀别忘了带上资料👍🏽"), ratio(1.8)},
+      {"tools/call with 16 KB of quoting lines", "µs", roundTrips,
+       textCall(
+           R"(She wrote \"see you at three\", and he read it twice before he went back to the kitchen.\n)"),
+       ratio(1.5)},
+      {"tools/call with 10 KB of CR LF", "µs", roundTrips, textCall(R"(\r\n)", 20'480), ratio(1.5)},
       {"UI state of 80 nodes", "µs", roundTrips, uiCall("nodes 80"), ratio(1.7)},
-      {"UI state of 2,000 nodes", "ms", roundTrips, uiCall("nodes 2000"), ratio(3), everywhere},
-      {"UI state of 20,000 nodes", "ms", roundTrips, uiCall("nodes 20000"), ratio(2.5), everywhere},
+      {"UI state of 2,000 nodes", "ms", roundTrips, uiCall("nodes 2000"), ratio(3.3), everywhere},
+      {"UI state of 20,000 nodes", "ms", roundTrips, uiCall("nodes 20000"), ratio(3.2), everywhere},
       {"64 calls in flight", "calls/s", callsInFlight, {}, ratio(0.8), callsPerSecond},
       {"200 calls held 50 ms, at once", "ms", heldCalls, {}, ratio(1.15), everywhere},
-      {"answer of 4 MB, an image", "ms", roundTrips, largeCall("image", mb4), ratio(1.8),
-       everywhere},
+      {"answer of 4 MB, an image", "ms", roundTrips, largeCall("image", mb4), ratio(2), everywhere},
       {"answer of 4 MB, slashes escaped", "ms", roundTrips, largeCall("escaped", mb4), ratio(2.5),
        everywhere},
-      {"answer of 20 MB, an image", "ms", roundTrips, largeCall("image", mb20), ratio(1.8),
+      {"answer of 20 MB, an image", "ms", roundTrips, largeCall("image", mb20), ratio(2),
        everywhere},
+      {"after 3 s: 80 nodes", "µs", roundTripAfterPause, uiCall("nodes 80"), ratio(1.7),
+       pausedOnOne},
+      {"after 3 s: 2,000 nodes", "ms", roundTripAfterPause, uiCall("nodes 2000"), ratio(3.3),
+       paused},
+      {"after 3 s: 20,000 nodes", "ms", roundTripAfterPause, uiCall("nodes 20000"), ratio(3.2),
+       paused},
+      {"after 3 s: 4 MB, an image", "ms", roundTripAfterPause, largeCall("image", mb4), ratio(2),
+       paused},
+      {"after 3 s: 20 MB, an image", "ms", roundTripAfterPause, largeCall("image", mb20), ratio(2),
+       paused},
       {"cancellation, sent to connection broken", "µs", cancel, {}, ratio(1.25)},
       {"processor time of 1,000 calls", "ms", processorTime, call, ratio(1.5)},
       {"memory once started (PSS)", "KiB", share, ping, figure(1126), inKib},

@@ -31,8 +31,8 @@ std::string summaryOf(const JsonObject& result) {
 
 }  // namespace
 
-DemoClient::DemoClient(const std::string& serverProgram, const std::string& home, bool coloured)
-    : server({.program = serverProgram, .home = home}), isColoured(coloured) {}
+DemoClient::DemoClient(const std::string& serverProgram, bool coloured)
+    : server({.program = serverProgram}), isColoured(coloured) {}
 
 void DemoClient::step(std::string_view sentence) {
   std::string line = std::to_string(++steps) + ". " + std::string(sentence);

@@ -8,9 +8,9 @@
 #include <string>
 #include <string_view>
 
-#include "harness/server_process.hpp"
 #include "json/document.hpp"
 #include "json/writer.hpp"
+#include "peers/server_process.hpp"
 
 namespace quillmere::demo {
 
@@ -31,7 +31,7 @@ struct Answer {
 class DemoClient {
  public:
   /// Starts the server. Throws `std::system_error` when it can't be started.
-  DemoClient(const std::string& serverProgram, const std::string& home, bool isColoured);
+  DemoClient(const std::string& serverProgram, bool isColoured);
 
   /// Begins a step of the story.
   void step(std::string_view sentence);

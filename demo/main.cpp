@@ -13,7 +13,6 @@
 #include <vector>
 
 #include "demo/client.hpp"
-#include "platform/file_system.hpp"
 #include "platform/process.hpp"
 #include "platform/standard_streams.hpp"
 #include "protocol/server_info.hpp"
@@ -289,7 +288,7 @@ int main(int argumentCount, char** arguments) {
     return 2;
   }
   try {
-    DemoClient ai(given[1], homeDirectory(), isColoured);
+    DemoClient ai(given[1], isColoured);
     play(ai, given[2]);
     print(STDOUT_FILENO, "\nPASSED: all " + std::to_string(ai.stepCount()) +
                              " steps of the demo went as they should.");

@@ -2,10 +2,10 @@
 // request gets the one response that it must get, with its own id, and nothing else comes.
 #include <map>
 
+#include "compat/dialect.hpp"
 #include "fuzz_support.hpp"
-#include "harness/system.hpp"
+#include "peers/channel.hpp"
 #include "protocol/message.hpp"
-#include "server/method_table.hpp"
 #include "server/server.hpp"
 
 namespace quillmere {
@@ -15,11 +15,11 @@ namespace {
 /// use it.
 struct Served {
   const Channel channel = makeSocketPair();
-  ServerContext server;
+  Server server;
   StdinReader reader{channel.readEnd.number()};
   ServerState clientState;
 
-  explicit Served(const Form& form) : server(channel.writeEnd.number(), form) {
+  explicit Served(const Dialect& dialect) : server(channel.writeEnd.number(), dialect) {
     demand(processPayload(bytesOf(R"({"jsonrpc":"2.0","id":0,"method":"initialize"})"), server));
     demand(nextID() == "0");
   }
@@ -35,13 +35,13 @@ struct Served {
 };
 
 /// The id that a message waits for an answer with, if it is a request for a worker.
-std::optional<std::string> workerRequestID(std::string_view payload, const Form& form) {
+std::optional<std::string> workerRequestID(std::string_view payload, const Dialect& dialect) {
   try {
     const auto message = parseMessage(bytesOf(payload));
     const auto id = requestIDOf(message->object());
     const auto method = message->object().findString("method");
-    const Method* row = method ? findMethod(method->view(), form) : nullptr;
-    if (!id || row == nullptr || !row->isForWorkers()) return std::nullopt;
+    const Method* row = method ? findMethod(method->view(), dialect) : nullptr;
+    if (!id || row == nullptr || row->runsOn != Method::RunsOn::worker) return std::nullopt;
     return std::string(id->text());
   } catch (...) {
     return std::nullopt;
@@ -52,7 +52,7 @@ void check(Served& served, std::string_view payload) {
   static std::uint64_t round = 0;
   const std::string fence = "\"fence " + std::to_string(++round) + "\"";
   std::map<std::string, int> expected = {{fence, 1}};
-  const auto worker = workerRequestID(payload, served.server.form);
+  const auto worker = workerRequestID(payload, served.server.context.dialect);
   if (worker) ++expected[*worker];
   static_cast<void>(processPayload(bytesOf(payload), served.server));
   static_cast<void>(processPayload(
@@ -80,7 +80,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string_view input = textOf(data, size);
   const std::size_t split = std::min(input.find('\0'), input.size());
   AnsweringApp::instance().setAnswer(std::string(input.substr(std::min(split + 1, input.size()))));
-  static Served* const programs[] = {new Served(serverForm), new Served(compatForm)};
+  static Served* const programs[] = {new Served(serverDialect), new Served(compatDialect)};
   for (Served* const served : programs) check(*served, input.substr(0, split));
   return 0;
 }

@@ -9,7 +9,7 @@
 #include <system_error>
 #include <utility>
 
-#include "harness/system.hpp"
+#include "peers/channel.hpp"
 #include "platform/standard_streams.hpp"
 
 namespace quillmere {

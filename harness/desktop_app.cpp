@@ -5,7 +5,7 @@
 #include <array>
 #include <utility>
 
-#include "harness/patience.hpp"
+#include "peers/patience.hpp"
 #include "platform/worker_pool.hpp"
 
 namespace quillmere {
@@ -49,7 +49,7 @@ std::optional<AppConnection> DesktopApp::acceptUnless(const ServerProcess& serve
   std::array<pollfd, 2> entries = {pollfd{listener.number(), POLLIN, 0},
                                    pollfd{server.outputDescriptor(), POLLIN, 0}};
   const auto most = static_cast<int>(std::chrono::milliseconds(patience()).count());
-  if (::poll(entries.data(), entries.size(), most) == 0) throw WaitedInVain(aConnection);
+  if (::poll(entries.data(), entries.size(), most) == 0) throw TimedOut(aConnection);
   if (entries[0].revents == 0) return std::nullopt;
   return accept();
 }
@@ -64,7 +64,7 @@ void DesktopApp::acceptAll() {
     std::unique_lock hold(lock);
     const auto place = _open.emplace(_open.end(), std::move(*descriptor));
     hold.unlock();
-    // Without a thread the connection stays open, and whoever waits for it does so in vain.
+    // Without a thread the connection stays open, and whoever waits for it times out.
     static_cast<void>(startTask([this, place] { handle(place); }));
   }
 }

@@ -9,9 +9,9 @@
 #include <string>
 #include <thread>
 
-#include "harness/app_connection.hpp"
-#include "harness/server_process.hpp"
-#include "harness/unix_listener.hpp"
+#include "peers/app_connection.hpp"
+#include "peers/server_process.hpp"
+#include "peers/unix_listener.hpp"
 
 namespace quillmere {
 
@@ -30,13 +30,13 @@ class DesktopApp {
   /// One that does not return ends the process, since it uses this object.
   ~DesktopApp();
 
-  /// Waits for the next connection. Only without a handler. Throws `WaitedInVain`.
+  /// Waits for the next connection. Only without a handler. Throws `TimedOut`.
   [[nodiscard]] AppConnection accept() const;
   /// The same, but nothing once the server has said something while no connection waits: for a
   /// connection that may never come.
   [[nodiscard]] std::optional<AppConnection> acceptUnless(const ServerProcess& server) const;
 
-  /// Waits until every handler has returned. Throws `WaitedInVain`.
+  /// Waits until every handler has returned. Throws `TimedOut`.
   void waitUntilIdle();
 
  private:

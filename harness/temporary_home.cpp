@@ -7,10 +7,21 @@
 #include <fstream>
 #include <system_error>
 
-#include "harness/system.hpp"
-#include "harness/unix_listener.hpp"
+#include "peers/unix_listener.hpp"
 
 namespace quillmere {
+
+namespace {
+
+/// What gives a program another home. The variable for macOS is read by the system's own libraries,
+/// never by the server.
+#ifdef __APPLE__
+constexpr const char* homeVariable = "CFFIXED_USER_HOME";
+#else
+constexpr const char* homeVariable = "HOME";
+#endif
+
+}  // namespace
 
 TemporaryHome::TemporaryHome() : folder("/tmp/q-XXXXXX") {
   if (::mkdtemp(folder.data()) == nullptr) {

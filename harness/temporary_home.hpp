@@ -8,9 +8,9 @@
 namespace quillmere {
 
 /// Makes an empty folder with a short path, since socket paths are limited, and makes it the home
-/// of this process. Restores the old home and removes the folder with all it holds when it goes out
-/// of scope. No other thread may look at the environment when one is made or
-/// goes.
+/// of this process and of those that it starts. Restores the old home and removes the folder with
+/// all it holds when it goes out of scope. No other thread may look at the environment when one is
+/// made or goes.
 class TemporaryHome {
  public:
   TemporaryHome();

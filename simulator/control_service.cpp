@@ -32,7 +32,7 @@ class MalformedFrame : public std::runtime_error {
 /// Reads until there are `count` bytes.
 void fill(InputStream& input, std::size_t count, Bytes& bytes) {
   while (bytes.size() < count) {
-    if (!input.read(count - bytes.size(), bytes)) throw MalformedFrame("it ends too early");
+    if (!input.readSome(count - bytes.size(), bytes)) throw MalformedFrame("it ends too early");
   }
 }
 
@@ -40,7 +40,7 @@ void fill(InputStream& input, std::size_t count, Bytes& bytes) {
 std::shared_ptr<const JsonDocument> readRequest(const Descriptor& connection) {
   InputStream input(connection.number());
   Bytes prefix;
-  if (!input.read(1, prefix)) return nullptr;
+  if (!input.readSome(1, prefix)) return nullptr;
   fill(input, controlPrefixBytes, prefix);
   const std::uint32_t length = controlBodyLength(viewOf(prefix));
   if (length == 0 || length > maxControlRequestBytes) {
@@ -52,9 +52,9 @@ std::shared_ptr<const JsonDocument> readRequest(const Descriptor& connection) {
     auto request = parseJson(std::move(body));
     if (request->root().asObject()) return request;
   } catch (const JsonError&) {
-    throw MalformedFrame("its body is no JSON");
+    throw MalformedFrame("its body is not JSON");
   }
-  throw MalformedFrame("its body is no JSON object");
+  throw MalformedFrame("its body is not a JSON object");
 }
 
 /// Waits, or less long if the client hangs up before. Returns whether it is still there.

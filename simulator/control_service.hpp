@@ -8,9 +8,9 @@
 #include <string>
 #include <string_view>
 
-#include "harness/unix_listener.hpp"
 #include "json/value.hpp"
 #include "json/writer.hpp"
+#include "peers/unix_listener.hpp"
 #include "platform/descriptor.hpp"
 #include "platform/worker_pool.hpp"
 #include "simulator/commands.hpp"

@@ -10,7 +10,7 @@
 #include <thread>
 
 #include "control/app_socket.hpp"
-#include "harness/unix_listener.hpp"
+#include "peers/unix_listener.hpp"
 #include "platform/process.hpp"
 #include "platform/standard_streams.hpp"
 #include "simulator/control_service.hpp"

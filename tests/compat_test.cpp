@@ -5,29 +5,30 @@
 #include <string_view>
 #include <vector>
 
+#include "compat/names.hpp"
+#include "compat/pictures.hpp"
+#include "compat/result.hpp"
+#include "compat/tool_list.hpp"
 #include "control/control_frame.hpp"
 #include "harness/desktop_app.hpp"
-#include "results/help.hpp"
-#include "results/pictures.hpp"
-#include "results/tool_result.hpp"
+#include "mcp/help.hpp"
 #include "support/running_server.hpp"
 #include "support/snapshot.hpp"
 
 namespace quillmere {
 namespace {
 
-TEST(CompatForm, IsListedWordForWordWithoutADot) {
-  const JsonObject list = json(JsonText{{"tools", visibleTools(compatForm)}}.str());
-  EXPECT_EQ(indentedJson(list.asValue()) + "\n", snapshot("tools_list_compat.json"));
+TEST(Compat, IsListedWordForWordWithoutADot) {
+  const JsonText list = compatTools();
+  expectSnapshot("tools_list_compat.txt", toolLines(list));
   for (const Tool& tool : allTools()) {
-    EXPECT_EQ(&tool, compatForm.findTool(tool.name));
-    EXPECT_EQ(&tool, compatForm.findTool(compatForm.spelled(tool.name)));
-    EXPECT_EQ(nullptr, serverForm.findTool(compatForm.spelled(tool.name)));
-    EXPECT_EQ(std::string::npos, list.text().find(tool.name)) << tool.name;
+    EXPECT_EQ(&tool, findCompatTool(tool.name));
+    EXPECT_EQ(&tool, findCompatTool(compatSpelled(tool.name)));
+    EXPECT_EQ(std::string::npos, list.str().find(tool.name)) << tool.name;
   }
 }
 
-TEST(CompatForm, SpellsToolsAndNothingElse) {
+TEST(Compat, SpellsToolsAndNothingElse) {
   constexpr std::pair<std::string_view, std::string_view> cases[] = {
       {"Call quillmere.wait.", "Call quillmere_wait."},
       {"ui.get_state, then (quillmere.input.tap)",
@@ -36,11 +37,10 @@ TEST(CompatForm, SpellsToolsAndNothingElse) {
        "help, wait: ui.get_states... my.ui.get_state quillmere.help.me é."},
   };
   for (const auto& [text, spelled] : cases) {
-    EXPECT_EQ(spelled, compatForm.spelled(text));
-    EXPECT_EQ(text, serverForm.spelled(text));
+    EXPECT_EQ(spelled, compatSpelled(text));
   }
   for (const std::string_view topic : Constants::helpTopics) {
-    EXPECT_EQ(std::string::npos, helpPayload(topic, compatForm).str().find("quillmere."));
+    EXPECT_EQ(std::string::npos, compatSpelled(helpPayload(topic).str()).find("quillmere."));
   }
 }
 
@@ -102,7 +102,7 @@ TEST(CompatResult, HoldsThePayloadAsTextAndEachPictureAsAPicture) {
     SCOPED_TRACE(name);
     const std::string whole = payload.starts_with('[') ? R"({"list":)" + payload + "}" : payload;
     const std::string wholeText = payload.starts_with('[') ? R"({"list":)" + text + "}" : text;
-    const JsonObject result = json(toolResult(json(whole), compatForm).str());
+    const JsonObject result = json(compatResult(json(whole)).str());
     EXPECT_FALSE(result.contains("structuredContent"));
     EXPECT_EQ(false, result.findBoolean("isError"));
     std::vector<JsonObject> items;

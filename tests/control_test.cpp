@@ -51,6 +51,7 @@ TEST_F(Discovery, TheInnermostBundleNamesItself) {
       {"Outer.app/Contents/MacOS/server", "outer"},
       {"Outer.app/Contents/server", "outer"},
       {"Outer.app/server", std::nullopt},
+      {"Outer.app/Contents/MyContents/server", "outer"},
       {"Outer.app/Contents/Helper.app/Contents/MacOS/deep/server", "inner"},
       {"Outer.app/Contents/Helper.app/server", "outer"},
       {"Outer.app/Contents/Bare.app/Contents/MacOS/server", std::nullopt},
@@ -142,7 +143,7 @@ TEST(ControlRequest, HoldsControlFieldsBesideItsOwnKeys) {
   constexpr RequestCase cases[] = {
       {"arguments are flat, as they came", "tap",
        R"({"taskName":" a\u002Fb\n", "x":1.0,"includeImage" : false,"text":[1, {}]})",
-       R"(,"command":"tap","taskName":" a\u002Fb\n","x":1.0,"includeImage":false,"text":[1, {}]})"},
+       R"(,"command":"tap","taskName":" a\u002Fb\n","x":1.0,"includeImage":false,"text":[1,{}]})"},
       {"null and what is no control field are left out", "wait",
        R"({"id":"mine","command":"tap","topic":"ui","X":1,"sessionId":null,"durationMs":5})",
        R"(,"command":"wait","durationMs":5})"},

@@ -2,12 +2,14 @@
 // desktop app gets and answers, what comes back. tests/conversations/README.md has the form.
 #include <gtest/gtest.h>
 
-#include <cctype>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <optional>
 #include <regex>
+#include <set>
+#include <stdexcept>
 
 #include "control/control_frame.hpp"
 #include "harness/desktop_app.hpp"
@@ -16,86 +18,127 @@
 namespace quillmere {
 namespace {
 
-/// `text` with each random identifier replaced by the same word.
-std::string masked(const std::optional<std::string>& text) {
-  static const std::regex uuid("[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}");
-  return text ? std::regex_replace(*text, uuid, "UUID") : "(nothing)";
+namespace fs = std::filesystem;
+
+/// The bytes that a JSON string stands for, a byte for each of its characters.
+std::string bytesIn(const std::string& string) {
+  const JsonString characters = *json("{\"bytes\":" + string + "}").findString("bytes");
+  std::string bytes;
+  for (auto at = characters.view().begin(); at != characters.view().end(); ++at) {
+    const auto lead = static_cast<unsigned char>(*at);
+    bytes += static_cast<char>(lead < 0x80 ? lead : lead << 6 | (*++at & 0x3F));
+  }
+  return bytes;
 }
 
-/// Those who talk, in a home of their own.
-struct Stage {
-  TemporaryHome home;
-  ServerProcess server;
+struct Conversation : RunningServer, testing::WithParamInterface<fs::path> {
   std::optional<DesktopApp> app;
+  /// The app's connections by their digits.
   std::map<std::string, AppConnection> connections;
+  std::set<std::string> uuids;
 
-  explicit Stage(const char* program) : server({.program = program, .home = home.path()}) {
-    server.send(R"({"jsonrpc":"2.0","id":"hello","method":"initialize"})"
-                "\n");
-    EXPECT_TRUE(server.receive());
+  Conversation()
+      : RunningServer("", GetParam().filename().string().starts_with("compat") ? QUILLMERE_COMPAT
+                                                                               : QUILLMERE_SERVER) {
   }
 
-  /// Does what one line says. Returns false for a line of no known form, or when the peer is gone.
-  bool play(const std::string& line) {
-    static const std::regex form("(client|server|app (\\d) (\\w+))(?:: (.*))?");
+  /// Most conversations begin with a handshake, but not all.
+  void SetUp() override {}
+
+  /// `line`, which the server sends or the app gets, must be `expected`: UUID there stands for a
+  /// random identifier that has not been seen before, VERSION for ours, and ... at the end for
+  /// anything.
+  void expectLine(const std::string& text, std::string line) {
+    const std::string expected =
+        std::regex_replace(text, std::regex("VERSION"), QUILLMERE_PROJECT_VERSION);
+    static const std::regex uuid("[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}");
+    for (std::smatch match; std::regex_search(line, match, uuid);) {
+      EXPECT_TRUE(uuids.insert(match.str()).second) << "not random";
+      line.replace(static_cast<std::size_t>(match.position()), match.str().size(), "UUID");
+    }
+    if (expected.ends_with("...")) line = line.substr(0, expected.size() - 3) + "...";
+    EXPECT_EQ(expected, line);
+  }
+  void expectResponse(const std::string& rest) {
+    expectLine(R"({"jsonrpc":"2.0","id":1,)" + rest + (rest.ends_with("...") ? "" : "}"), next());
+  }
+
+  /// Does what one line says.
+  void play(const std::string& line) {
+    static const std::regex form("(\\w+)(?: (\\d))?([ a-z]*)(?:: ((\\S*) ?(.*)))?");
     std::smatch parts;
-    if (!std::regex_match(line, parts, form)) return false;
+    if (!std::regex_match(line, parts, form)) throw std::invalid_argument("no such line");
     const std::string text = parts[4];
-    if (parts[1] == "client") return server.send(text + "\n");
-    if (parts[1] == "server") {
-      const auto message = server.receiveText();
-      EXPECT_EQ(text, masked(message ? std::optional<std::string>(*message) : std::nullopt));
-      return true;
-    }
-    if (parts[3] == "gets") {
-      const AppConnection& connection =
-          connections.insert_or_assign(parts[2], app.value().accept()).first->second;
-      EXPECT_EQ(text, masked(connection.receiveText()));
-      return true;
-    }
-    const AppConnection& connection = connections.at(parts[2]);
-    if (parts[3] == "answers") return connection.send(controlFrame(text));
-    // A JSON string, for bytes that no line could hold.
-    if (parts[3] == "sends")
-      return connection.send(json("{\"bytes\":" + text + "}").findString("bytes")->view());
-    if (parts[3] == "leaves") return connections.erase(parts[2]) == 1;
-    if (parts[3] != "lost") return false;
-    EXPECT_EQ(0U, connection.waitUntilClosed()) << "more was sent";
-    return true;
+    const std::string word = parts[5];
+    const std::string rest = parts[6];
+    const auto connection = [&]() -> const AppConnection& { return connections.at(parts[2]); };
+    const auto send = [&](const std::string& bytes) { EXPECT_TRUE(server.send(bytes)); };
+    const std::map<std::string, std::function<void()>> actions = {
+        {"handshake", [&] { shakeHands(); }},
+        {"request",
+         [&] {
+           send(R"({"jsonrpc":"2.0","id":1,"method":")" + word + '"' +
+                (rest.empty() ? "" : ",\"params\":" + rest) + "}\n");
+         }},
+        {"cancel",
+         [&] {
+           send(R"({"jsonrpc":"2.0","method":"notifications/cancelled","params":{"requestId":)" +
+                text + "}}\n");
+         }},
+        {"client", [&] { send(text + "\n"); }},
+        {"client sends", [&] { send(bytesIn(text)); }},
+        {"client is done", [&] { server.closeInput(); }},
+        {"client stops reading", [&] { server.closeOutput(); }},
+        {"result", [&] { expectResponse("\"result\":" + text); }},
+        {"error",
+         [&] { expectResponse(R"("error":{"code":)" + word + R"(,"message":")" + rest + "\"}"); }},
+        {"server", [&] { expectLine(text, next()); }},
+        {"server sends",
+         [&] { EXPECT_EQ(bytesIn(text), server.receiveBytes(bytesIn(text).size())); }},
+        {"server ends",
+         [&] {
+           const bool isRead = server.outputDescriptor() >= 0;
+           EXPECT_EQ("(nothing)", isRead ? next() : "(nothing)");
+           EXPECT_EQ(0, server.waitForExit());
+         }},
+        {"app starts", [&] { app.emplace(home.releaseSocket()); }},
+        {"app gets",
+         [&] {
+           connections.insert_or_assign(parts[2], app.value().accept());
+           expectLine(text, connection().receiveText().value_or("(nothing)"));
+         }},
+        {"app answers", [&] { EXPECT_TRUE(connection().send(controlFrame(text))); }},
+        {"app sends", [&] { EXPECT_TRUE(connection().send(bytesIn(text))); }},
+        {"app leaves", [&] { connections.erase(parts[2]); }},
+        {"app lost", [&] { EXPECT_EQ(0U, connection().waitUntilClosed()) << "more was sent"; }},
+    };
+    actions.at(parts.str(1) + parts.str(3))();
   }
 };
 
-class Conversation : public testing::TestWithParam<std::filesystem::path> {};
-
 TEST_P(Conversation, GoesAsItIsWritten) {
-  const bool isCompat = GetParam().filename().string().starts_with("compat");
-  Stage stage(isCompat ? QUILLMERE_COMPAT : QUILLMERE_SERVER);
-  std::ifstream lines(GetParam());
-  int number = 0;
-  for (std::string line; std::getline(lines, line);) {
-    ++number;
-    if (line.empty() || line.starts_with('#')) continue;
-    SCOPED_TRACE(GetParam().filename().string() + ":" + std::to_string(number));
-    if (line == "app starts") {
-      stage.app.emplace(stage.home.releaseSocket());
-    } else {
-      try {
-        ASSERT_TRUE(stage.play(line)) << line;
-      } catch (const std::exception& failure) {
-        // Here, where the trace still names the file and the line.
-        FAIL() << line << "\n" << failure.what();
-      }
+  std::ifstream file(GetParam());
+  std::vector<std::string> lines{"# of the file"};
+  while (std::getline(file, lines.emplace_back())) {
+  }
+  ASSERT_LT(2U, lines.size());
+  lines.insert(lines.end(), {"client is done", "server ends"});
+  for (std::size_t number = 1; number < lines.size(); ++number) {
+    if (lines[number].empty() || lines[number].starts_with('#')) continue;
+    SCOPED_TRACE(GetParam().filename().string() + ":" + std::to_string(number) + ": " +
+                 lines[number]);
+    try {
+      play(lines[number]);
+    } catch (const std::exception& failure) {
+      // Here, where the trace still names the file and the line.
+      FAIL() << failure.what();
     }
   }
-  EXPECT_GT(number, 0);
-  stage.server.closeInput();
-  EXPECT_EQ(std::nullopt, stage.server.receiveText()) << "after the last line";
-  EXPECT_EQ(0, stage.server.waitForExit());
 }
 
-std::vector<std::filesystem::path> conversations() {
-  std::vector<std::filesystem::path> files;
-  for (const auto& entry : std::filesystem::directory_iterator(QUILLMERE_CONVERSATIONS)) {
+std::vector<fs::path> conversations() {
+  std::vector<fs::path> files;
+  for (const auto& entry : fs::directory_iterator(QUILLMERE_CONVERSATIONS)) {
     if (entry.path().extension() == ".txt") files.push_back(entry.path());
   }
   return files;

@@ -1,4 +1,6 @@
 // `--doctor` as a user runs it: the real program in all sorts of surroundings.
+#include "server/doctor.hpp"
+
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
@@ -10,18 +12,33 @@
 #include "platform/file_system.hpp"
 #include "support/running_server.hpp"
 
+#ifndef __APPLE__
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace {
+std::function<void()> afterConnect;
+}
+/// Stands in for the system's function within this program: what happens at once after a connect.
+extern "C" int connect(int socket, const sockaddr* address, socklen_t size) {
+  const auto result = static_cast<int>(::syscall(SYS_connect, socket, address, size));
+  if (afterConnect) afterConnect();
+  return result;
+}
+#endif
+
 namespace quillmere {
 namespace {
 
 namespace fs = std::filesystem;
 
-/// Runs `program` with `--doctor`, started under `name` in `folder`, with this process's home.
+/// Runs `program` with `--doctor`, started under `name` in `folder`.
 ProgramOutcome runDoctor(const std::string& program, const std::string& name,
                          const std::string& folder = "/") {
   return runToEnd(
       {.program = "/bin/bash",
-       .arguments = {"-c", R"(cd "$0" && exec -a "$1" "$2" --doctor)", folder, name, program},
-       .home = homeDirectory()});
+       .arguments = {"-c", R"(cd "$0" && exec -a "$1" "$2" --doctor)", folder, name, program}});
 }
 
 constexpr std::string_view release = "com.tallowbrook.wickfern";
@@ -52,7 +69,7 @@ std::string report(const TemporaryHome& home, std::string_view identifier = "", 
       {"socketError", textOrNull(error.has_value(), error.value_or(""))},
       {"socketReachable", !error.has_value()},
       {"supportedProtocolVersions",
-       JsonText::constant(R"(["2024-11-05","2025-03-26","2025-06-18","2025-11-25"])")}};
+       JsonText::ofJson(R"(["2024-11-05","2025-03-26","2025-06-18","2025-11-25"])")}};
   return indentedJson(json(all.str()).asValue()) + "\n";
 }
 
@@ -101,7 +118,17 @@ TEST(Doctor, SaysWhatIsInTheSocketsPlace) {
 }
 
 #ifndef __APPLE__
-// There no path can be other than UTF-8.
+TEST(Doctor, ListsTheCandidatesBeforeItTriesThem) {
+  const TemporaryHome home;
+  const DesktopApp app(home.releaseSocket());
+  afterConnect = [&] { fs::remove(home.releaseSocket()); };
+  const std::string payload = doctorPayload().str();
+  afterConnect = {};
+  EXPECT_TRUE(*json(payload).findBoolean("socketReachable"));
+  EXPECT_NE(payload.find("\"exists\":true"), std::string::npos) << payload;
+}
+
+// A path on macOS is always UTF-8.
 TEST(Doctor, SaysNothingThatWouldNotBeUtf8) {
   const TemporaryHome home;
   ::setenv("HOME", (home.path() + "/\xFF").c_str(), 1);

@@ -15,7 +15,7 @@
 
 #include "harness/desktop_app.hpp"
 #include "harness/holdings.hpp"
-#include "harness/patience.hpp"
+#include "peers/patience.hpp"
 #include "platform/process.hpp"
 #include "support/fault_order.hpp"
 #include "support/running_server.hpp"
@@ -79,7 +79,7 @@ constexpr std::string_view notFound =
 /// SOCKET and ERROR stand for the socket's path and the system's text.
 constexpr std::string_view notReached =
     "-32000 Could not reach Quillmere MCP control socket: SOCKET: ERROR";
-constexpr std::string_view connectWaitedInVain =
+constexpr std::string_view connectTimesOut =
     "-32000 Could not reach Quillmere MCP control socket: SOCKET: Timed out connecting to "
     "Quillmere MCP control socket.";
 constexpr std::string_view notWritten = "-32000 Could not write to Quillmere MCP control socket.";
@@ -118,8 +118,9 @@ const Fault faults[] = {
     {"making a socket", Call::socket, {EMFILE, ENFILE, ENOBUFS}, noSocket},
     {"connecting", Call::connect, {ECONNREFUSED, EAGAIN, EINTR}, notReached},
     {"waiting for a late connect", Call::poll, {EINTR}, notReached, true},
-    {"a connect that is too late", Call::poll, {timedOut}, connectWaitedInVain, true},
-    {"the outcome of a late connect", Call::getSocketOption, {ENOBUFS}, notReached, true},
+    {"a connect that is too late", Call::poll, {timedOut}, connectTimesOut, true},
+    {"asking how a late connect ended", Call::getSocketOption, {ENOBUFS}, notReached, true},
+    {"a late connect that fails", Call::connectOutcome, {ECONNREFUSED}, notReached, true},
     {"sending", Call::send, {EPIPE, ECONNRESET}, notWritten},
     {"sending in pieces", Call::send, {shortCount}, works},
     {"receiving", Call::receive, {ECONNRESET, EAGAIN, EINTR}, closed},
@@ -248,13 +249,10 @@ class FaultInjection : public ServerUnderOrders, public testing::WithParamInterf
   [[nodiscard]] ServerProcess::Options optionsFor(const Script& script) const {
     if (script.input == Input::file) {
       const std::string file = home.write("input", script.wire);
-      return {.program = "/bin/sh",
-              .arguments = {"-c", "exec \"$0\" <\"$1\"", program, file},
-              .home = home.path()};
+      return {.program = "/bin/sh", .arguments = {"-c", "exec \"$0\" <\"$1\"", program, file}};
     }
     return {
         .program = program,
-        .home = home.path(),
         .streams = script.input == Input::pipe ? ChildStreams::pipes : ChildStreams::socketPairs};
   }
 
@@ -306,8 +304,7 @@ TEST_F(ServerUnderOrders, ReportsAllTheSameWhenItCannotTellWhichAppIsItsOwn) {
   for (const auto& [call, error] : {std::pair(Call::open, EMFILE), {Call::linkStatus, EIO}}) {
     order->error = error;
     order->call = call;
-    const auto [output, status] =
-        runToEnd({.program = program, .arguments = {"--doctor"}, .home = home.path()});
+    const auto [output, status] = runToEnd({.program = program, .arguments = {"--doctor"}});
     order->call = Call::none;
     EXPECT_EQ(0, status);
     const JsonObject report = json(output);
@@ -398,12 +395,12 @@ class StandardErrorKept {
 };
 
 /// Carries `run` out with the first allocation failing, with the second, and so on until there are
-/// no more; each time once, for good, and until much memory is given back.
+/// no more; each time once and for good.
 template <typename Run>
 void failEachAllocation(FaultOrder& order, Run run) {
   int injected = 0;
   order.error = ENOMEM;
-  for (const int inARow : {once, forGood, untilRelease}) {
+  for (const int inARow : {once, forGood}) {
     bool hasFailed = true;
     for (int before = 0; hasFailed && !testing::Test::HasFailure(); ++before) {
       SCOPED_TRACE(std::to_string(inARow) + " times, after " + std::to_string(before) +
@@ -428,7 +425,7 @@ TEST_F(ServerUnderOrders, AnswersEachRequestOnceOrEndsWhicheverAllocationFails) 
   const DesktopApp app(home.releaseSocket(), answerAsAsked);
   int outOfMemoryErrors = 0;
   failEachAllocation(*order, [&](int inARow) {
-    ServerProcess server({.program = program, .home = home.path()});
+    ServerProcess server({.program = program});
     int failures = 0;
     bool isCancelledAnswered = false;
     // What is cancelled may have failed before, and says so when it likes.
@@ -446,9 +443,7 @@ TEST_F(ServerUnderOrders, AnswersEachRequestOnceOrEndsWhicheverAllocationFails) 
       server.send(wire);
       const auto answer = next();
       if (!answer) {
-        // What passes ends the program only when it keeps a large message from being read, or the
-        // reserve from being made at the start.
-        EXPECT_TRUE(inARow == forGood || id == "huge" || (inARow != once && id == "hello")) << id;
+        EXPECT_LT(0, order->failed) << "ended at " << id;
         break;
       }
       EXPECT_EQ('"' + std::string(id) + '"', idOf(*answer));
@@ -468,7 +463,7 @@ TEST_F(ServerUnderOrders, AnswersEachRequestOnceOrEndsWhicheverAllocationFails) 
 TEST_F(ServerUnderOrders, WithoutMemoryItEndsAfterTheFrameThatIsBeingWritten) {
   if (!sanitizers.empty()) GTEST_SKIP() << "\nSKIPPED: sanitizers bring their own allocator.";
   const DesktopApp app(home.releaseSocket(), answerAsAsked);
-  ServerProcess server({.program = program, .home = home.path()});
+  ServerProcess server({.program = program});
   server.send(hello);
   EXPECT_TRUE(server.receive());
   const auto* const hugeCall = std::ranges::find(session, "huge call", &Exchange::id);
@@ -491,8 +486,7 @@ TEST_F(ServerUnderOrders, PrintsAllOrNothingWhicheverAllocationFails) {
   if (!sanitizers.empty()) GTEST_SKIP() << "\nSKIPPED: sanitizers bring their own allocator.";
   const StandardErrorKept errors(home.write("errors", ""));
   for (const std::string option : {"--help", "--doctor"}) {
-    const ServerProcess::Options options = {
-        .program = program, .arguments = {option}, .home = home.path()};
+    const ServerProcess::Options options = {.program = program, .arguments = {option}};
     const std::string usual = runToEnd(options).output;
     const std::string lastLines = usual.substr(usual.size() - 60);
     failEachAllocation(*order, [&](int) {

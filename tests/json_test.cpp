@@ -29,7 +29,7 @@ JsonText rewritten(const JsonValue& value) {
   }
   if (const auto string = value.asString()) return *string;
   if (const auto boolean = value.asBoolean()) return *boolean;
-  return value.isNull() ? JsonText() : JsonText::constant(value.asNumber().value().text());
+  return value.isNull() ? JsonText() : JsonText::ofJson(value.asNumber().value().text());
 }
 
 /// What is passed on of a text, or why it is refused.
@@ -54,15 +54,15 @@ TEST(Json, TextIsPassedOnAsItCameAndReadAsItIsMeant) {
   };
   const TextCase cases[] = {
       {"literals", "[null,true,false,\"\",{},[[]]]", "", ""},
-      {"blanks between tokens stay", " \t{ \"a\"\t: [ 1 , { } , [ ] ] } ",
-       "{ \"a\"\t: [ 1 , { } , [ ] ] }", R"({"a":[1,{},[]]})"},
-      {"where there is a line feed they go", "{ \"a\" : [ 1 , { } ,\n[ ] ] , \"b\" : null }",
-       R"({"a":[1,{},[]],"b":null})", ""},
-      {"where there is a carriage return too", "\r[ \"\\n , : \", 1.0 ]", R"(["\n , : ",1.0])", ""},
-      {"what comes after the last token is not between tokens", "[ 1 ]\r\n", "[ 1 ]", "[1]"},
+      {"white space goes from between tokens, and from nowhere else",
+       " \t{ \"a\"\t: [ 1 , { } ,\n[ ] ]\r, \"b :\" : \" \\n , \" } ",
+       R"({"a":[1,{},[]],"b :":" \n , "})", ""},
+      {"each kind of it, alone, goes", "[ 1,[2\t],{\n},\"\"\r]", R"([1,[2],{},""])", ""},
+      {"one blank alone goes", R"({"a": 1})", R"({"a":1})", ""},
+      {"what is after the last token goes", "[1] \r\n", "[1]", ""},
       {"an escaped slash is none, and its text has no blanks", R"({ "a\/b" : "\/\\\/ \n" })",
        R"({"a/b":"/\\/ \n"})", ""},
-      {"a slash after an escaped backslash is not escaped", R"([ "a\\/" ])", "", R"(["a\\/"])"},
+      {"a slash after an escaped backslash is not escaped", R"(["a\\/"])", "", ""},
       {"slashes and non-ASCII are kept", "[\"a/b é 为 😀\"]", "", ""},
       {"escapes are read when they are needed and when not",
        R"({"\u0061":"\"\\\b\f\n\r\t\u0000\u001F\u0020\u00e9\u4E3A\uffff\ud83d\uDE00\uDBFF\udfff"})",
@@ -178,6 +178,28 @@ TEST(Json, NumbersAreReadWhateverTheirSpelling) {
   EXPECT_EQ(JsonNumber("9007199254740993").value(), 9007199254740992.0);
 }
 
+TEST(Json, CharactersOfAStringAreCountedWhateverTheirSpelling) {
+  struct StringCase {
+    std::string characters;
+    std::size_t count;
+  };
+  const StringCase cases[] = {
+      {"", 0},
+      {"abc", 3},
+      {R"(\\n\"\\u0041)", 9},
+      {times(50, R"(\r\n)"), 50},
+      {R"(a\u00e9\u4e3a)", 3},
+      {R"(e\u0301\ud83d\ude00)" + times(20, "e\u0301"), 22},
+  };
+  for (const auto& [characters, count] : cases) {
+    const JsonString string = json("{\"a\":\"" + characters + "\"}").findString("a").value();
+    EXPECT_FALSE(string.hasMoreCharactersThan(count)) << characters;
+    EXPECT_TRUE(count == 0 || string.hasMoreCharactersThan(count - 1)) << characters;
+    EXPECT_FALSE(string.hasFewerCharactersThan(count)) << characters;
+    EXPECT_TRUE(string.hasFewerCharactersThan(count + 1)) << characters;
+  }
+}
+
 TEST(Json, IndentedTextSortsKeysByTheirBytesAndHasEachOnce) {
   EXPECT_EQ(
       indentedJson(json(R"({"é":[ ],"a/b":[1,{}],"B":1,"\u0042":"\n\u002f\u00e9"})").asValue()),
@@ -205,8 +227,8 @@ TEST(JsonTexts, AreMadeOfWhateverIsJson) {
                          "\x7F" +
                              times(40, "x") +
                              R"(\n","numbers":[0,-1,-9223372036854775808],"nothing":null,)"
-                             R"("came":{"a\u002Fb":[1.0, {"\u0063":null}]},)"
-                             R"("\"\n":{"yes":true,"part":[1.0, {"\u0063":null}]},)"
+                             R"("came":{"a\u002Fb":[1.0,{"\u0063":null}]},)"
+                             R"("\"\n":{"yes":true,"part":[1.0,{"\u0063":null}]},)"
                              R"("empty":[{},[]]})");
 }
 
@@ -218,19 +240,19 @@ TEST(JsonTexts, ReferToWhatIsLongAndKeepIt) {
     auto document = parseJson(came);
     const std::weak_ptr<const JsonDocument> kept(document);
     const char* const bytes = document->root().text().data();
-    static const std::string constant = "{\"c\":\"" + times(20'000, "c") + "\"}";
+    const auto ours = std::make_shared<const std::string>("{\"c\":\"" + times(20'000, "c") + "\"}");
     JsonText text{{"first", document->root()}};
     text.set("second", 2);
     JsonText outer = JsonText::array();
     outer.add(document->root());
     document.reset();
     outer.add(text);
-    outer.add(JsonText::constant(constant));
+    outer.add(JsonText::ofJson(ours));
     outer.add(std::move(text));
     outer.add(true);
     const std::string inner = "{\"first\":" + came + ",\"second\":2}";
     std::string all = "[";
-    for (const std::string& each : {came, inner, constant, inner}) all.append(each).append(",");
+    for (const std::string& each : {came, inner, *ours, inner}) all.append(each).append(",");
     EXPECT_EQ(whole(outer), all.append("true]"));
     const bool refers = length >= 16'384;
     EXPECT_EQ(!kept.expired(), refers);
@@ -248,7 +270,7 @@ TEST(JsonTexts, TakeMembersFromAnotherObject) {
   };
   const MembersCase cases[] = {
       {"{ }", "", {"a"}},
-      {R"({ "a" : 1 , "b" : [2, {"c":3}] , "d":{} })", R"("a" : 1,"b" : [2, {"c":3}],"d":{})"},
+      {R"({ "a" : 1 , "b" : [2, {"c":3}] , "d":{} })", R"("a":1,"b":[2,{"c":3}],"d":{})"},
       {R"({"a":[1],"b":2,"c":3})", R"("b":2,"c":3)", {"a"}},
       {R"({"a":1,"b":{"a":2},"c":3})", R"("a":1,"c":3)", {"b", "x"}},
       {R"({"a":1,"b":2,"c":[3]})", R"("a":1,"b":2)", {"c"}},

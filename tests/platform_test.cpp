@@ -15,9 +15,9 @@
 #include <thread>
 #include <vector>
 
-#include "harness/patience.hpp"
 #include "harness/temporary_home.hpp"
-#include "harness/unix_listener.hpp"
+#include "peers/patience.hpp"
+#include "peers/unix_listener.hpp"
 #include "platform/buffer.hpp"
 #include "platform/file_system.hpp"
 #include "platform/property_list.hpp"
@@ -98,10 +98,12 @@ TEST(PropertyList, GivesTheStringUnderAKeyOfTheTopDictionary) {
   const ListCase cases[] = {
       {"XML", dictionary("<key>Other</key><true/>" + found), "a.b"},
       {"XML without a head", "<plist><dict>" + found + "</dict></plist>", "a.b"},
+      {"white space before it", " \t\r\n" + dictionary(found), "a.b"},
       {"UTF-8 with a mark", "\xEF\xBB\xBF" + dictionary(found), "a.b"},
       {"UTF-16, big end first, that calls itself UTF-8", utf16(dictionary(found), true), "a.b"},
       {"UTF-16, little end first", utf16("<plist><dict>" + found + "</dict></plist>", false),
        "a.b"},
+      {"UTF-16, with white space", utf16("\n " + dictionary(found), false), "a.b"},
       {"pieces of all kinds",
        dictionary("<key><![CDATA[K]]></key><string>a&amp;<!-- x -->&#98;<![CDATA[<c]]>为</string>"),
        "a&b<c为"},
@@ -230,7 +232,7 @@ TEST(Uuid, HasTheFormOfVersion4AndIsNewEachTime) {
   }
 }
 
-TEST(WorkerPool, UsesTheThreadsAgainThatSleptLastAndLetsGoOfATask) {
+TEST(WorkerPool, RunsAllTasksAtOnceKeepsFewIdleThreadsAndLetsGoOfATask) {
   // Lives until the process ends, as its threads may.
   static WorkerPool& pool = *new WorkerPool();
   constexpr std::size_t burst = 200;
@@ -245,10 +247,10 @@ TEST(WorkerPool, UsesTheThreadsAgainThatSleptLastAndLetsGoOfATask) {
     ASSERT_TRUE(pool.submit([thread] { thread->set_value(std::this_thread::get_id()); }));
     auto number = thread->get_future();
     ASSERT_EQ(std::future_status::ready, number.wait_for(patience())) << "the task does not run";
-    // The first half is time enough for the burst's threads to fall asleep.
+    // The first half is time enough for the burst's threads to fall asleep or end.
     if (i >= 5 * burst) threads.insert(number.get());
   }
-  EXPECT_LT(threads.size(), burst / 4) << "one task after the other kept them all alive";
+  EXPECT_LT(threads.size(), burst / 4) << "idle threads take turns";
 
   const auto released = std::make_shared<std::promise<void>>();
   std::shared_ptr<void> held(nullptr, [released](void*) { released->set_value(); });

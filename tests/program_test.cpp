@@ -1,5 +1,5 @@
 // The real program between a scripted client and a scripted desktop app, where a conversation in a
-// file can't say it: what blocks, what ends, what is no line.
+// file can't say it: what is large, what is many, what blocks.
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 
@@ -7,28 +7,14 @@
 #include <string>
 #include <vector>
 
+#include "control/control_frame.hpp"
 #include "harness/desktop_app.hpp"
 #include "support/running_server.hpp"
 
 namespace quillmere {
 namespace {
 
-/// Answers a call once it is there whole.
-void answer(const AppConnection& connection) {
-  EXPECT_TRUE(connection.receive());
-  connection.answer({{"ok", true}});
-}
-
-struct Program : RunningServer {
-  void expectNothingMore() {
-    server.closeInput();
-    EXPECT_EQ(std::nullopt, server.receiveText());
-    EXPECT_EQ(0, server.waitForExit());
-  }
-};
-
-const std::string pong = R"({"jsonrpc":"2.0","id":"ping","result":{}})";
-const std::string succeeded = "Quillmere tool call succeeded.";
+using Program = RunningServer;
 
 TEST_F(Program, CancellingBreaksACallThatBlocksAsItSends) {
   const DesktopApp app(home.releaseSocket());
@@ -44,31 +30,9 @@ TEST_F(Program, CancellingBreaksACallThatBlocksAsItSends) {
   request("ping", "ping");
   EXPECT_EQ(pong, next());
   EXPECT_LT(unread.waitUntilClosed(), text.size());
-  expectNothingMore();
-}
-
-TEST_F(Program, AnswersAndEndsWhateverOtherWorkersWaitFor) {
-  const DesktopApp app(home.releaseSocket());
-  call(1);
-  const AppConnection connection = app.accept();
-  ASSERT_TRUE(connection.receive());
-  call(2);
-  answer(app.accept());
-  EXPECT_EQ("2: " + succeeded, nextShort());
-  expectNothingMore();
-  EXPECT_EQ(0U, connection.waitUntilClosed());
-}
-
-TEST_F(Program, EndsWhenTheClientNoLongerTakesAnswers) {
-  const DesktopApp app(home.releaseSocket());
-  call(1);
-  const AppConnection blocked = app.accept();
-  call(2);
-  const AppConnection answered = app.accept();
-  server.closeOutput();
-  answer(answered);
+  server.closeInput();
+  EXPECT_EQ("(nothing)", next());
   EXPECT_EQ(0, server.waitForExit());
-  blocked.waitUntilClosed();
 }
 
 TEST_F(Program, NothingIsLostWhileTheClientDoesNotRead) {
@@ -86,26 +50,28 @@ TEST_F(Program, NothingIsLostWhileTheClientDoesNotRead) {
     heads.insert(answer.substr(0, answer.find("\"result\"")));
   }
   EXPECT_EQ(calls, std::ssize(heads));
-  expectNothingMore();
 }
 
-TEST_F(Program, AnswersHeaderFramingInKindFromThenOn) {
-  const auto framed = [](const std::string& body) {
-    return "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
-  };
-  const std::string reply = framed(R"({"jsonrpc":"2.0","id":1,"result":{}})");
-  const std::string ping = R"({"jsonrpc":"2.0","id":1,"method":"ping"})";
-  // The first block is answered in kind although it is none to read.
-  const std::pair<std::string, std::string> cases[] = {
-      {"Content-Length: x\r\n\r\n",
-       framed(R"({"jsonrpc":"2.0","id":null,"error":{"code":-32700,"message":)"
-              R"("Parse error: missing Content-Length."}})")},
-      {framed(ping), reply},
-      {ping + "\n", reply},
-  };
-  for (const auto& [wire, answer] : cases) {
-    server.send(wire);
-    EXPECT_EQ(answer, server.receiveBytes(answer.size()));
+TEST_F(Program, EndsWhenItsClientIsKilledInTheMiddleOfTheLargestAnswer) {
+  const DesktopApp app(home.releaseSocket());
+  call(1);
+  const AppConnection connection = app.accept();
+  ASSERT_TRUE(connection.receive());
+  const std::string image(maxControlResponseBytes - 22, 'A');
+  ASSERT_TRUE(connection.send(controlFrame(R"({"ok":true,"image":")" + image + "\"}")));
+  EXPECT_EQ(1U, server.receiveBytes(1).size());
+  server.closeInput();
+  server.closeOutput();
+  EXPECT_EQ(0, server.waitForExit());
+}
+
+TEST_F(Program, APromptTakesATaskOf16384Characters) {
+  for (const auto& [size, outcome] :
+       {std::pair(std::size_t{16'384}, "result\":"), {16'385, "task is too long."}}) {
+    request(1, "prompts/get",
+            {{"name", "phone_task_assistant"},
+             {"arguments", JsonText{{"task", times(size, "👍🏽")}}}});
+    EXPECT_NE(std::string::npos, next().find(outcome)) << size;
   }
 }
 
@@ -118,8 +84,7 @@ TEST(Options, AreFoundAnywhereAndHelpGoesFirst) {
   };
   for (const auto& [arguments, size] : cases) {
     const TemporaryHome home;
-    const auto [text, status] =
-        runToEnd({.program = QUILLMERE_SERVER, .arguments = arguments, .home = home.path()});
+    const auto [text, status] = runToEnd({.program = QUILLMERE_SERVER, .arguments = arguments});
     EXPECT_EQ(0, status);
     EXPECT_EQ(size, text.size());
     EXPECT_EQ(size > 0, text.starts_with("Quillmere stdio MCP sidecar for supervised Android"));

@@ -1,7 +1,8 @@
 // What the client sees of an answer: summary, guidance, help.
 #include <gtest/gtest.h>
 
-#include "results/help.hpp"
+#include "mcp/dialect.hpp"
+#include "mcp/help.hpp"
 #include "results/tool_result.hpp"
 #include "support/json.hpp"
 #include "support/snapshot.hpp"
@@ -57,7 +58,7 @@ TEST(Summary, NamesWhatMattersInThePayload) {
        "uiTruncated: false\nwarning: w\nnextRecommendedTool: n\nauditId: a\n"},
   };
   for (const auto& [name, payload, lines] : cases) {
-    EXPECT_EQ(summarizeToolPayload(json(payload), serverForm),
+    EXPECT_EQ(summarizeToolPayload(json(payload)),
               std::string(lines) + "Full result is available in structuredContent.")
         << name;
   }
@@ -71,11 +72,11 @@ TEST(ToolResult, HoldsThePayloadWholeBesideItsSummary) {
       {R"({"ok":null})", false},
   };
   for (const auto& [payload, isError] : cases) {
-    const JsonText summary = summarizeToolPayload(json(payload), serverForm);
-    EXPECT_EQ(toolResult(json(payload), serverForm).str(),
-              R"({"content":[{"type":"text","text":)" + summary.str() +
-                  R"(}],"structuredContent":)" + std::string(payload) + R"(,"isError":)" +
-                  (isError ? "true}" : "false}"));
+    const JsonText summary = summarizeToolPayload(json(payload));
+    EXPECT_EQ(toolResult(json(payload)).str(), R"({"content":[{"type":"text","text":)" +
+                                                   summary.str() + R"(}],"structuredContent":)" +
+                                                   std::string(payload) + R"(,"isError":)" +
+                                                   (isError ? "true}" : "false}"));
   }
 }
 
@@ -85,9 +86,10 @@ TEST(ToolResult, KeepsWhatItRefersTo) {
       // On the heap, so that a sanitizer sees what is read after they are gone.
       auto arguments = parseJson(R"({"deviceSerial":"R5"})");
       auto document = parseJson(payload);
-      GuidedPayload guided = addGuidance(tool, arguments->object(), document->object(), serverForm);
+      GuidedResponse guided =
+          addGuidance(tool, arguments->object(), document->object(), serverDialect.spelled);
       arguments.reset();
-      JsonText text = toolResult(guided, serverForm);
+      JsonText text = toolResult(guided);
       document.reset();
       return text;
     };
@@ -142,13 +144,13 @@ TEST(Guidance, SaysWhatToDoAfterAList) {
   };
   for (const auto& [name, tool, arguments, payload, guided] : cases) {
     const JsonText result =
-        toolResult(addGuidance(tool, json(arguments), json(payload), serverForm), serverForm);
+        toolResult(addGuidance(tool, json(arguments), json(payload), serverDialect.spelled));
     const JsonObject content = *json(result.str()).findObject("structuredContent");
     EXPECT_EQ(indentedJson(content.asValue()),
               indentedJson(json(guided == same ? payload : guided).asValue()))
         << name;
     const JsonArray items = *json(result.str()).findArray("content");
-    EXPECT_EQ(summarizeToolPayload(content, serverForm),
+    EXPECT_EQ(summarizeToolPayload(content),
               (*items.begin()).asObject()->findString("text")->view())
         << name;
     const auto members = std::distance(content.begin(), content.end());
@@ -158,11 +160,10 @@ TEST(Guidance, SaysWhatToDoAfterAList) {
 
 TEST(Help, GivesEachTopicWordForWord) {
   JsonText all = JsonText::object();
-  for (const std::string_view topic : Constants::helpTopics)
-    all.set(topic, helpPayload(topic, serverForm));
-  EXPECT_EQ(indentedJson(json(all.str()).asValue()) + "\n", snapshot("help.json"));
+  for (const std::string_view topic : Constants::helpTopics) all.set(topic, helpPayload(topic));
+  expectSnapshot("help.json", indentedJson(json(all.str()).asValue()) + "\n");
   for (const std::optional<std::string_view> topic : {std::optional<std::string_view>(), {"Ui"}}) {
-    EXPECT_EQ(helpPayload(topic, serverForm).str(), helpPayload("quickstart", serverForm).str());
+    EXPECT_EQ(helpPayload(topic).str(), helpPayload("quickstart").str());
   }
 }
 

@@ -145,12 +145,10 @@ struct Simulator {
   const std::string firstLine = line();
 
   /// `redirection` is the shell's: which of the outputs are read here.
-  explicit Simulator(const TemporaryHome& home, const std::string& options = "",
-                     const std::string& redirection = "2>&1")
-      : process(
-            {.program = "/bin/sh",
-             .arguments = {"-c", "exec '" QUILLMERE_SIMULATOR "' " + options + " " + redirection},
-             .home = home.path()}) {}
+  explicit Simulator(const std::string& options = "", const std::string& redirection = "2>&1")
+      : process({.program = "/bin/sh",
+                 .arguments = {"-c",
+                               "exec '" QUILLMERE_SIMULATOR "' " + options + " " + redirection}}) {}
 
   /// The next line, a call's without its time; empty at the end.
   std::string line() {
@@ -171,8 +169,7 @@ struct SimulatedApp : RunningServer {
   }
 };
 
-const std::string succeeded = ": Quillmere tool call succeeded.";
-const std::string closed = ": -32000 Quillmere closed the MCP control connection.";
+const std::string closed = "-32000 Quillmere closed the MCP control connection.";
 
 TEST_F(SimulatedApp, TheServerOutlivesItsFaults) {
   const std::string dropped = "listDevices       ok, then dropped on purpose";
@@ -187,24 +184,24 @@ TEST_F(SimulatedApp, TheServerOutlivesItsFaults) {
       {"--truncate", closed, "listDevices       ok, then cut off on purpose"},
       {"--delay 20 --fail tap", succeeded, answered},
       {"--fail tap --fail listDevices",
-       ": Quillmere tool call failed: The simulator was asked to fail this command.",
+       "Quillmere tool call failed: The simulator was asked to fail this command.",
        "listDevices       refused: simulatedFailure"},
   };
   for (const Case& each : cases) {
     SCOPED_TRACE(each.options);
     {
-      Simulator faulty(home, each.options);
-      EXPECT_EQ("1" + each.outcome, outcome(1));
+      Simulator faulty(each.options);
+      EXPECT_EQ("1: " + each.outcome, outcome(1));
       EXPECT_EQ(each.line, faulty.line());
     }
-    const Simulator healthy(home);
-    EXPECT_EQ("1" + succeeded, outcome(1));
+    const Simulator healthy;
+    EXPECT_EQ("1: " + succeeded, outcome(1));
   }
 }
 
 TEST_F(SimulatedApp, SilenceEndsWithTheCallOrTheSimulator) {
   for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
-    Simulator silent(home, "--silence");
+    Simulator silent("--silence");
     call(1);
     EXPECT_EQ("listDevices       unanswered on purpose", silent.line());
     cancel(1);
@@ -213,7 +210,7 @@ TEST_F(SimulatedApp, SilenceEndsWithTheCallOrTheSimulator) {
     EXPECT_EQ("listDevices       unanswered on purpose", silent.line());
     EXPECT_EQ(0, silent.end(signal));
     EXPECT_FALSE(std::filesystem::exists(home.releaseSocket()));
-    EXPECT_EQ("2" + closed, nextShort());
+    EXPECT_EQ("2: " + closed, nextShort());
   }
 }
 

@@ -12,7 +12,6 @@
 #include "support/snapshot.hpp"
 #include "tools/arguments.hpp"
 #include "tools/catalogue.hpp"
-#include "tools/form.hpp"
 
 namespace quillmere {
 namespace {
@@ -20,10 +19,10 @@ namespace {
 /// Of each argument of the listed tools its name and its longest length, 0 for none.
 std::map<std::string_view, std::size_t> listedArguments() {
   std::map<std::string_view, std::size_t> lengths;
-  const auto tools = parseJson(visibleTools(serverForm).str());
+  const auto tools = parseJson(visibleTools().str());
   const JsonArray list = *tools->root().asArray();
   for (const JsonValue entry : list) {
-    const Tool& tool = *serverForm.findTool(entry.asObject()->findString("name")->view());
+    const Tool& tool = *findTool(entry.asObject()->findString("name")->view());
     const JsonObject schema = *entry.asObject()->findObject("inputSchema");
     const JsonObject properties = *schema.findObject("properties");
     for (const JsonMember member : properties) {
@@ -35,14 +34,13 @@ std::map<std::string_view, std::size_t> listedArguments() {
 }
 
 TEST(Catalogue, IsListedWordForWord) {
-  const JsonObject list = json(JsonText{{"tools", visibleTools(serverForm)}}.str());
-  EXPECT_EQ(indentedJson(list.asValue()) + "\n", snapshot("tools_list.json"));
+  expectSnapshot("tools_list.txt", toolLines(visibleTools()));
 }
 
 TEST(Catalogue, GivesEachToolItsCommand) {
   std::string commands;
   for (const Tool& tool : allTools()) {
-    EXPECT_EQ(serverForm.findTool(tool.name), &tool);
+    EXPECT_EQ(findTool(tool.name), &tool);
     commands += std::string(tool.toolToCommand) + " ";
   }
   // In the order of the list; help, the first, has none.
@@ -106,7 +104,7 @@ constexpr std::string_view wait = "quillmere.wait";
 constexpr std::string_view launch = "quillmere.app.launch";
 
 std::string validationFailure(std::string_view tool, const JsonObject& arguments) {
-  return failureOf([&] { validateSchemaArguments(*serverForm.findTool(tool), tool, arguments); });
+  return failureOf([&] { validateSchemaArguments(*findTool(tool), tool, arguments); });
 }
 
 TEST(Validation, ChecksInAFixedOrder) {
@@ -200,7 +198,7 @@ TEST(Validation, ChecksEachValueByItsSchema) {
   for (const auto& [tool, key, value, failure] : cases) {
     const JsonObject arguments = json(valid.at(tool));
     EXPECT_EQ(validationFailure(tool, arguments), "");
-    JsonText changed{{key, JsonText::constant(value)}};
+    JsonText changed{{key, JsonText::ofJson(value)}};
     changed.setMembersOf(arguments, {{key}});
     EXPECT_EQ(validationFailure(tool, json(changed.str())),
               failure.empty() ? "" : "-32602 " + std::string(key) + " " + std::string(failure))

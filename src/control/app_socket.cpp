@@ -41,7 +41,7 @@ namespace {
 
 constexpr std::string_view socketFileName = "qm-mcp.sock";
 
-/// The groups to look in: first that of the app that the server is a part of.
+/// The groups to look in. That of the app that the server is a part of comes first.
 std::vector<std::string_view> groupsInOrder(const std::optional<std::string>& bundleIdentifier) {
   std::vector<std::string_view> groups(Constants::appGroupIdentifiers.begin(),
                                        Constants::appGroupIdentifiers.end());
@@ -95,15 +95,15 @@ UnixSocket connectToFirst(const std::vector<std::string>& candidates) {
 }  // namespace
 
 std::string executableURL() {
-  // Resolved once: a running program's file does not move, and to resolve its links, one system
-  // call a folder, took an eighth of the processor time of a call. A failure is not kept. Never
+  // Resolved once: a running program's file does not move, and resolving its links, one system call
+  // a folder, took an eighth of the processor time of a call. A failure is not kept. Never
   // destroyed: workers may use it while the process ends.
   static const auto& path = *new std::string(withLinksResolved(absolutePath(argumentZero())));
   return path;
 }
 
 std::optional<std::string> bundledAppIdentifier(const std::string& executable) {
-  // From the inside out, so that a helper's bundle inside of an app's counts and not the app's.
+  // From the inside out, so that a helper's bundle inside an app's counts and not the app's.
   std::string_view folder = executable;
   do {
     const std::size_t slash = folder.rfind('/');

@@ -28,19 +28,19 @@ namespace quillmere {
 [[nodiscard]] std::optional<std::string_view> preferredAppGroup(
     const std::optional<std::string>& bundleIdentifier);
 
-/// The paths at which to look for the socket from inside the app `bundleIdentifier`, or outside of
-/// any, best first, none twice: three to five of them. Whether anything is there is not looked at.
-/// Thread-safe.
+/// The paths at which to look for the socket from inside the app `bundleIdentifier`, or from
+/// outside any, best first, none twice: three to five of them. Does not look whether anything is
+/// there. Thread-safe.
 [[nodiscard]] std::vector<std::string> socketCandidates(
     const std::optional<std::string>& bundleIdentifier);
 
-/// How long a connect that is under way is waited for, for each candidate.
+/// How long to wait for a connect that is under way, for each candidate.
 inline constexpr std::chrono::milliseconds connectTimeout{3'000};
 /// How long each send and each receive of a connected socket may take.
 inline constexpr std::chrono::seconds transferTimeout{75};
 
-/// Connects to the first candidate that takes the connection. Candidates that do not exist are
-/// passed over; those that exist and fail are named in the error. Blocks up to `connectTimeout` a
+/// Connects to the first candidate that takes the connection. Passes over candidates that do not
+/// exist, and names those that exist and fail in the error. Blocks up to `connectTimeout` a
 /// candidate. Thread-safe. Throws `MCPError` -32000, also when a resource runs out and so it is
 /// not known which candidate is the right one.
 [[nodiscard]] UnixSocket connectAppControlSocket();

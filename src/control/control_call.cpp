@@ -1,5 +1,5 @@
 // One call is one connection: a frame out, a frame back, and it is closed. So nothing that is left
-// of one call can be taken for another's, and to cancel a call is to break its connection.
+// of one call can be taken for another's, and cancelling a call means breaking its connection.
 //
 // What may leave the process is decided here once more, whatever a tool's schema allows: only known
 // fields, and none that is too long.
@@ -80,15 +80,6 @@ constexpr std::string_view controlFields[] = {
 };
 static_assert(std::size(controlFields) == 31);
 
-/// An argument with the name of one of the request's own keys travels under another one.
-struct RenamedArgument {
-  std::string_view command;
-  std::string_view name;
-  std::string_view sentAs;
-};
-
-constexpr RenamedArgument renamedArguments[] = {{"adbCommand", "command", "adbCommand"}};
-
 void stopIfCancelled(const InFlightRequest& inFlight) {
   if (inFlight.isCancelled()) throw errors::cancelled();
 }
@@ -116,12 +107,12 @@ class CallConnection {
   }
 
   /// The body of the one frame that comes back.
-  Bytes receiveAnswer() const {
-    // Most answers are smaller than this, and come with their prefix in one system call. Of a
-    // larger one only so much is copied.
-    constexpr std::size_t smallAnswer = 16'384;
+  Bytes receiveResponse() const {
+    // Most responses are smaller than this, and come with their prefix in one system call. We copy
+    // only so much of a larger one.
+    constexpr std::size_t smallResponse = 16'384;
     Bytes received;
-    receive(received, controlPrefixBytes, smallAnswer);
+    receive(received, controlPrefixBytes, smallResponse);
     // What came just before the connection was broken is not wanted any more.
     stopIfCancelled(inFlight);
     const std::size_t length = controlBodyLength(viewOf(received));
@@ -155,7 +146,7 @@ class CallConnection {
 void checkStringLimits(const JsonObject& arguments) {
   for (const auto& [name, characters] : stringLimits) {
     const auto text = arguments.findString(name);
-    if (text && hasMoreCharactersThan(text->view(), characters)) throw errors::tooLong(name);
+    if (text && text->hasMoreCharactersThan(characters)) throw errors::tooLong(name);
   }
 }
 
@@ -165,17 +156,17 @@ bool isControlField(std::string_view name) {
 
 JsonText controlRequest(std::string_view command, const JsonObject& arguments) {
   JsonText request{{"id", randomUuid()}, {"command", command}};
-  const auto* renamed = std::ranges::find(renamedArguments, command, &RenamedArgument::command);
-  const auto value =
-      renamed == std::end(renamedArguments) ? std::nullopt : arguments.find(renamed->name);
+  // One tool has an argument with the name of one of the request's own keys. It travels under
+  // another name, in place of an argument that already has that one.
+  constexpr std::string_view adbCommand = "adbCommand";
+  const auto renamed = command == adbCommand ? arguments.find("command") : std::nullopt;
   for (const JsonMember& argument : arguments.distinctMembers()) {
     const JsonString key = argument.key();
-    // It takes the place of an argument that already has its new name.
-    const bool isReplaced = value && key == renamed->sentAs;
-    if (isReplaced || !isControlField(key.view()) || argument.value().isNull()) continue;
+    if (renamed && key == adbCommand) continue;
+    if (!isControlField(key.view()) || argument.value().isNull()) continue;
     request.set(key.view(), argument.value());
   }
-  if (value) request.set(renamed->sentAs, *value);
+  if (renamed) request.set(adbCommand, *renamed);
   return request;
 }
 
@@ -188,9 +179,9 @@ std::shared_ptr<const JsonDocument> callAppControl(std::string_view command,
 
   const CallConnection connection(inFlight);
   connection.sendAll(controlFrame(request.str()));
-  auto answer = parseJson(connection.receiveAnswer());
-  if (!answer->root().asObject()) throw errors::invalidControlPayload();
-  return answer;
+  auto response = parseJson(connection.receiveResponse());
+  if (!response->root().asObject()) throw errors::invalidControlPayload();
+  return response;
 }
 
 }  // namespace quillmere

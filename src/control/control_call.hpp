@@ -23,11 +23,10 @@ void checkStringLimits(const JsonObject& arguments);
 /// those arguments that are control fields and not null, flat beside it. Apart from the id, pure.
 [[nodiscard]] JsonText controlRequest(std::string_view command, const JsonObject& arguments);
 
-/// Sends the command and returns the desktop app's answer, an object. Blocks for the whole
-/// exchange, on a worker; cancelling `inFlight` breaks it off. Leaves nothing open. Throws
-/// `MCPError`: -32602 for arguments that may not leave the process, -32000 for a desktop app that
-/// can't be reached or answers no valid frame, -32800 when cancelled. Throws `JsonError` for an
-/// answer that is no JSON.
+/// Sends the command and returns the app response, an object. Blocks for the whole exchange, on a
+/// worker; cancelling `inFlight` aborts it. Leaves nothing open. Throws `MCPError`: -32602 for
+/// arguments that may not leave the process, -32000 for a desktop app that can't be reached or
+/// sends no valid frame, -32800 when cancelled. Throws `JsonError` for a response that is not JSON.
 [[nodiscard]] std::shared_ptr<const JsonDocument> callAppControl(std::string_view command,
                                                                  const JsonObject& arguments,
                                                                  InFlightRequest& inFlight);

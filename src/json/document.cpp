@@ -119,17 +119,20 @@ class TokenList {
 
   bool begin(Kind kind) {
     add(kind, 1);
-    // Until its end is known the token remembers the one around it.
+    // Until its end is known, its number is the token of the value around it.
     const auto place = static_cast<std::uint32_t>(tokens.size() - 1);
-    tokens[place].extent = std::exchange(innermost, place);
+    tokens[place] = Token(kind, tokens[place].offset(), std::exchange(innermost, place));
     return true;
   }
 
   bool end(std::size_t count) {
     if (count > 0) separators += count - 1;
     add(Kind::end, 1);
-    tokens[tokens.size() - 1].extent = static_cast<std::uint32_t>(count);
-    innermost = std::exchange(tokens[innermost].extent, static_cast<std::uint32_t>(tokens.size()));
+    Token& last = tokens[tokens.size() - 1];
+    last = Token(Kind::end, last.offset(), count);
+    Token& first = tokens[innermost];
+    innermost = first.next();
+    first = Token(first.kind(), first.offset(), tokens.size());
     return true;
   }
 
@@ -143,12 +146,12 @@ class TokenList {
   std::uint32_t innermost = 0;
 };
 
-/// Writes each escaped slash as a slash; returns whether there were any. The desktop app's writer
+/// Writes each escaped slash as a slash. The desktop app's writer
 /// escapes all of them, and a screenshot in base64 is full of them; without escapes it is a plain
 /// string. Done before parsing, while no token refers to an offset. It does not look whether a
-/// backslash is inside of a string: outside of strings neither form is valid, so this makes no text
+/// backslash is in a string: outside of strings neither form is valid, so this makes no text
 /// valid that was not.
-bool unescapeSlashes(Bytes& bytes) {
+void unescapeSlashes(Bytes& bytes) {
   std::string_view left = viewOf(bytes);
   char* to = bytes.data();
   bool found = false;
@@ -169,7 +172,6 @@ bool unescapeSlashes(Bytes& bytes) {
   }
   if (!left.empty()) *to++ = left.front();
   bytes.shrink(static_cast<std::size_t>(to - bytes.data()));
-  return found;
 }
 
 /// Takes out the white space between tokens, from the left to the right: a token only ever moves to
@@ -184,9 +186,9 @@ void compact(Bytes& text, Buffer<Token>& tokens) {
       if (text[from] == ',' || text[from] == ':') text[to++] = text[from];
     }
     const bool isBracket = token.isContainer() || token.kind() == Kind::end;
-    const std::size_t length = isBracket ? 1 : token.extent;
+    const std::size_t length = isBracket ? 1 : token.length();
     std::memmove(&text[to], &text[from], length);
-    token = Token(token.kind(), to, token.extent);
+    token = token.movedTo(to);
     from += length;
     to += length;
   }
@@ -210,22 +212,18 @@ JsonError notJson(const std::string& why) {
 std::string_view JsonDocument::textOf(std::uint32_t token) const {
   const Token& first = tokens[token];
   const std::size_t end =
-      first.isContainer() ? tokens[first.extent - 1].offset() + 1 : first.offset() + first.extent;
+      first.isContainer() ? tokens[first.next() - 1].offset() + 1 : first.offset() + first.length();
   return viewOf(text).substr(first.offset(), end - first.offset());
 }
 
 bool JsonDocument::isKey(std::uint32_t token) const {
   // Only a key has a colon after it, and there is a token after each string.
-  std::size_t at = tokens[token].offset() + tokens[token].extent;
-  while (text[at] == ' ' || text[at] == '\t') ++at;
-  return text[at] == ':';
+  return text[tokens[token].offset() + tokens[token].length()] == ':';
 }
 
-namespace {
-
-std::shared_ptr<const JsonDocument> parse(Bytes text, bool withoutBlanks) {
+std::shared_ptr<const JsonDocument> parseJson(Bytes text) {
   if (text.size() > maxJsonBytes) throw notJson("too long");
-  const bool hadSlashes = unescapeSlashes(text);
+  unescapeSlashes(text);
   if (!isUtf8(viewOf(text))) {
     throw JsonError(JsonError::Kind::notUtf8, "The text is not valid JSON: invalid UTF-8.");
   }
@@ -241,27 +239,10 @@ std::shared_ptr<const JsonDocument> parse(Bytes text, bool withoutBlanks) {
   if (!tokens[0].isContainer()) {
     throw notJson("neither an object nor an array at top level");
   }
-  // What is after the last token does not count.
-  const std::string_view whole = viewOf(text).substr(0, tokens[tokens.size() - 1].offset() + 1);
-  const bool hasBlanks = whole.size() > parser.handler().compactSize();
-  // The text goes out in a message that is one line, so line breaks must go. A text whose slashes
-  // have moved is moved anyway. In all others blanks do no harm, and to take them out would take
-  // time.
-  const bool isCompacted = hasBlanks && (withoutBlanks || hadSlashes ||
-                                         whole.find_first_of("\n\r") != std::string_view::npos);
-  if (isCompacted) compact(text, tokens);
-  return std::make_shared<const JsonDocument>(std::move(text), std::move(tokens),
-                                              isCompacted || !hasBlanks);
-}
-
-}  // namespace
-
-std::shared_ptr<const JsonDocument> parseJson(Bytes text) {
-  return parse(std::move(text), false);
-}
-
-std::shared_ptr<const JsonDocument> parseCompactJson(std::string_view text) {
-  return parse(bytesOf(text), true);
+  // No token refers to what comes after the last one, so that may stay.
+  const std::size_t end = tokens[tokens.size() - 1].offset() + 1;
+  if (end > parser.handler().compactSize()) compact(text, tokens);
+  return std::make_shared<const JsonDocument>(std::move(text), std::move(tokens));
 }
 
 std::shared_ptr<const JsonDocument> parseJson(std::string_view text) {

@@ -20,7 +20,7 @@ inline constexpr std::size_t maxJsonDepth = 512;
 inline constexpr unsigned offsetBits = 28;
 inline constexpr std::size_t maxJsonBytes = (1U << offsetBits) - 1;
 
-/// A failure of the JSON layer: text that is no JSON, or a value that can't be written as JSON.
+/// A failure of the JSON layer: text that is not JSON, or a value that can't be written as JSON.
 /// `what()` is a fixed text and never echoes the input.
 class JsonError : public std::runtime_error {
  public:
@@ -55,8 +55,9 @@ class JsonDocument : public std::enable_shared_from_this<JsonDocument> {
 
   class Token {
    public:
-    Token(Kind kind, std::size_t offset, std::size_t extent_)
-        : extent(static_cast<std::uint32_t>(extent_)),
+    /// `tokenNumber` is what `length`, `next` or `count` returns.
+    Token(Kind kind, std::size_t offset, std::size_t tokenNumber)
+        : number(static_cast<std::uint32_t>(tokenNumber)),
           place(static_cast<std::uint32_t>(kind) << offsetBits |
                 static_cast<std::uint32_t>(offset)) {}
 
@@ -67,18 +68,26 @@ class JsonDocument : public std::enable_shared_from_this<JsonDocument> {
       return kind() == Kind::array || kind() == Kind::object;
     }
 
-    /// Of an array or object the index of the token after its end; of an end how many elements or
-    /// members there are; of anything else its length in bytes.
-    std::uint32_t extent;
+    /// How long the value's text is, in bytes; not of an array or object.
+    [[nodiscard]] std::size_t length() const { return number; }
+    /// Of an array or object, the index of the token after its end.
+    [[nodiscard]] std::uint32_t next() const { return number; }
+    /// Of an end, how many elements or members are before it.
+    [[nodiscard]] std::uint32_t count() const { return number; }
+
+    /// The same token at another place in the text.
+    [[nodiscard]] Token movedTo(std::size_t offset) const { return {kind(), offset, number}; }
 
    private:
+    /// One of the three, by the kind of the token.
+    std::uint32_t number;
     std::uint32_t place;
   };
   static_assert(sizeof(Token) == 8);
 
   /// Made by `parseJson`.
-  JsonDocument(Bytes textBytes, Buffer<Token> tokenList, bool hasNoBlanks)
-      : text(std::move(textBytes)), tokens(std::move(tokenList)), noBlanks(hasNoBlanks) {}
+  JsonDocument(Bytes textBytes, Buffer<Token> tokenList)
+      : text(std::move(textBytes)), tokens(std::move(tokenList)) {}
   JsonDocument(const JsonDocument&) = delete;
   JsonDocument& operator=(const JsonDocument&) = delete;
   JsonDocument(JsonDocument&&) = delete;
@@ -95,14 +104,11 @@ class JsonDocument : public std::enable_shared_from_this<JsonDocument> {
 
   /// The token after the value that begins at `token`.
   [[nodiscard]] std::uint32_t next(std::uint32_t token) const {
-    return tokens[token].isContainer() ? tokens[token].extent : token + 1;
+    return tokens[token].isContainer() ? tokens[token].next() : token + 1;
   }
 
   /// The bytes of the value that begins at `token`.
   [[nodiscard]] std::string_view textOf(std::uint32_t token) const;
-
-  /// Whether there is no white space between the tokens.
-  [[nodiscard]] bool isCompact() const { return noBlanks; }
 
   /// The first byte after the quote of the string at `token`.
   [[nodiscard]] char firstByteOf(std::uint32_t token) const {
@@ -115,22 +121,16 @@ class JsonDocument : public std::enable_shared_from_this<JsonDocument> {
  private:
   const Bytes text;
   const Buffer<Token> tokens;
-  const bool noBlanks;
 };
 
 /// Reads one UTF-8 JSON text, strictly by RFC 8259: nothing after it but blanks, no lone
 /// surrogates, no byte order mark. Only an object or an array is accepted at the top, and exponents
 /// beyond 31 bits are refused.
 ///
-/// The bytes stay as they came, numbers and escapes included, with two exceptions that only make
-/// them fewer: an escaped slash becomes a slash, and a text that has such slashes, or line breaks
-/// between its tokens, loses all white space between them. So every value in it can be sent as it
-/// is in a message that is one line. Pure. Throws `JsonError`, of the kind `notUtf8` for any text
-/// that is not UTF-8.
+/// The document is compact: white space between tokens is removed, and an escaped slash becomes a
+/// slash. All other bytes stay as they came, numbers and escapes included. So every value can be
+/// sent as it is. Pure. Throws `JsonError`, of the kind `notUtf8` for any text that is not UTF-8.
 [[nodiscard]] std::shared_ptr<const JsonDocument> parseJson(Bytes text);
 [[nodiscard]] std::shared_ptr<const JsonDocument> parseJson(std::string_view text);
-
-/// The same, but always without white space between tokens.
-[[nodiscard]] std::shared_ptr<const JsonDocument> parseCompactJson(std::string_view text);
 
 }  // namespace quillmere

@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdlib>
+#include <map>
 #include <memory>
-#include <numeric>
 
 #include "json/document.hpp"
 #include "platform/text.hpp"
@@ -97,18 +97,34 @@ std::string decodedString(std::string_view text) {
   }
 }
 
+/// Whether `raw` may have more than `count` characters once it is decoded. A byte is at most one
+/// character, and so is an escape.
+bool mayHaveMoreCharactersThan(std::string_view raw, std::size_t count) {
+  std::size_t most = raw.size();
+  std::size_t at = 0;
+  while (most > count && (at = raw.find('\\', at)) != std::string_view::npos) {
+    // Escapes often follow each other, and then there is nothing to search.
+    while (most > count && at < raw.size() && raw[at] == '\\') {
+      const std::size_t length = raw[at + 1] == 'u' ? 6 : 2;
+      at += length;
+      most -= length - 1;
+    }
+  }
+  return most > count;
+}
+
 /// Whether the string at a token is `text`, without copying it unless it has escapes.
 bool isStringOf(const JsonDocument& document, std::uint32_t token, std::string_view text) {
   constexpr std::size_t quotes = 2;
   if (document.tokenAt(token).kind() == Kind::plainString) {
-    return document.tokenAt(token).extent == text.size() + quotes &&
+    return document.tokenAt(token).length() == text.size() + quotes &&
            document.textOf(token).substr(1, text.size()) == text;
   }
   // Decoding makes a string shorter, but not below a sixth of its length. So the length, and what
   // is before the first escape, rule out most strings, and only the others are decoded.
   constexpr std::size_t longestEscape = 6;
   const std::string_view raw =
-      document.textOf(token).substr(1, document.tokenAt(token).extent - quotes);
+      document.textOf(token).substr(1, document.tokenAt(token).length() - quotes);
   const std::string_view plain = raw.substr(0, raw.find('\\'));
   if (text.size() >= raw.size() || text.size() * longestEscape < raw.size()) return false;
   return text.starts_with(plain) && decodedString(raw) == text;
@@ -121,6 +137,18 @@ const JsonDocument& emptyObject() {
 }
 
 }  // namespace
+
+std::string_view JsonString::view() const {
+  if (!hasEscapes) return raw;
+  if (!decoded) decoded = decodedString(raw);
+  return *decoded;
+}
+
+bool JsonString::hasMoreCharactersThan(std::size_t count) const {
+  if (count == 0) return !raw.empty();
+  if (hasEscapes && !mayHaveMoreCharactersThan(raw, count)) return false;
+  return quillmere::hasMoreCharactersThan(view(), count);
+}
 
 double JsonNumber::value() const {
   // Not `from_chars`, which gives no infinity for what is too large. The program sets no locale, so
@@ -172,9 +200,8 @@ std::optional<JsonNumber> JsonValue::asNumber() const {
 std::optional<JsonString> JsonValue::asString() const {
   if (!isString()) return std::nullopt;
   const std::string_view quoted = text();
-  const std::string_view characters = quoted.substr(1, quoted.size() - 2);
-  if (document->tokenAt(token).kind() == Kind::plainString) return JsonString(characters);
-  return JsonString(decodedString(characters));
+  return JsonString(quoted.substr(1, quoted.size() - 2),
+                    document->tokenAt(token).kind() == Kind::escapedString);
 }
 
 bool JsonValue::isString() const {
@@ -197,7 +224,7 @@ std::string_view JsonValue::text() const {
 }
 
 std::size_t JsonArray::size() const {
-  return document->tokenAt(document->next(token) - 1).extent;
+  return document->tokenAt(document->next(token) - 1).count();
 }
 
 JsonIterator<JsonValue> JsonArray::end() const {
@@ -243,43 +270,23 @@ std::vector<JsonMember> JsonObject::distinctMembers() const {
   const auto isLast = [this](const JsonMember& member) {
     return find(member.key().view())->place() == member.value().place();
   };
-  // To look each of a few up is faster than to sort them, and as a rule none is repeated.
+  // Looking up each of a few is faster than filing them, and as a rule none is repeated.
   constexpr std::size_t fewMembers = 16;
   if (members.size() <= fewMembers && std::ranges::all_of(members, isLast)) return members;
 
-  // Sorted, not hashed: whoever sends the text could choose keys that all have one hash. Members
-  // with one key stay in their order, so that the last of them is the one that counts.
-  std::vector<std::uint32_t> order(members.size());
-  std::iota(order.begin(), order.end(), 0U);
-  const auto isPlain = [&](std::uint32_t member) {
-    return document->tokenAt(members[member].keyValue().place()).kind() == Kind::plainString;
-  };
-  std::ranges::stable_sort(order, [&](std::uint32_t left, std::uint32_t right) {
-    if (!isPlain(left) || !isPlain(right)) {
-      return members[left].key().view() < members[right].key().view();
-    }
-    const auto characters = [&](std::uint32_t member) {
-      const std::string_view quoted = members[member].keyValue().text();
-      return quoted.substr(1, quoted.size() - 2);
-    };
-    return characters(left) < characters(right);
-  });
-  // Of members with one key the first is replaced by the last, and the others go.
-  std::vector<bool> isRepeated(members.size());
-  for (std::size_t i = 1, first = 0; i < order.size(); ++i) {
-    if (members[order[first]].key() == members[order[i]].key().view()) {
-      members[order[first]] = members[order[i]];
-      isRepeated[order[i]] = true;
+  // In order, not hashed: whoever sends the text could choose keys that all have one hash.
+  std::map<std::string, std::size_t, std::less<>> places;
+  std::vector<JsonMember> distinct;
+  for (const JsonMember& member : members) {
+    const auto [place, isNew] =
+        places.try_emplace(std::string(member.key().view()), distinct.size());
+    if (isNew) {
+      distinct.push_back(member);
     } else {
-      first = i;
+      distinct[place->second] = member;
     }
   }
-  std::size_t kept = 0;
-  for (std::size_t i = 0; i < members.size(); ++i) {
-    if (!isRepeated[i]) members[kept++] = members[i];
-  }
-  members.erase(members.begin() + static_cast<std::ptrdiff_t>(kept), members.end());
-  return members;
+  return distinct;
 }
 
 bool holdsOnlyStrings(const JsonArray& array) {

@@ -17,22 +17,30 @@ class JsonArray;
 class JsonDocument;
 class JsonObject;
 
-/// The characters of a JSON string: a view of the document where they are the bytes that came, a
-/// text of its own where escapes had to be decoded.
+/// The characters of a JSON string: a view of the document, or a text of its own where there are
+/// escapes to decode. One thread at a time.
 class JsonString {
  public:
-  explicit JsonString(std::string_view plain) : asItCame(plain) {}
-  explicit JsonString(std::string text) : decoded(std::move(text)) {}
+  /// `rawBytes` are the bytes of a document between the quotes of a string.
+  JsonString(std::string_view rawBytes, bool containsEscapes)
+      : raw(rawBytes), hasEscapes(containsEscapes) {}
 
-  /// Valid as long as this and the document.
-  [[nodiscard]] std::string_view view() const {
-    return decoded ? std::string_view(*decoded) : asItCame;
-  }
+  /// Decodes escapes the first time. Valid as long as this and the document. Throws
+  /// `std::bad_alloc`.
+  [[nodiscard]] std::string_view view() const;
   [[nodiscard]] bool operator==(std::string_view other) const { return view() == other; }
 
+  /// Whether there are more, or fewer, user-perceived characters than `count`. As a rule this
+  /// decodes nothing. Throws `std::bad_alloc`.
+  [[nodiscard]] bool hasMoreCharactersThan(std::size_t count) const;
+  [[nodiscard]] bool hasFewerCharactersThan(std::size_t count) const {
+    return count > 0 && !hasMoreCharactersThan(count - 1);
+  }
+
  private:
-  std::string_view asItCame;
-  std::optional<std::string> decoded;
+  std::string_view raw;
+  bool hasEscapes;
+  mutable std::optional<std::string> decoded;
 };
 
 /// A number, as its own JSON text (RFC 8259, section 6). The program passes numbers on and reads
@@ -70,12 +78,11 @@ class JsonValue {
   /// The value as the type asked for, or nothing when it is of another one.
   [[nodiscard]] std::optional<bool> asBoolean() const;
   [[nodiscard]] std::optional<JsonNumber> asNumber() const;
-  /// Decodes escapes, if there are any.
   [[nodiscard]] std::optional<JsonString> asString() const;
   [[nodiscard]] std::optional<JsonArray> asArray() const;
   [[nodiscard]] std::optional<JsonObject> asObject() const;
 
-  /// The bytes of the value as they came: a JSON text of its own.
+  /// The bytes of the value, compact: a JSON text of its own.
   [[nodiscard]] std::string_view text() const;
 
   [[nodiscard]] const JsonDocument& holder() const { return *document; }
@@ -93,7 +100,7 @@ class JsonMember {
   [[nodiscard]] JsonValue keyValue() const { return keyString; }
   [[nodiscard]] JsonString key() const { return *keyString.asString(); }
   [[nodiscard]] JsonValue value() const { return {keyString.holder(), keyString.place() + 1}; }
-  /// The bytes of key and value, and what is between them.
+  /// The bytes of the key, the colon and the value.
   [[nodiscard]] std::string_view text() const;
 
  private:

@@ -1,12 +1,10 @@
 // A text is a string and a list of runs. A run is a part of the text that is somewhere else, in a
-// document or in a constant; its place is a position in the string. So a text that is added to
+// document or in a text of ours; its place is a position in the string. So a text that is added to
 // another one takes its runs along, and no byte of a long run is touched until it is written.
 #include "json/writer.hpp"
 
 #include <algorithm>
 #include <array>
-#include <bit>
-#include <cstring>
 #include <utility>
 
 #include "platform/text.hpp"
@@ -54,44 +52,18 @@ void appendEscape(std::string& text, char c) {
   }
 }
 
-/// The highest bit of each of the eight bytes of `word` that is `byte`.
-std::uint64_t bitsWhere(std::uint64_t word, unsigned char byte) {
-  constexpr std::uint64_t ones = 0x0101010101010101;
-  constexpr std::uint64_t lowBits = 0x7F * ones;
-  const std::uint64_t difference = word ^ (ones * byte);
-  // The sum sets a byte's highest bit unless its other bits are all 0, and carries into no other
-  // byte.
-  return ~(((difference & lowBits) + lowBits) | difference | lowBits);
-}
-
-/// Adds JSON text to a string that holds it. Quotes and backslashes need an escape, and there are
-/// no control characters in it. Every few bytes are a quote, so eight bytes are looked at together,
-/// and from each one to be escaped on those that are left are written again, a byte further: so no
-/// read waits for what was found before it.
+/// Adds JSON text to a string that holds it. Quotes and backslashes need an escape, and the text
+/// has no control characters. Every few bytes are a quote, so the loop has no branch that depends
+/// on them.
 void appendQuoted(std::string& text, std::string_view json) {
-  static_assert(std::endian::native == std::endian::little);
-  constexpr std::size_t wordBytes = sizeof(std::uint64_t);
-  std::array<char, 8'192 + wordBytes> block;
+  std::array<char, 8'192> block;
   while (!json.empty()) {
-    std::string_view part = json.substr(0, 4'096);
+    const std::string_view part = json.substr(0, block.size() / 2);
     json.remove_prefix(part.size());
     char* to = block.data();
-    for (; part.size() >= wordBytes; part.remove_prefix(wordBytes)) {
-      std::uint64_t word = 0;
-      std::memcpy(&word, part.data(), wordBytes);
-      std::memcpy(to, &word, wordBytes);
-      std::uint64_t found = bitsWhere(word, '"') | bitsWhere(word, '\\');
-      for (; found != 0; found &= found - 1) {
-        const auto bits = static_cast<unsigned>(std::countr_zero(found)) - 7;
-        char* const place = to++ + bits / 8;
-        *place = '\\';
-        const std::uint64_t rest = word >> bits;
-        std::memcpy(place + 1, &rest, wordBytes);
-      }
-      to += wordBytes;
-    }
     for (const char c : part) {
-      if (c == '"' || c == '\\') *to++ = '\\';
+      *to = '\\';
+      to += static_cast<int>(c == '"') | static_cast<int>(c == '\\');
       *to++ = c;
     }
     text.append(block.data(), to);
@@ -175,10 +147,17 @@ JsonText JsonText::array() {
   return text;
 }
 
-JsonText JsonText::constant(std::string_view json) {
+JsonText JsonText::ofJson(std::string_view json) {
+  JsonText text;
+  text.copied = json;
+  text.shareCopied();
+  return text;
+}
+
+JsonText JsonText::ofJson(const std::shared_ptr<const std::string>& json) {
   JsonText text;
   text.copied.clear();
-  text.append(json, nullptr);
+  text.append(*json, json);
   return text;
 }
 

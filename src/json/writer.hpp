@@ -28,14 +28,14 @@ class JsonText {
  public:
   JsonText(std::nullptr_t = nullptr);
   template <std::same_as<bool> Boolean>
-  JsonText(Boolean value) : JsonText(constant(value ? "true" : "false")) {}
+  JsonText(Boolean value) : JsonText(ofJson(value ? "true" : "false")) {}
   template <std::integral Integer>
   requires(!std::same_as<Integer, bool>) JsonText(Integer value) : copied(std::to_string(value)) {}
   JsonText(std::string_view string);
   JsonText(const std::string& string) : JsonText(std::string_view(string)) {}
   JsonText(const char* string) : JsonText(std::string_view(string)) {}
   JsonText(const JsonString& string) : JsonText(string.view()) {}
-  /// The bytes of the value as they came.
+  /// The bytes of the value, as its document has them.
   JsonText(const JsonValue& value);
   JsonText(const JsonObject& object) : JsonText(object.asValue()) {}
   /// An object. Keys must differ.
@@ -52,13 +52,13 @@ class JsonText {
     return text;
   }
 
-  /// `json`, which must be a JSON text and live as long as the process.
-  [[nodiscard]] static JsonText constant(std::string_view json);
+  /// `json`, which must be a JSON text, as it is: copied, or shared.
+  [[nodiscard]] static JsonText ofJson(std::string_view json);
+  [[nodiscard]] static JsonText ofJson(const std::shared_ptr<const std::string>& json);
 
   struct Replacement;
   /// The JSON text of `value`, itself written as a JSON string. Each string in `replaced`, which
-  /// are some of those in `value` in their order, is written as its replacement. `value` must have
-  /// no line breaks between its tokens.
+  /// are some of those in `value` in their order, is written as its replacement.
   [[nodiscard]] static JsonText quoted(const JsonValue& value,
                                        std::span<const Replacement> replaced = {});
 
@@ -85,7 +85,7 @@ class JsonText {
   struct Run {
     std::size_t at;
     std::string_view text;
-    /// What the bytes belong to. Null for a run that lives as long as the process.
+    /// What the bytes belong to.
     std::shared_ptr<const void> holder;
   };
 

@@ -1,46 +1,40 @@
-// The handshake. It may be repeated: a client that starts over gets what it would get from a new
-// server, and a handshake that fails leaves the one before it in force.
-#include <memory>
+// The handshake, and the messages about requests and the session. The handshake may be repeated: a
+// client that starts over gets what it would get from a new server, and a handshake that fails
+// leaves the one before it in force.
 #include <string>
 
-#include "json/document.hpp"
+#include "mcp/instructions.hpp"
 #include "mcp/methods.hpp"
 #include "protocol/mcp_error.hpp"
 #include "protocol/server_info.hpp"
 
 namespace quillmere {
 
-namespace {
+MethodResult initialize(const JsonObject& params, const RequestContext& context) {
+  ServerState& state = context.server.state;
+  state.setNegotiatedProtocolVersion(
+      std::string(negotiatedProtocolVersion(params.find("protocolVersion"))));
+  state.setInitialized();
+  return initializeResult(state, context.server.dialect);
+}
 
-/// What the result holds besides the version.
-std::shared_ptr<const JsonDocument> fixedMembers(const Form& form) {
+JsonText initializeResult(const ServerState& state, const Dialect& dialect) {
   const JsonText fixedList{{"listChanged", false}};
-  std::string instructions = form.spelled(connectionInstructions);
+  std::string instructions(connectionInstructions);
   instructions += " ";
-  instructions += form.spelled(workflowInstructions);
-  instructions += form.spelled(
+  instructions += workflowInstructions;
+  instructions +=
       " Use only visible, policy-gated Phone Screen mirror sessions. Call quillmere.help with "
-      "topic=quickstart or workflow for concise guidance.");
-  const JsonText members{
+      "topic=quickstart or workflow for concise guidance.";
+  return JsonText{
+      {"protocolVersion", state.negotiatedProtocolVersion()},
       {"capabilities",
        JsonText{{"tools", fixedList}, {"resources", fixedList}, {"prompts", fixedList}}},
       {"serverInfo", JsonText{{"name", "quillmere"},
                               {"title", "Quillmere Phone Control"},
                               {"version", serverVersion}}},
-      {"instructions", instructions},
+      {"instructions", dialect.spelled(instructions)},
   };
-  return parseJson(members.str());
-}
-
-}  // namespace
-
-JsonText initialize(const JsonObject& params, ServerState& state, const Form& form) {
-  state.setNegotiatedProtocolVersion(
-      std::string(negotiatedProtocolVersion(params.find("protocolVersion"))));
-  state.setInitialized();
-  JsonText result{{"protocolVersion", state.negotiatedProtocolVersion()}};
-  result.setMembersOf(writtenOnce<fixedMembers>(form)->object());
-  return result;
 }
 
 std::string_view negotiatedProtocolVersion(const std::optional<JsonValue>& requested) {
@@ -59,6 +53,21 @@ std::string_view negotiatedProtocolVersion(const std::optional<JsonValue>& reque
 
 void requireInitialized(const ServerState& state, std::string_view method) {
   if (!state.isInitialized()) throw errors::notInitialized(method);
+}
+
+MethodResult shutDown(const JsonObject& /*params*/, const RequestContext& context) {
+  context.server.state.requestShutdown();
+  return JsonText::object();
+}
+
+MethodResult cancelRequest(const JsonObject& params, const RequestContext& context) {
+  const auto requestID = params.find("requestId");
+  if (!requestID || requestID->isNull()) return std::nullopt;
+  if (const auto request = context.server.inFlightRequests.find(*requestID)) {
+    const auto reason = params.findString("reason");
+    request->cancel(reason ? std::optional(std::string(reason->view())) : std::nullopt);
+  }
+  return std::nullopt;
 }
 
 }  // namespace quillmere

@@ -1,5 +1,5 @@
-// What carries out the methods of MCP, and the lists that some of them return: the handshake,
-// tools, resources and prompts (MCP, "Lifecycle" and "Server Features").
+// What carries out the methods of MCP: handshake, tools, resources and prompts (MCP, "Lifecycle"
+// and "Server Features").
 #pragma once
 
 #include <optional>
@@ -7,48 +7,53 @@
 
 #include "json/value.hpp"
 #include "json/writer.hpp"
-#include "protocol/in_flight_request.hpp"
-#include "protocol/server_state.hpp"
-#include "tools/form.hpp"
+#include "mcp/method_table.hpp"
 
 namespace quillmere {
 
-/// The method `initialize`: negotiates, remembers the outcome in `state` and returns the result.
-/// May be called any number of times; the last success counts. Main thread only. Throws `MCPError`
-/// -32602, with `state` as it was.
-[[nodiscard]] JsonText initialize(const JsonObject& params, ServerState& state, const Form& form);
+/// The method `initialize`: negotiates, remembers the outcome in the server's state and returns
+/// `initializeResult`. May be called any number of times; the last success counts. Main thread
+/// only. Throws `MCPError` -32602, with the state as it was.
+[[nodiscard]] MethodResult initialize(const JsonObject& params, const RequestContext& context);
+
+/// What the server says of itself, and the version that was negotiated. Pure; cannot fail.
+[[nodiscard]] JsonText initializeResult(const ServerState& state, const Dialect& dialect);
 
 /// The version to speak with a client that asks for `requested`, or for none: the same if it is
 /// supported, else the newest one that is not greater as a text, else the oldest. Pure. Throws
-/// `MCPError` -32602 when `requested` is no string.
+/// `MCPError` -32602 when `requested` is not a string.
 [[nodiscard]] std::string_view negotiatedProtocolVersion(const std::optional<JsonValue>& requested);
 
 /// Throws `MCPError` -32002 for `method` unless `initialize` has succeeded. From any thread.
 void requireInitialized(const ServerState& state, std::string_view method);
 
+/// The method `shutdown`: the read loop ends after the response to it. Main thread only.
+[[nodiscard]] MethodResult shutDown(const JsonObject& params, const RequestContext& context);
+
+/// The notification that the client no longer wants the result of a request. A wrong or late one
+/// changes nothing. Main thread only.
+[[nodiscard]] MethodResult cancelRequest(const JsonObject& params, const RequestContext& context);
+
+/// Lists are whole: the methods read no cursor and name no next page.
+[[nodiscard]] MethodResult listTools(const JsonObject& params, const RequestContext& context);
+[[nodiscard]] MethodResult listResources(const JsonObject& params, const RequestContext& context);
+[[nodiscard]] MethodResult listPrompts(const JsonObject& params, const RequestContext& context);
+
 /// Carries out one tool call and returns its result. Blocks while the desktop app works, on a
-/// worker; cancelling `inFlight` breaks it off. Throws `MCPError` when the call is refused or the
+/// worker; cancelling the request aborts it. Throws `MCPError` when the call is refused or the
 /// desktop app can't be asked, and what `callAppControl` throws. A refusal by the desktop app is a
 /// result.
-[[nodiscard]] JsonText callTool(const JsonObject& params, InFlightRequest& inFlight,
-                                const Form& form);
-
-/// The entries of `resources/list`, an array. Pure.
-[[nodiscard]] JsonText resourceList();
+[[nodiscard]] MethodResult callTool(const JsonObject& params, const RequestContext& context);
 
 /// Fetches a fresh snapshot of the resource under `uri` in `params`. Blocks while the desktop app
-/// works, on a worker; cancelling `inFlight` breaks it off.
-/// Throws `MCPError` -32602 for an unknown resource, and what `callAppControl` throws. The desktop
-/// app's answer is delivered as it is, a refusal too.
-[[nodiscard]] JsonText readResource(const JsonObject& params, InFlightRequest& inFlight,
-                                    const Form& form);
-
-/// The entries of `prompts/list`, an array. Pure.
-[[nodiscard]] JsonText promptList();
+/// works, on a worker; cancelling the request aborts it. Throws `MCPError` -32602 for an unknown
+/// resource, and what `callAppControl` throws. The app response is delivered as it is, a refusal
+/// too.
+[[nodiscard]] MethodResult readResource(const JsonObject& params, const RequestContext& context);
 
 /// The prompt that `params` names, its text filled with the arguments given. A task prompt gets a
 /// new random task id each time; apart from that, pure. `arguments` of another type than object are
 /// ignored. Throws `MCPError` -32602.
-[[nodiscard]] JsonText getPrompt(const JsonObject& params, const Form& form);
+[[nodiscard]] MethodResult getPrompt(const JsonObject& params, const RequestContext& context);
 
 }  // namespace quillmere

@@ -5,11 +5,11 @@
 #include <string_view>
 #include <utility>
 
+#include "mcp/instructions.hpp"
 #include "mcp/methods.hpp"
 #include "platform/text.hpp"
 #include "platform/uuid.hpp"
 #include "protocol/mcp_error.hpp"
-#include "protocol/server_info.hpp"
 
 namespace quillmere {
 
@@ -52,12 +52,12 @@ std::string concatenated(std::initializer_list<std::string_view> pieces) {
   return joined({pieces.begin(), pieces.size()}, "");
 }
 
-std::string taskText(const JsonObject& arguments, const Form& form) {
+std::string taskText(const JsonObject& arguments, Spelling spelled) {
   const std::string task = argumentText(arguments, taskArguments[0]);
   return concatenated(
       {"Task: ", task, "\n\nUse Quillmere's Phone Screen MCP tools.\n",
-       form.spelled(connectionInstructions), " Use taskId `", randomUuid(), "` and taskName `",
-       task, "` on every Quillmere tool call for this task. ", form.spelled(workflowInstructions),
+       spelled(connectionInstructions), " Use taskId `", randomUuid(), "` and taskName `", task,
+       "` on every Quillmere tool call for this task. ", spelled(workflowInstructions),
        " Structured UI tools, including stable UI wait, are available only for Phone Screen "
        "display 0 sessions. Use compact UI state by default; request includeNonInteractive=true "
        "when the actionable/labeled node list is insufficient, especially when WebView, browser, "
@@ -72,12 +72,12 @@ std::string taskText(const JsonObject& arguments, const Form& form) {
        "in Quillmere."});
 }
 
-std::string smokeTestText(const JsonObject& arguments, const Form& form) {
+std::string smokeTestText(const JsonObject& arguments, Spelling spelled) {
   return concatenated(
       {"Run a short Android smoke test for package ",
        argumentText(arguments, smokeTestArguments[0]), " on device ",
        argumentText(arguments, smokeTestArguments[1]), " using Phone Screen MCP control. ",
-       form.spelled(connectionInstructions), " ", form.spelled(workflowInstructions),
+       spelled(connectionInstructions), " ", spelled(workflowInstructions),
        " Launch the app, wait for a stable UI only on Phone Screen display 0 sessions, pass "
        "stateSignature with nodeId for node actions, observe the screen after each action, and "
        "report the visible result with sessionId/displayId/userId evidence."});
@@ -88,7 +88,7 @@ struct Prompt {
   std::string_view title;
   std::string_view description;
   std::span<const PromptArgument> arguments;
-  std::string (*promptText)(const JsonObject& arguments, const Form& form);
+  std::string (*promptText)(const JsonObject& arguments, Spelling spelled);
 };
 
 constexpr Prompt prompts[] = {
@@ -141,7 +141,7 @@ void validatePromptArguments(const Prompt& prompt, const JsonObject& arguments) 
 
 }  // namespace
 
-JsonText promptList() {
+MethodResult listPrompts(const JsonObject& /*params*/, const RequestContext& /*context*/) {
   JsonText list = JsonText::array();
   for (const Prompt& prompt : prompts) {
     JsonText arguments = JsonText::array();
@@ -155,10 +155,10 @@ JsonText promptList() {
                       {"description", prompt.description},
                       {"arguments", std::move(arguments)}});
   }
-  return list;
+  return JsonText{{"prompts", std::move(list)}};
 }
 
-JsonText getPrompt(const JsonObject& params, const Form& form) {
+MethodResult getPrompt(const JsonObject& params, const RequestContext& context) {
   const auto name = params.findString("name");
   if (!name) throw errors::promptNameMissing();
   const JsonObject arguments = params.findObject("arguments").value_or(JsonObject());
@@ -166,7 +166,8 @@ JsonText getPrompt(const JsonObject& params, const Form& form) {
   const Prompt& prompt = promptDefinition(name->view());
   validatePromptArguments(prompt, arguments);
 
-  const JsonText content{{"type", "text"}, {"text", prompt.promptText(arguments, form)}};
+  const JsonText content{{"type", "text"},
+                         {"text", prompt.promptText(arguments, context.server.dialect.spelled)}};
   const JsonText message{{"role", "user"}, {"content", content}};
   return JsonText{{"description", prompt.description},
                   {"messages", JsonText::arrayOf(std::span(&message, 1))}};

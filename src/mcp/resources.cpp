@@ -1,5 +1,5 @@
 // What two tools list, for clients that show resources. A read is a call to the app like a tool's,
-// but takes no arguments: the rows say what is asked.
+// but takes no arguments from the client: the rows have them.
 #include <algorithm>
 #include <span>
 #include <string_view>
@@ -43,7 +43,7 @@ constexpr Resource resources[] = {
 
 }  // namespace
 
-JsonText resourceList() {
+MethodResult listResources(const JsonObject& /*params*/, const RequestContext& /*context*/) {
   JsonText list = JsonText::array();
   for (const Resource& resource : resources) {
     list.add(JsonText{{"uri", resource.uri},
@@ -52,21 +52,22 @@ JsonText resourceList() {
                       {"description", resource.description},
                       {"mimeType", jsonMimeType}});
   }
-  return list;
+  return JsonText{{"resources", std::move(list)}};
 }
 
-JsonText readResource(const JsonObject& params, InFlightRequest& inFlight, const Form& /*form*/) {
+MethodResult readResource(const JsonObject& params, const RequestContext& context) {
   const auto given = params.findString("uri");
   const std::string_view uri = given ? given->view() : "";
   const auto* resource = std::ranges::find(resources, uri, &Resource::uri);
   if (resource == std::end(resources)) throw errors::unknownResource(uri);
 
-  // As a tool's arguments would come, so that the same checks and limits hold.
+  // In the form of a tool's arguments, so that the same checks and limits hold.
   const auto arguments = parseJson(resource->arguments);
-  const auto payload = callAppControl(resource->command, arguments->object(), inFlight);
+  const auto appResponse =
+      callAppControl(resource->command, arguments->object(), *context.inFlight);
   JsonText contents = JsonText::array();
-  contents.add(
-      JsonText{{"uri", uri}, {"mimeType", jsonMimeType}, {"text", indentedJson(payload->root())}});
+  contents.add(JsonText{
+      {"uri", uri}, {"mimeType", jsonMimeType}, {"text", indentedJson(appResponse->root())}});
   return JsonText{{"contents", std::move(contents)}};
 }
 

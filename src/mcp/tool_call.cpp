@@ -1,15 +1,15 @@
-// A tool call from its parameters to its result. Whatever is wrong with the call itself is found
-// before the app is looked for, and is an error; what the app then refuses is a result, which the
-// AI reads.
+// A tool call from its parameters to its result. We find what is wrong with the call itself before
+// we look for the app, and that is an error. What the app then refuses is a result, which the AI
+// reads.
 #include <optional>
 #include <string>
 #include <string_view>
 
 #include "control/control_call.hpp"
+#include "json/document.hpp"
+#include "mcp/help.hpp"
 #include "mcp/methods.hpp"
 #include "protocol/mcp_error.hpp"
-#include "results/help.hpp"
-#include "results/tool_result.hpp"
 #include "tools/arguments.hpp"
 
 namespace quillmere {
@@ -32,20 +32,29 @@ ToolArguments toolArguments(const JsonObject& params) {
 
 }  // namespace
 
-JsonText callTool(const JsonObject& params, InFlightRequest& inFlight, const Form& form) {
+MethodResult listTools(const JsonObject& /*params*/, const RequestContext& context) {
+  return JsonText{{"tools", context.server.dialect.listTools()}};
+}
+
+MethodResult callTool(const JsonObject& params, const RequestContext& context) {
+  const Dialect& dialect = context.server.dialect;
   const auto [name, rawArguments] = toolArguments(params);
-  const Tool* tool = form.findTool(name);
+  const Tool* tool = dialect.findTool(name);
   if (tool == nullptr) throw errors::unknownTool(name);
   // `rewritten` is not used by name, but `arguments` may refer to its bytes.
   const auto [arguments, rewritten] = normalizeToolArguments(tool->name, rawArguments);
-  validateSchemaArguments(*tool, form.spelled(tool->name), arguments);
+  validateSchemaArguments(*tool, dialect.spelled(tool->name), arguments);
   if (tool->toolToCommand.empty()) {
     const auto topic = arguments.findString("topic");
-    return helpResult(topic ? std::optional(topic->view()) : std::nullopt, form);
+    // As if it were the app's: a result is made of a response that was read.
+    const auto help = parseJson(
+        dialect.spelled(helpPayload(topic ? std::optional(topic->view()) : std::nullopt).str()));
+    return dialect.showResult(help->object());
   }
 
-  const auto payload = callAppControl(tool->toolToCommand, arguments, inFlight);
-  return toolResult(addGuidance(tool->name, arguments, payload->object(), form), form);
+  const auto appResponse = callAppControl(tool->toolToCommand, arguments, *context.inFlight);
+  return dialect.showResult(
+      addGuidance(tool->name, arguments, appResponse->object(), dialect.spelled));
 }
 
 }  // namespace quillmere

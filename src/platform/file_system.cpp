@@ -88,14 +88,6 @@ std::string currentDirectory() {
 }
 
 std::string withLinksResolved(const std::string& path) {
-  // Of the two the quick one, for the common case that all of it exists; it is asked at each call.
-  struct Free {
-    void operator()(char* text) const { std::free(text); }
-  };
-  const std::unique_ptr<char, Free> real(::realpath(path.c_str(), nullptr));
-  if (real) return real.get();
-  throwIfResourceMissing(errno);
-
   std::error_code error;
   const std::filesystem::path resolved = std::filesystem::weakly_canonical(path, error);
   throwIfResourceMissing(error.value());

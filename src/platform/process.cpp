@@ -36,6 +36,7 @@ void raiseDescriptorLimit() {
 void prepareProcess() {
   raiseDescriptorLimit();
   std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGXFSZ, SIG_IGN);
 }
 
 std::string_view argumentZero() {

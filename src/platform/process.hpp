@@ -5,8 +5,8 @@
 
 namespace quillmere {
 
-/// Call first in `main`. Makes a write to a closed pipe or socket an error instead of a fatal
-/// signal, and raises the soft limit of descriptors to the hard one.
+/// Call first in `main`. Makes a write to a closed pipe or socket, or to a file at its size limit,
+/// an error instead of a fatal signal, and raises the soft limit of descriptors to the hard one.
 void prepareProcess();
 
 /// The name under which the process was started, argument zero; empty when there is none.

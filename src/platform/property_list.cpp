@@ -4,6 +4,7 @@
 
 #include <expat.h>
 
+#include <algorithm>
 #include <memory>
 #include <new>
 #include <type_traits>
@@ -15,18 +16,47 @@ namespace quillmere {
 
 namespace {
 
-/// Follows the elements of one list in XML as they come, and keeps of them the string under one key
-/// of the dictionary at the top.
+/// How a list in XML is encoded, by its first bytes.
+struct Encoding {
+  std::string_view mark;
+  /// As expat calls it. Null for one that the list itself may name.
+  const char* name = nullptr;
+  std::size_t unitBytes = 1;
+  /// Which byte of a unit holds an ASCII character.
+  std::size_t asciiAt = 0;
+};
+
+constexpr Encoding encodings[] = {
+    {.mark = "\xEF\xBB\xBF", .name = "UTF-8"},
+    {.mark = "\xFF\xFE", .name = "UTF-16LE", .unitBytes = 2, .asciiAt = 0},
+    {.mark = "\xFE\xFF", .name = "UTF-16BE", .unitBytes = 2, .asciiAt = 1},
+    {},
+};
+
+/// Whether the first character of `text` is white space.
+bool beginsWithBlank(std::string_view text, const Encoding& encoding) {
+  if (text.size() < encoding.unitBytes) return false;
+  const bool isAscii = encoding.unitBytes == 1 || text[1 - encoding.asciiAt] == '\0';
+  return isAscii &&
+         std::string_view(" \t\r\n").find(text[encoding.asciiAt]) != std::string_view::npos;
+}
+
+/// Follows the elements of one list in XML as they come, and keeps the string under one key of the
+/// dictionary at the top.
 class XmlReader {
  public:
   /// `wantedKey` must outlive this.
   explicit XmlReader(std::string_view wantedKey) : wanted(wantedKey) {}
 
   std::optional<std::string> stringIn(std::string_view data) {
-    // A byte order mark goes before what the list says of its encoding.
-    const bool isMarkedUtf16 = data.starts_with("\xFE\xFF") || data.starts_with("\xFF\xFE");
+    // A byte order mark counts more than the encoding that the list names.
+    const Encoding& encoding = *std::ranges::find_if(
+        encodings, [&](const Encoding& each) { return data.starts_with(each.mark); });
+    data.remove_prefix(encoding.mark.size());
+    // Lists may begin with white space, but expat refuses it before `<?xml`.
+    while (beginsWithBlank(data, encoding)) data.remove_prefix(encoding.unitBytes);
     const std::unique_ptr<std::remove_pointer_t<XML_Parser>, decltype(&XML_ParserFree)> owner(
-        XML_ParserCreate(isMarkedUtf16 ? "UTF-16" : nullptr), XML_ParserFree);
+        XML_ParserCreate(encoding.name), XML_ParserFree);
     parser = owner.get();
     if (parser == nullptr) throw std::bad_alloc();
     XML_SetUserData(parser, this);
@@ -66,7 +96,7 @@ class XmlReader {
       return;
     }
     // At depth 0 comes the dictionary, at depth 1 its keys and values in turn. What is below is of
-    // no interest, unless it is inside of a text that is kept, where no element may be.
+    // no interest, unless it is within a text that is kept, where no element may be.
     const bool isWanted = depth == 1 && !isKeyNext && key == wanted;
     switch (depth) {
       case 0:

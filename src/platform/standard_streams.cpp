@@ -1,7 +1,7 @@
-// To take one line and not a byte more, the end of the line must be known before it is read. So
-// what comes next is looked at first, in a way that leaves it where it is: a socket is peeked at, a
-// pipe is duplicated by `tee` into a pipe of our own, a file is read at its position. Then just the
-// line is read. What is seen of later lines is remembered, and saves the look for them.
+// To take one line and not a byte more, we must know where the line ends before we read it. So we
+// look at what comes next and leave it where it is: we peek at a socket, duplicate a pipe by `tee`
+// into a pipe of our own, and read a file at its position. Then we read just the line. We remember
+// what we saw of later lines, which saves the look for them.
 #include "platform/standard_streams.hpp"
 
 #include <fcntl.h>
@@ -44,21 +44,21 @@ ssize_t repeated(int descriptor, short events, Call call) {
 
 }  // namespace
 
-InputStream::InputStream(int descriptor) : input(descriptor), way(wayToLookAhead()) {
+InputStream::InputStream(int descriptor) : input(descriptor), method(chooseMethod()) {
 #ifndef __APPLE__
   std::array<int, 2> ends{};
-  if (way == LookAhead::tee) {
+  if (method == LookAhead::tee) {
     if (::pipe2(ends.data(), O_CLOEXEC) == 0) {
       duplicateOut = Descriptor(ends[0]);
       duplicateIn = Descriptor(ends[1]);
     } else {
-      way = LookAhead::none;
+      method = LookAhead::none;
     }
   }
 #endif
 }
 
-InputStream::LookAhead InputStream::wayToLookAhead() const {
+InputStream::LookAhead InputStream::chooseMethod() const {
   struct stat status {};
   if (::fstat(input, &status) != 0) return LookAhead::none;
   if (S_ISREG(status.st_mode)) return LookAhead::position;
@@ -73,65 +73,64 @@ InputStream::LookAhead InputStream::wayToLookAhead() const {
   return isStream ? LookAhead::peek : LookAhead::none;
 }
 
-bool InputStream::readThrough(char delimiter, std::size_t most, Bytes& to) {
+bool InputStream::readSomeUntil(char delimiter, std::size_t most, Bytes& to) {
   if (hasEnded) return false;
-  if (ahead.empty() && way != LookAhead::none) fillAhead();
-  // What can't be looked into, such as a terminal, is read byte by byte. That nothing is seen need
-  // not mean the end: another reader may have been quicker. A read shows which it is.
-  if (ahead.empty()) return read(1, to);
-  const std::string_view seen = ahead.substr(0, most);
-  const std::size_t at = seen.find(delimiter);
-  return read(at == std::string_view::npos ? seen.size() : at + 1, to);
+  if (seen.empty() && method != LookAhead::none) lookAhead();
+  // We read byte by byte what we can't look into, such as a terminal. Seeing nothing need not mean
+  // end of input: another reader may have been quicker. A read shows which it is.
+  if (seen.empty()) return readSome(1, to);
+  const std::string_view wanted = seen.substr(0, most);
+  const std::size_t at = wanted.find(delimiter);
+  return readSome(at == std::string_view::npos ? wanted.size() : at + 1, to);
 }
 
-bool InputStream::read(std::size_t most, Bytes& to) {
+bool InputStream::readSome(std::size_t most, Bytes& to) {
   if (hasEnded) return false;
   char* const room = to.room(most);
   const ssize_t count = repeated(input, POLLIN, [&] { return ::read(input, room, most); });
-  // A failed read ends the input like its end does. What would come after it could be the middle of
-  // a message, and would be taken for the start of one.
+  // A failed read ends the input for good. What comes after it could be the middle of a message,
+  // and we would take it for the start of one.
   const std::size_t taken = count > 0 ? static_cast<std::size_t>(count) : 0;
   to.grow(taken);
-  ahead.remove_prefix(std::min(taken, ahead.size()));
+  seen.remove_prefix(std::min(taken, seen.size()));
   hasEnded = taken == 0;
   return taken > 0;
 }
 
-void InputStream::fillAhead() {
-  if (!aheadBuffer) aheadBuffer = std::make_unique_for_overwrite<char[]>(lookAheadBytes);
+void InputStream::lookAhead() {
+  if (!lookAheadBuffer) lookAheadBuffer = std::make_unique_for_overwrite<char[]>(lookAheadBytes);
   long count = -1;
-  switch (way) {
+  switch (method) {
     case LookAhead::peek:
-      count = peekAhead();
+      count = lookByPeek();
       break;
     case LookAhead::tee:
-      count = teeAhead();
+      count = lookByTee();
       break;
     case LookAhead::position:
-      count = positionAhead();
+      count = lookByPosition();
       break;
     case LookAhead::none:
       break;
   }
-  // Slow is better than not at all: from now on it is read byte by byte.
-  if (count < 0) way = LookAhead::none;
-  ahead = {aheadBuffer.get(), count > 0 ? static_cast<std::size_t>(count) : 0};
+  // Slow is better than not at all: from now on we read byte by byte.
+  if (count < 0) method = LookAhead::none;
+  seen = {lookAheadBuffer.get(), count > 0 ? static_cast<std::size_t>(count) : 0};
 }
 
-long InputStream::peekAhead() const {
+long InputStream::lookByPeek() const {
   return repeated(input, POLLIN,
-                  [&] { return ::recv(input, aheadBuffer.get(), lookAheadBytes, MSG_PEEK); });
+                  [&] { return ::recv(input, lookAheadBuffer.get(), lookAheadBytes, MSG_PEEK); });
 }
 
-long InputStream::positionAhead() const {
+long InputStream::lookByPosition() const {
   return repeated(input, POLLIN, [&] {
-    return ::pread(input, aheadBuffer.get(), lookAheadBytes, ::lseek(input, 0, SEEK_CUR));
+    return ::pread(input, lookAheadBuffer.get(), lookAheadBytes, ::lseek(input, 0, SEEK_CUR));
   });
 }
 
-long InputStream::teeAhead() const {
-  // Our own pipe is emptied each time, so there is always room in it and `tee` waits for input
-  // only.
+long InputStream::lookByTee() const {
+  // We empty our own pipe each time, so there is always room in it and `tee` waits for input only.
 #ifdef __APPLE__
   return -1;
 #else
@@ -141,7 +140,7 @@ long InputStream::teeAhead() const {
   std::size_t have = 0;
   while (have < static_cast<std::size_t>(count)) {
     const ssize_t part = repeated(duplicateOut.number(), POLLIN, [&] {
-      return ::read(duplicateOut.number(), &aheadBuffer[have], lookAheadBytes - have);
+      return ::read(duplicateOut.number(), &lookAheadBuffer[have], lookAheadBytes - have);
     });
     if (part <= 0) return -1;
     have += static_cast<std::size_t>(part);
@@ -151,8 +150,8 @@ long InputStream::teeAhead() const {
 }
 
 bool writeAll(int descriptor, std::vector<std::string_view> pieces) {
-  // On the stack, since no memory may be taken here. An answer with more pieces is a large one, and
-  // another system call for it is little.
+  // On the stack, since nothing may be allocated here. A result with more pieces is a large one,
+  // and one more system call for it is little.
   std::array<iovec, 64> entries{};
   auto next = pieces.begin();
   for (;;) {

@@ -231,8 +231,12 @@ std::string lowerCased(std::string_view text) {
 }
 
 bool hasMoreCharactersThan(std::string_view text, std::size_t count) {
-  // A character has a byte at least. This spares most texts the look at each of theirs.
+  // A character has at least one byte and one code point. Most texts are judged by these alone.
+  const auto beginsCodePoint = [](char c) {
+    return (static_cast<unsigned char>(c) & 0xC0U) != 0x80U;
+  };
   if (text.size() <= count) return false;
+  if (static_cast<std::size_t>(std::ranges::count_if(text, beginsCodePoint)) <= count) return false;
   std::size_t characters = 0;
   utf8proc_int32_t previous = 0;
   utf8proc_int32_t state = 0;
@@ -246,10 +250,6 @@ bool hasMoreCharactersThan(std::string_view text, std::size_t count) {
     text.remove_prefix(point.length);
   }
   return false;
-}
-
-bool hasFewerCharactersThan(std::string_view text, std::size_t count) {
-  return count > 0 && !hasMoreCharactersThan(text, count - 1);
 }
 
 }  // namespace quillmere

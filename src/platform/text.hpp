@@ -41,10 +41,9 @@ void appendUtf8(std::string& text, char32_t character);
 /// UTF-8.
 [[nodiscard]] std::string lowerCased(std::string_view text);
 
-/// Whether `text` has more, or fewer, user-perceived characters (extended grapheme clusters, UAX
-/// #29) than `count`. Stops counting as soon as it knows. `text` must be UTF-8.
+/// Whether `text` has more user-perceived characters (extended grapheme clusters, UAX #29) than
+/// `count`. Stops counting as soon as it knows. `text` must be UTF-8.
 [[nodiscard]] bool hasMoreCharactersThan(std::string_view text, std::size_t count);
-[[nodiscard]] bool hasFewerCharactersThan(std::string_view text, std::size_t count);
 
 /// Whether `text` is one of `texts`.
 [[nodiscard]] bool contains(std::span<const std::string_view> texts, std::string_view text);

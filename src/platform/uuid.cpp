@@ -7,37 +7,16 @@
 
 #include <array>
 #include <cerrno>
-#include <mutex>
 #include <string_view>
 #include <system_error>
 
 namespace quillmere {
 
-namespace {
-
-using UuidBytes = std::array<unsigned char, 16>;
-
-/// Random bytes. The system is asked for those of 16 identifiers at a time, 256 bytes being the
-/// most that it gives at once: a system call for each would show in the time of a call.
-/// Thread-safe.
-UuidBytes randomBytes() {
-  static std::mutex lock;
-  static std::array<UuidBytes, 16> _block;
-  static std::size_t _left = 0;
-  const std::lock_guard hold(lock);
-  if (_left == 0) {
-    if (::getentropy(_block.data(), sizeof _block) != 0) {
-      throw std::system_error(errno, std::generic_category());
-    }
-    _left = _block.size();
-  }
-  return _block[--_left];
-}
-
-}  // namespace
-
 std::string randomUuid() {
-  UuidBytes bytes = randomBytes();
+  std::array<unsigned char, 16> bytes;
+  if (::getentropy(bytes.data(), bytes.size()) != 0) {
+    throw std::system_error(errno, std::generic_category());
+  }
   // Six bits are not random: version 4, and the variant of RFC 9562.
   bytes[6] = static_cast<unsigned char>((bytes[6] & 0x0FU) | 0x40U);
   bytes[8] = static_cast<unsigned char>((bytes[8] & 0x3FU) | 0x80U);

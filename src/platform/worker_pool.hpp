@@ -10,9 +10,9 @@
 
 namespace quillmere {
 
-/// Runs tasks on threads of its own: on the one that became idle last, or on a new one when none is
-/// idle, so that no task ever waits for another to end. A thread that finds nothing to do for a
-/// while ends. Threads are never joined: a pool must live until the process ends.
+/// Runs each task at once, on an idle thread of its own or on a new one, so that no task ever waits
+/// for another to end. A few idle threads wait two seconds for the next task; the others end.
+/// Threads are never joined: a pool must live until the process ends.
 class WorkerPool {
  public:
   WorkerPool() = default;
@@ -21,38 +21,18 @@ class WorkerPool {
   ~WorkerPool() = default;
 
   /// Runs `task` on a worker and returns at once. Returns false, and the task will not run, when no
-  /// thread is available. One thread at a time; `task` must not throw.
+  /// thread is available. Thread-safe; `task` must not throw.
   [[nodiscard]] bool submit(std::function<void()> task);
 
  private:
-  static constexpr std::chrono::seconds idleLife{2};
-
-  /// What belongs to one thread. Never freed, since `submit` may still be waking the thread while
-  /// it ends; the next thread takes it over.
-  struct Worker {
-    WorkerPool& pool;
-    std::condition_variable wakes = {};
-    bool _isCalled = false;
-    /// Its neighbours among the idle workers; those below have been idle for longer.
-    Worker* _above = nullptr;
-    Worker* _below = nullptr;
-  };
-
-  bool startThread();
-  void work(Worker& self);
-  /// Sleeps until there may be a task; false when it has slept through its idle life.
-  bool isCalledInTime(Worker& self, std::unique_lock<std::mutex>& hold);
-  /// With the lock held.
-  void takeOut(const Worker& idle);
-  static void* workerMain(void* worker);
+  /// What a thread does: carries out `task`, then those that come while it is idle.
+  void work(std::function<void()> task);
 
   std::mutex lock;
+  std::condition_variable wakes;
+  /// Tasks for idle threads: never more than there are of those.
   std::deque<std::function<void()>> _tasks;
-  /// How many workers were called or started and have not yet looked for a task.
-  std::size_t _coming = 0;
-  Worker* _lastIdle = nullptr;
-  /// Those whose threads have ended, chained by `_below`.
-  Worker* _ended = nullptr;
+  std::size_t _idle = 0;
 };
 
 }  // namespace quillmere

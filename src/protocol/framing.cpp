@@ -1,6 +1,6 @@
 // A client sends messages as lines, or as bodies after header blocks, and may change from one to
-// the other at any message. The first line of a message says which it is. So input is read line by
-// line, and never past what belongs to the message.
+// the other at any message. The first line of a message says which it is. So we read input line by
+// line, and never past the end of the message.
 #include "protocol/framing.hpp"
 
 #include <algorithm>
@@ -28,7 +28,7 @@ std::string_view trimmedOf(std::string_view text, std::string_view unwanted) {
 }
 
 /// Whether the message's first line is a header: the name, directly followed by a colon, at its
-/// very start. JSON can't begin like that. A line with bytes outside of ASCII is left to the JSON
+/// very start. JSON can't begin like that. A line with bytes outside ASCII is left to the JSON
 /// parser, which refuses it without waiting for the rest of a block.
 bool startsHeaderBlock(std::string_view line) {
   const std::string start = asciiLowerCased(line.substr(0, headerName.size() + 1));
@@ -47,7 +47,7 @@ std::vector<Bytes> readHeaderBlock(StdinReader& reader, Bytes firstLine) {
   }
 }
 
-/// A whole number with at most one sign in front of it, or nothing.
+/// A whole number with at most one sign before it, or nothing.
 std::optional<std::int64_t> decimalInteger(std::string_view text) {
   // `from_chars` takes a minus by itself, and no plus.
   if (text.starts_with('+')) {
@@ -79,7 +79,7 @@ std::size_t bodyLength(const std::vector<Bytes>& headerLines) {
   for (const Bytes& bytes : headerLines) {
     const std::string_view line = viewOf(bytes);
     if (!isAscii(line)) throw errors::headerNotAscii();
-    // The last match counts, even when its value is no number: then there is no length.
+    // The last match counts, even when its value is not a number: then there is no length.
     if (const auto value = contentLengthValue(line)) length = decimalInteger(*value);
   }
   if (!length) throw errors::missingContentLength();
@@ -94,9 +94,8 @@ std::size_t bodyLength(const std::vector<Bytes>& headerLines) {
 
 std::optional<Bytes> StdinReader::readLine(std::size_t maxBytes) {
   Bytes line;
-  // A byte more than allowed is asked for: it tells a line that is too long from one that just
-  // fits.
-  while (input.readThrough('\n', maxBytes + 1 - line.size(), line)) {
+  // We ask for a byte more than allowed: it tells a line that is too long from one that just fits.
+  while (input.readSomeUntil('\n', maxBytes + 1 - line.size(), line)) {
     if (line.size() > maxBytes) throw errors::messageTooLarge();
     if (viewOf(line).back() == '\n') return line;
   }
@@ -106,7 +105,7 @@ std::optional<Bytes> StdinReader::readLine(std::size_t maxBytes) {
 Bytes StdinReader::readExact(std::size_t byteCount) {
   Bytes bytes;
   while (bytes.size() < byteCount) {
-    if (!input.read(byteCount - bytes.size(), bytes)) throw errors::incompletePayload();
+    if (!input.readSome(byteCount - bytes.size(), bytes)) throw errors::incompletePayload();
   }
   return bytes;
 }
@@ -121,8 +120,8 @@ std::optional<Bytes> readNextPayload(StdinReader& reader, ServerState& state) {
 }
 
 void MessageWriter::writeMessage(const JsonText& message) {
-  // The pieces for both framings are made here, since no memory may be taken while the lock is
-  // held: `endAfterFrame` waits for it.
+  // We make the pieces for both framings here, since no memory may be taken while the lock is held:
+  // `endAfterFrame` waits for it.
   const std::string header = "Content-Length: " + std::to_string(message.size()) + "\r\n\r\n";
   std::vector<std::string_view> pieces = message.pieces();
   pieces.insert(pieces.begin(), header);

@@ -38,9 +38,9 @@ class StdinReader {
   InputStream input;
 };
 
-/// Reads one payload, in whichever framing its first line asks for; nothing at end of input. Header
-/// framing of one message turns it on in `state`, for all output from then on. Blocks; main thread
-/// only. Throws `MCPError` -32600 (too large) or -32700 (broken header block); the next
+/// Reads one message, in whichever framing its first line asks for; nothing at end of input. A
+/// message in header framing turns that framing on in `state`, for all output from then on. Blocks;
+/// main thread only. Throws `MCPError` -32600 (too large) or -32700 (broken header block); the next
 /// call then starts a new message after the last byte consumed. After `std::bad_alloc` it is not
 /// known where the next message starts.
 [[nodiscard]] std::optional<Bytes> readNextPayload(StdinReader& reader, ServerState& state);

@@ -89,7 +89,7 @@ inline constexpr Failure<1> unknownMethod{methodNotFound, "Method not found: {}"
 inline constexpr Failure<0> paramsNotAnObject{invalidParams,
                                               "params must be an object when provided."};
 inline constexpr Failure<1> internal{internalError, "Internal error: {}"};
-/// There is not the memory that a message or its answer needs.
+/// There is too little memory for a message or its response.
 inline constexpr Failure<0> outOfMemory{internalError, "Internal error: out of memory."};
 /// The system gives no thread to carry out a request.
 inline constexpr Failure<0> noThread{internalError,

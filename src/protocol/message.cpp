@@ -4,9 +4,9 @@
 
 namespace quillmere {
 
-std::shared_ptr<const JsonDocument> parseMessage(Bytes payload) {
+std::shared_ptr<const JsonDocument> parseMessage(Bytes bytes) {
   try {
-    auto message = parseJson(std::move(payload));
+    auto message = parseJson(std::move(bytes));
     if (!message->root().asObject()) throw errors::messageNotAnObject();
     return message;
   } catch (const JsonError& failure) {
@@ -34,16 +34,6 @@ JsonText makeErrorResponse(const std::optional<JsonValue>& id, const MCPError& e
   return JsonText{{"jsonrpc", "2.0"},
                   {"id", id ? JsonText(*id) : nullptr},
                   {"error", JsonText{{"code", error.code}, {"message", error.message}}}};
-}
-
-void answerWithFailure(const std::optional<JsonValue>& id, MessageWriter& output) {
-  try {
-    output.writeMessage(makeErrorResponse(id, currentFailure()));
-  } catch (...) {
-    // The first failure could not be put into words: there was no memory for it, or its text is no
-    // UTF-8. That is a failure too, and one with a short text.
-    output.writeMessage(makeErrorResponse(id, currentFailure()));
-  }
 }
 
 }  // namespace quillmere

@@ -8,15 +8,14 @@
 #include "json/document.hpp"
 #include "json/writer.hpp"
 #include "platform/buffer.hpp"
-#include "protocol/framing.hpp"
 #include "protocol/mcp_error.hpp"
 
 namespace quillmere {
 
-/// The payload as a document with an object at the top. Pure. Throws `MCPError` -32700 for bytes
+/// One message as a document with an object at the top. Pure. Throws `MCPError` -32700 for bytes
 /// that are not UTF-8 and -32600 for an array, since batches are not taken, and `JsonError` for any
-/// other text that is no JSON.
-[[nodiscard]] std::shared_ptr<const JsonDocument> parseMessage(Bytes payload);
+/// other text that is not JSON.
+[[nodiscard]] std::shared_ptr<const JsonDocument> parseMessage(Bytes bytes);
 
 /// The id of a message: a string or a number, or nothing when it is missing or null. Pure.
 /// Throws `MCPError` -32600 for anything else.
@@ -27,10 +26,5 @@ namespace quillmere {
 
 /// The one shape of all errors; without an id, its `id` is null. Pure; cannot fail.
 [[nodiscard]] JsonText makeErrorResponse(const std::optional<JsonValue>& id, const MCPError& error);
-
-/// Answers the request with this id, or with null for one, with the failure that is being handled.
-/// When there is no memory for a long text, that is the failure then. Call only inside a `catch`
-/// block, from any thread.
-void answerWithFailure(const std::optional<JsonValue>& id, MessageWriter& output);
 
 }  // namespace quillmere

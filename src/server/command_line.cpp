@@ -38,7 +38,8 @@ int printDoctorReport() {
     print(indentedJson(parseJson(doctorPayload().str())->root()));
     return 0;
   } catch (const std::exception&) {
-    // A path that is no UTF-8, say, which no JSON can hold. Half a report would be worse than none.
+    // A path need not be UTF-8, for example, and then no JSON can hold it. Half a report would be
+    // worse than none.
     return 1;
   }
 }

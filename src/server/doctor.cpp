@@ -24,7 +24,7 @@ JsonText textOrNull(const std::optional<Text>& text) {
 
 /// The result of `ask`, or an empty one when a resource is missing: the report goes on.
 template <typename Ask>
-auto answerOf(Ask ask) -> decltype(ask()) {
+auto valueOrEmpty(Ask ask) -> decltype(ask()) {
   try {
     return ask();
   } catch (const std::system_error&) {
@@ -34,8 +34,8 @@ auto answerOf(Ask ask) -> decltype(ask()) {
 
 JsonText candidateReports(const std::optional<std::string>& bundleIdentifier) {
   JsonText reports = JsonText::array();
-  for (const std::string& path : answerOf([&] { return socketCandidates(bundleIdentifier); })) {
-    const PathKind kind = answerOf([&] { return kindOfPath(path); });
+  for (const std::string& path : valueOrEmpty([&] { return socketCandidates(bundleIdentifier); })) {
+    const PathKind kind = valueOrEmpty([&] { return kindOfPath(path); });
     reports.add(JsonText{{"path", path},
                          {"exists", kind != PathKind::nothing},
                          {"isSocket", kind == PathKind::socket}});
@@ -58,7 +58,7 @@ std::optional<std::string> connectFailure() {
 }  // namespace
 
 JsonText doctorPayload() {
-  const auto identifier = answerOf([] { return bundledAppIdentifier(executableURL()); });
+  const auto identifier = valueOrEmpty([] { return bundledAppIdentifier(executableURL()); });
   // Before the connect test: a contact may make an app that is ending remove its socket.
   JsonText candidates = candidateReports(identifier);
   const auto failure = connectFailure();

@@ -1,5 +1,5 @@
 #include "server/program.hpp"
 
 int main(int argumentCount, char** arguments) {
-  return quillmere::runProgram(argumentCount, arguments, quillmere::serverForm);
+  return quillmere::runProgram(argumentCount, arguments, quillmere::serverDialect);
 }

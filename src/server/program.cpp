@@ -1,4 +1,3 @@
-// What both programs do; they differ in the form alone.
 #include "server/program.hpp"
 
 #include <unistd.h>
@@ -13,9 +12,12 @@
 
 namespace quillmere {
 
-int runProgram(int argumentCount, char** arguments, const Form& form) {
+int runProgram(int argumentCount, char** arguments, const Dialect& dialect) {
   prepareProcess();
   tuneAllocator();
+  std::set_new_handler([] {
+    if (!giveUpReserve()) endProcess();
+  });
 
   // A program may be started without even its name.
   const auto first = static_cast<std::size_t>(std::min(argumentCount, 1));
@@ -23,9 +25,11 @@ int runProgram(int argumentCount, char** arguments, const Form& form) {
   if (const auto status = runCLI({arguments + first, count - first})) return *status;
 
   // Never freed, and no destructor is run below: workers may use it until the process is gone.
-  static auto& server = *new ServerContext(STDOUT_FILENO, form);
-  // Until here there was no frame to be cut off, and the handler could end the process at once.
-  std::set_new_handler([] { server.output.endAfterFrame(); });
+  static auto& server = *new Server(STDOUT_FILENO, dialect);
+  // From here on a frame may be half written.
+  std::set_new_handler([] {
+    if (!giveUpReserve()) server.output.endAfterFrame();
+  });
   serve(STDIN_FILENO, server);
   endProcess();
 }

@@ -1,12 +1,13 @@
-// The whole program, in one form or another.
+// The whole program, whatever its dialect.
 #pragma once
 
-#include "tools/form.hpp"
+#include "mcp/dialect.hpp"
 
 namespace quillmere {
 
 /// What `main` does: carries out an option, or serves standard input and output until one of them
-/// ends. Returns the status of an option, and ends the process otherwise. Call first in `main`.
-[[nodiscard]] int runProgram(int argumentCount, char** arguments, const Form& form);
+/// ends. `dialect` must live as long as the process. Returns the status of an option, and ends the
+/// process otherwise. Call first in `main`.
+[[nodiscard]] int runProgram(int argumentCount, char** arguments, const Dialect& dialect);
 
 }  // namespace quillmere

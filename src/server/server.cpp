@@ -1,6 +1,6 @@
-// The main thread reads one message after the other and answers at once what it can. Requests that
-// wait for the desktop app go to workers, which answer by themselves, in whatever order they end.
-// So a cancellation is read while the call that it cancels is under way.
+// The main thread reads one message after the other and responds at once to what it can. Requests
+// that wait for the desktop app go to workers, which respond by themselves, in whatever order they
+// end. So a cancellation is read while the call that it cancels is under way.
 #include "server/server.hpp"
 
 #include <memory>
@@ -9,10 +9,9 @@
 #include <string_view>
 #include <utility>
 
-#include "platform/memory.hpp"
+#include "mcp/method_table.hpp"
 #include "protocol/mcp_error.hpp"
 #include "protocol/message.hpp"
-#include "server/method_table.hpp"
 
 namespace quillmere {
 
@@ -20,88 +19,101 @@ namespace {
 
 constexpr std::string_view notificationPrefix = "notifications/";
 
-/// A worker's whole task. A request that was cancelled in time gets no answer.
-void answer(InFlightRequest& request, const Method& method, ServerContext& server) {
+/// Writes the error response to the request with this id, or with null for one, for the failure
+/// that is being handled. Call only inside a `catch` block, from any thread.
+void writeFailure(const std::optional<JsonValue>& id, MessageWriter& output) {
   try {
-    auto result = handleRequest(request, method, server);
-    // `callAppControl` has checked this too, but the client may have cancelled since: MCP wants no
-    // answer to what was cancelled.
-    if (request.isCancelled()) return;
-    server.output.writeMessage(makeResultResponse(request.requestID, std::move(result)));
+    output.writeMessage(makeErrorResponse(id, currentFailure()));
   } catch (...) {
-    if (!request.isCancelled()) answerWithFailure(request.requestID, server.output);
+    // The first failure could not be put into words: there was no memory for it, or its text is not
+    // UTF-8. That is a failure too, and one with a short text.
+    output.writeMessage(makeErrorResponse(id, currentFailure()));
   }
 }
 
-/// Hands `message`, a request with this id, to a worker that carries it out and answers it, and
-/// returns at once. From then until its answer is out the request can be cancelled by its id.
+/// A worker's whole task. A request that was cancelled in time gets no response.
+void carryOut(InFlightRequest& request, const Method& method, Server& server) {
+  try {
+    auto result = handleRequest(request.message->object(), &method,
+                                {server.context, request.requestID, &request});
+    // `callAppControl` has checked this too, but the client may have cancelled since: MCP wants no
+    // response to what was cancelled.
+    if (!result || request.isCancelled()) return;
+    server.output.writeMessage(makeResultResponse(request.requestID, std::move(*result)));
+  } catch (...) {
+    if (!request.isCancelled()) writeFailure(request.requestID, server.output);
+  }
+}
+
+/// Hands `message`, a request with this id, to a worker that carries it out and responds to it, and
+/// returns at once. From then until its response is out the request can be cancelled by its id.
 /// Throws `MCPError` -32603 when no thread is available for it, and `std::bad_alloc`, and then
 /// leaves no record of the request.
 void dispatchRequest(std::shared_ptr<const JsonDocument> message, JsonValue id,
-                     const Method& method, ServerContext& server) {
+                     const Method& method, Server& server) {
   const auto request = std::make_shared<InFlightRequest>(std::move(message), id);
+  InFlightRequests& inFlightRequests = server.context.inFlightRequests;
   // Before the worker starts, because the next message may cancel the request.
-  server.inFlightRequests.add(request);
-  auto task = [request, &method, &server] {
-    answer(*request, method, server);
-    server.inFlightRequests.remove(*request);
+  inFlightRequests.add(request);
+  auto task = [request, &method, &server, &inFlightRequests] {
+    carryOut(*request, method, server);
+    inFlightRequests.remove(*request);
   };
   if (server.workers.submit(std::move(task))) return;
-  server.inFlightRequests.remove(*request);
+  inFlightRequests.remove(*request);
   throw errors::noThread();
 }
 
 }  // namespace
 
-void serve(int descriptor, ServerContext& server) {
+void serve(int descriptor, Server& server) {
   StdinReader reader(descriptor);
   for (;;) {
-    refillReserve();
     try {
-      auto payload = readNextPayload(reader, server.state);
-      if (!payload || !processPayload(std::move(*payload), server)) return;
+      auto message = readNextPayload(reader, server.context.state);
+      if (!message || !processPayload(std::move(*message), server)) return;
     } catch (const std::bad_alloc&) {
       // Part of a message was lost. If there was a request in it, its id is not known, and so the
       // client could not be told that it failed.
       server.output.endAfterFrame();
     } catch (...) {
-      answerWithFailure(std::nullopt, server.output);
+      writeFailure(std::nullopt, server.output);
     }
   }
 }
 
-bool processPayload(Bytes payload, ServerContext& server) {
-  // The id is a place in the message, which must stay until the answer is out.
+bool processPayload(Bytes bytes, Server& server) {
+  // The id is a place in the message, which must stay until the response is out.
   std::shared_ptr<const JsonDocument> message;
   std::optional<JsonValue> id;
   try {
-    message = parseMessage(std::move(payload));
+    message = parseMessage(std::move(bytes));
     id = requestIDOf(message->object());
     const auto name = message->object().findString("method");
     if (name && !id && !name->view().starts_with(notificationPrefix)) {
       throw errors::methodRequiresId(name->view());
     }
-    const Method* method = name ? findMethod(name->view(), server.form) : nullptr;
-    if (id && method != nullptr && method->isForWorkers()) {
+    const Method* method = name ? findMethod(name->view(), server.context.dialect) : nullptr;
+    if (id && method != nullptr && method->runsOn == Method::RunsOn::worker) {
       dispatchRequest(message, *id, *method, server);
       return true;
     }
-    auto result = handleRequest(message->object(), id, method, server);
+    auto result = handleRequest(message->object(), method, {server.context, id});
     if (id && result) server.output.writeMessage(makeResultResponse(*id, std::move(*result)));
   } catch (const MCPError&) {
-    answerWithFailure(id, server.output);
+    writeFailure(id, server.output);
     return true;
   } catch (const std::bad_alloc&) {
     if (!id) throw;
-    answerWithFailure(id, server.output);
+    writeFailure(id, server.output);
     return true;
   } catch (...) {
-    // Without an id this is text that is no JSON, such as a blank line or a log's. It gets no
-    // answer: an error with a null id could be taken for the answer to something else.
-    if (id) answerWithFailure(id, server.output);
+    // Without an id this is text that is not JSON, such as a blank line or a log's. It gets no
+    // response: an error with a null id could be taken for the response to something else.
+    if (id) writeFailure(id, server.output);
     return true;
   }
-  return !server.state.isShutdownRequested();
+  return !server.context.state.isShutdownRequested();
 }
 
 }  // namespace quillmere

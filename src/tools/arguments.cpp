@@ -1,6 +1,6 @@
-// A model writes arguments as it understands the schema, not always to the letter. What can mean
-// one thing only is put right first, keys' names above all; what remains is held against the
-// schema, and the first thing that is wrong is said in words that the model can act on.
+// A model writes arguments as it understands the schema, not always to the letter. We first put
+// right what can mean only one thing, names of keys above all. Then we check the rest against the
+// schema, and report the first fault in words that the model can act on.
 #include "tools/arguments.hpp"
 
 #include <algorithm>
@@ -61,7 +61,7 @@ std::string canonicalKey(std::string_view text) {
   if (contains(Constants::allowedKeyValues, candidate)) return candidate;
   const auto* alias =
       std::ranges::find(Constants::keyAliases, lowered, &Constants::KeyAlias::alias);
-  // What is neither is left for validation to refuse.
+  // Validation refuses what is neither.
   return alias == std::end(Constants::keyAliases) ? candidate : std::string(alias->canonicalName);
 }
 
@@ -97,14 +97,13 @@ void demandRequiredArguments(const Tool& tool, std::string_view name, const Json
 void validateString(const JsonValue& value, const Property& property) {
   const auto string = value.asString();
   if (!string) throw errors::notAString(property.name);
-  const std::string_view text = string->view();
-  if (property.minLength && hasFewerCharactersThan(text, *property.minLength)) {
+  if (property.minLength && string->hasFewerCharactersThan(*property.minLength)) {
     throw errors::tooShort(property.name);
   }
-  if (property.maxLength && hasMoreCharactersThan(text, *property.maxLength)) {
+  if (property.maxLength && string->hasMoreCharactersThan(*property.maxLength)) {
     throw errors::tooLong(property.name);
   }
-  if (!property.allowed.empty() && !contains(property.allowed, text)) {
+  if (!property.allowed.empty() && !contains(property.allowed, string->view())) {
     throw errors::notOneOf(property.name, joined(property.allowed, ", "));
   }
 }

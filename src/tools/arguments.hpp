@@ -1,5 +1,5 @@
-// What happens to a tool's arguments before they are sent: loosely written names are brought into
-// their canonical form, and then all are checked against the tool's schema.
+// What happens to a tool's arguments before they are sent: normalisation, then the check against
+// the tool's schema.
 #pragma once
 
 #include <memory>
@@ -20,11 +20,11 @@ struct NormalizedArguments {
 
 /// `arguments` with `key` of the key tool and `direction` of the scroll tool trimmed, in lower case
 /// and, for keys, with aliases resolved. Everything else stays as it is: nothing is coerced, filled
-/// in or dropped, and an unknown `name` is no error. Pure.
+/// in or dropped, and an unknown `name` is not an error. Pure.
 [[nodiscard]] NormalizedArguments normalizeToolArguments(std::string_view name,
                                                          const JsonObject& arguments);
 
-/// Checks `arguments`, normalised already, against the schema of `tool`, which the client knows as
+/// Checks normalised `arguments` against the schema of `tool`, which the client knows as
 /// `name`. The first failure counts, in this order: unknown argument (the first in sorted order),
 /// missing required argument (null counts as missing), a value that breaks its schema (null
 /// passes), no session target (the key alone counts). Pure. Throws `MCPError` -32602.

@@ -1,9 +1,10 @@
 // Texts, names and bounds here are what clients see, word for word. An argument that several tools
-// declare alike is written once, as a constant or in a fragment; schemas are made of these rows,
+// declare alike is written once, as a constant or in a fragment. Schemas are made of these rows,
 // and calls are checked against the same rows.
 #include "tools/catalogue.hpp"
 
 #include <algorithm>
+#include <memory>
 #include <string>
 
 #include "platform/text.hpp"
@@ -209,7 +210,7 @@ constexpr Property adbCommandArguments[] = {
     {.name = "reason", .maxLength = 2048},
 };
 
-// What calls must give.
+// What a call must give.
 constexpr std::string_view aDevice[] = {"deviceSerial"};
 constexpr std::string_view aPoint[] = {"x", "y"};
 constexpr std::string_view twoPoints[] = {"startX", "startY", "endX", "endY"};
@@ -463,10 +464,33 @@ JsonText propertySchema(const Property& property) {
   return schema;
 }
 
+/// The condition that a session or a device is given.
+JsonText sessionTargetAnyOf() {
+  JsonText anyOf = JsonText::array();
+  for (const std::string_view target : {"sessionId", "deviceSerial"}) {
+    anyOf.add(JsonText{{"required", JsonText::arrayOf(std::span(&target, 1))}});
+  }
+  return anyOf;
+}
+
+JsonText jsonSchema(const Tool& tool) {
+  JsonText schema{{"type", "object"}};
+  schema.set("properties", merged(tool));
+  schema.set("additionalProperties", false);
+  if (!tool.required.empty()) schema.set("required", JsonText::arrayOf(tool.required));
+  if (contains(sessionTargetToolNames(), tool.name)) schema.set("anyOf", sessionTargetAnyOf());
+  return schema;
+}
+
 }  // namespace
 
 std::span<const Tool> allTools() {
   return tools;
+}
+
+const Tool* findTool(std::string_view name) {
+  const auto* tool = std::ranges::find(tools, name, &Tool::name);
+  return tool == std::end(tools) ? nullptr : tool;
 }
 
 bool isHidden(const Tool& tool) {
@@ -491,6 +515,22 @@ JsonText merged(const Tool& tool) {
     properties.set(property.name, propertySchema(property));
   });
   return properties;
+}
+
+JsonText visibleTools() {
+  // Never destroyed: the text is sent as it is from the second request on.
+  static const auto& text = *new auto(std::make_shared<const std::string>([] {
+    JsonText entries = JsonText::array();
+    for (const Tool& tool : tools) {
+      if (isHidden(tool)) continue;
+      entries.add(JsonText{{"name", tool.name},
+                           {"title", tool.title},
+                           {"description", tool.description},
+                           {"inputSchema", jsonSchema(tool)}});
+    }
+    return entries.str();
+  }()));
+  return JsonText::ofJson(text);
 }
 
 }  // namespace quillmere

@@ -54,7 +54,7 @@ struct Property {
 enum class Effect {
   /// Changes nothing.
   readsPhone,
-  /// Is answered by this server, without a phone.
+  /// This server carries it out by itself, without a phone.
   readsNothing,
   /// Changes what is shown or started; repeatable.
   changesView,
@@ -78,29 +78,35 @@ struct Tool {
   std::string_view title;
   std::string_view description;
   /// The desktop app's command for it, such as `uiGetState`; empty for a tool that this server
-  /// answers by itself.
+  /// carries out by itself.
   std::string_view toolToCommand = {};
   Effect effect = Effect::readsPhone;
   unsigned fragments = noFragment;
   std::span<const Property> ownProperties = {};
-  /// Arguments that must be given, in the order in which they are missed.
+  /// Arguments that must be given. The first one that is missing is reported.
   std::span<const std::string_view> required = {};
 };
 
 /// All tools, in their fixed order.
 [[nodiscard]] std::span<const Tool> allTools();
 
+/// The tool of exactly this name, or null.
+[[nodiscard]] const Tool* findTool(std::string_view name);
+
 /// The tools that `tools/list` leaves out. They are ordinary ones otherwise.
 [[nodiscard]] bool isHidden(const Tool& tool);
 
-/// The tools of which a call must name a session or a device: all that can take a session.
+/// The tools whose calls must name a session or a device: all that can take a session.
 [[nodiscard]] std::span<const std::string_view> sessionTargetToolNames();
+
+/// The argument of exactly this name, shared or the tool's own, or null.
+[[nodiscard]] const Property* findProperty(const Tool& tool, std::string_view name);
 
 /// The member `properties` of the tool's schema: the shared arguments of its fragments and its own
 /// ones, merged into one object.
 [[nodiscard]] JsonText merged(const Tool& tool);
 
-/// The argument of exactly this name, shared or the tool's own, or null.
-[[nodiscard]] const Property* findProperty(const Tool& tool, std::string_view name);
+/// The entries of `tools/list`, an array: each tool that is not hidden, with its JSON Schema.
+[[nodiscard]] JsonText visibleTools();
 
 }  // namespace quillmere

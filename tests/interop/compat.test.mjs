@@ -8,7 +8,7 @@ import { Experimental_StdioMCPTransport as StdioTransport } from '@ai-sdk/mcp/mc
 import { createOpenAI } from '@ai-sdk/openai';
 import { generateText, stepCountIs } from 'ai';
 import { startModel } from '../../clients/model.mjs';
-import { check, startSimulator } from './desktop_app.mjs';
+import { check, startSimulator } from './support.mjs';
 
 const [compat, simulator, server] = process.argv.slice(2);
 globalThis.AI_SDK_LOG_WARNINGS = false;
@@ -21,7 +21,7 @@ const models = {
 
 /** Lets a model of the form make its calls through a program, and returns what it saw. */
 async function letCall(t, form, program, calls) {
-  const home = await startSimulator(t, simulator);
+  const { home } = await startSimulator(t, simulator);
   const { address, seen } = await startModel(t, 'quillmere', calls);
   const env = { HOME: home, CFFIXED_USER_HOME: home };
   const client = await createMCPClient({

@@ -2,7 +2,6 @@
 // and fail when a test orders it.
 #include <dlfcn.h>
 #include <fcntl.h>
-#include <malloc.h>
 #include <poll.h>
 #include <pthread.h>
 #include <stdlib.h>
@@ -48,11 +47,7 @@ Function* systems(const char* name) {
   return reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));
 }
 
-/// Found at the start: to look for it may need to free something.
-void (*systemsFree)(void* block) = nullptr;
-
 [[gnu::constructor]] void start() {
-  systemsFree = systems<void(void*)>("free");
   const char* path = ::getenv(quillmere::faultOrderVariable);
   const int file = path != nullptr ? ::open(path, O_RDWR | O_CLOEXEC) : -1;
   if (file < 0) return;
@@ -158,7 +153,10 @@ int poll(pollfd* entries, nfds_t count, int patience) {
 
 int getsockopt(int descriptor, int level, int name, void* value, socklen_t* length) {
   static const auto system = systems<decltype(getsockopt)>("getsockopt");
-  return fails(Call::getSocketOption) ? -1 : system(descriptor, level, name, value, length);
+  if (fails(Call::getSocketOption)) return -1;
+  const int result = system(descriptor, level, name, value, length);
+  if (name == SO_ERROR && fails(Call::connectOutcome)) *static_cast<int*>(value) = errno;
+  return result;
 }
 
 int lstat(const char* path, struct stat* status) {
@@ -207,11 +205,9 @@ void* realloc(void* block, size_t size) {
   return fails(Call::allocate) ? nullptr : system(block, size);
 }
 
-void free(void* block) {
-  const bool waits = order != nullptr && order->inARow == quillmere::untilRelease;
-  if (waits && ::malloc_usable_size(block) >= quillmere::muchBytes) order->inARow = 0;
-  // What is given back before it is known to whom stays where it is.
-  if (systemsFree != nullptr) systemsFree(block);
+void* aligned_alloc(size_t alignment, size_t size) {
+  static const auto system = systems<decltype(aligned_alloc)>("aligned_alloc");
+  return fails(Call::allocate) ? nullptr : system(alignment, size);
 }
 
 }  // extern "C"

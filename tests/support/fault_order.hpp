@@ -12,6 +12,8 @@ enum class Call : int {
   /// Of any size, by any of the C functions for it, from the program's start on.
   allocate,
   connect,
+  /// How one that was still under way has ended: `getsockopt` works and tells of the error.
+  connectOutcome,
   /// Of anything but standard input.
   fileStatus,
   getSocketOption,
@@ -35,10 +37,6 @@ enum class Call : int {
 
 /// Where the injector finds the name of the file that holds a `FaultOrder`.
 inline constexpr auto faultOrderVariable = "QUILLMERE_FAULT_ORDER";
-
-/// For `inARow`: all of them, until the program gives back so much memory at a time.
-inline constexpr int untilRelease = 500'000;
-inline constexpr unsigned long muchBytes = 1'048'576;
 
 /// One fault. Zeros, as in a new file, order none.
 struct FaultOrder {

@@ -8,8 +8,8 @@
 #include <string_view>
 
 #include "harness/desktop_app.hpp"
-#include "harness/server_process.hpp"
 #include "harness/temporary_home.hpp"
+#include "peers/server_process.hpp"
 #include "support/json.hpp"
 
 namespace quillmere {
@@ -37,15 +37,22 @@ inline std::string serverInsideApp(const TemporaryHome& home, std::string_view i
   return contents / "MacOS/server";
 }
 
-/// A running server that has been shaken hands with, in a home of its own: the server, or another
-/// program, as it was built; or the server inside the app with the identifier.
+/// What `RunningServer::nextShort` gives for a call that succeeded, after the id; and the answer to
+/// a ping with the id "ping".
+inline const std::string succeeded = "Quillmere tool call succeeded.";
+inline const std::string pong = R"({"jsonrpc":"2.0","id":"ping","result":{}})";
+
+/// A running server in a home of its own, after the handshake: the server, or another program, as
+/// it was built; or the server inside the app with the identifier.
 struct RunningServer : testing::Test {
   TemporaryHome home;
   ServerProcess server;
 
   explicit RunningServer(std::string_view app = "", const char* program = QUILLMERE_SERVER)
-      : server(
-            {.program = app.empty() ? program : serverInsideApp(home, app), .home = home.path()}) {
+      : server({.program = app.empty() ? program : serverInsideApp(home, app)}) {}
+
+  void SetUp() override { shakeHands(); }
+  void shakeHands() {
     request("hello", "initialize");
     EXPECT_TRUE(server.receive());
   }

@@ -1,18 +1,36 @@
 #include "support/snapshot.hpp"
 
+#include <gtest/gtest.h>
+
+#include <cstdlib>
 #include <fstream>
 #include <iterator>
 
+#include "json/document.hpp"
+
 namespace quillmere {
 
-std::string snapshot(std::string_view name) {
-  std::ifstream file(QUILLMERE_SNAPSHOTS + std::string(name));
-  std::string text{std::istreambuf_iterator<char>(file), {}};
-  constexpr std::string_view version = "@PROJECT_VERSION@";
-  if (const auto at = text.find(version); at != std::string::npos) {
-    text.replace(at, version.size(), QUILLMERE_PROJECT_VERSION);
+void expectSnapshot(std::string_view name, const std::string& text) {
+  const std::string path = QUILLMERE_SNAPSHOTS + std::string(name);
+  if (std::getenv("QUILLMERE_WRITE_SNAPSHOTS") != nullptr) std::ofstream(path) << text;
+  std::ifstream file(path);
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), text) << "not as in " << name;
+}
+
+std::string toolLines(const JsonText& tools) {
+  std::string lines;
+  const auto document = parseJson(tools.str());
+  const JsonArray list = document->root().asArray().value();
+  for (const JsonValue tool : list) {
+    const JsonObject schema = tool.asObject()->findObject("inputSchema").value();
+    const JsonObject properties = schema.findObject("properties").value();
+    std::string head(tool.text());
+    lines += head.replace(head.find(properties.text()), properties.text().size(), "{}") + "\n";
+    for (const JsonMember property : properties) {
+      lines.append("  ").append(property.text()).append("\n");
+    }
   }
-  return text;
+  return lines;
 }
 
 }  // namespace quillmere

@@ -4,11 +4,16 @@
 #include <string>
 #include <string_view>
 
+#include "json/writer.hpp"
+
 namespace quillmere {
 
-/// The file `name` in tests/snapshots: JSON as `indentedJson` writes it, and a line feed. To be
-/// compared as text, of which GoogleTest shows the lines that differ. The project's version stands
-/// where the file says @PROJECT_VERSION@.
-[[nodiscard]] std::string snapshot(std::string_view name);
+/// Expects that `text` is the file `name` in tests/snapshots. When QUILLMERE_WRITE_SNAPSHOTS is set
+/// it writes the file first, for git to show the difference.
+void expectSnapshot(std::string_view name, const std::string& text);
+
+/// A list of tools: each is a line of JSON without its schema's properties, and below it a line for
+/// each property.
+[[nodiscard]] std::string toolLines(const JsonText& tools);
 
 }  // namespace quillmere

@@ -1,0 +1,47 @@
+// Waits with a time limit. Whoever plays the client or the app waits for the server all the time,
+// and must not wait forever when the server is broken.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <thread>
+
+namespace quillmere {
+
+/// How long to wait for anything: 30 seconds, many times what it takes. Once a wait has timed out,
+/// the server is broken: later waits get 2 seconds, so that a test run ends within a minute and
+/// still shows all that fails. Thread-safe.
+[[nodiscard]] std::chrono::seconds patience();
+
+/// What we waited for has not come in time. A test that throws this fails with its text.
+class TimedOut : public std::runtime_error {
+ public:
+  /// Makes all later waits short.
+  explicit TimedOut(const std::string& what);
+};
+
+/// Waits until `descriptor` can be read or written to, or its other side is closed. Throws
+/// `TimedOut`.
+void waitUntilReadable(int descriptor, const std::string& what);
+void waitUntilWritable(int descriptor, const std::string& what);
+
+/// Waits until `isTrue`, which is called every millisecond. Throws `TimedOut`.
+template <typename Condition>
+void waitUntil(const std::string& what, Condition isTrue) {
+  for (const auto latest = std::chrono::steady_clock::now() + patience(); !isTrue();) {
+    if (std::chrono::steady_clock::now() > latest) throw TimedOut(what);
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+}
+
+/// The same, but called whenever `changed` is notified, with `hold`'s lock held. Throws `TimedOut`.
+template <typename Condition>
+void waitUntil(const std::string& what, std::condition_variable& changed,
+               std::unique_lock<std::mutex>& hold, Condition isTrue) {
+  if (!changed.wait_for(hold, patience(), isTrue)) throw TimedOut(what);
+}
+
+}  // namespace quillmere

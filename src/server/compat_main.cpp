@@ -1,5 +1,0 @@
-#include "server/program.hpp"
-
-int main(int argumentCount, char** arguments) {
-  return quillmere::runProgram(argumentCount, arguments, quillmere::compatForm);
-}

@@ -1,0 +1,46 @@
+// Simulated desktop apps, each in a home of its own that ends with the test.
+import { spawn } from 'node:child_process';
+import { once } from 'node:events';
+import { mkdtempSync, rmSync } from 'node:fs';
+import { createInterface } from 'node:readline';
+import { test } from 'node:test';
+import { setTimeout as wait } from 'node:timers/promises';
+
+// Less after a first wait that timed out: then what is tested is broken, and the rest is to end soon too.
+let patience = 30;
+
+/** What `promise` brings, or after 30 seconds a failure that says what was waited for. */
+export function soon(what, promise, seconds = patience) {
+  const tooLate = wait(seconds * 1000, undefined, { ref: false }).then(() => {
+    patience = 2;
+    throw new Error(`timed out after ${seconds} seconds waiting for ${what}`);
+  });
+  return Promise.race([promise, tooLate]);
+}
+
+/** A test that ends, even when what it waits for never comes. Waits within it end before. */
+export function check(name, body) {
+  test(name, (t) => soon('the end of this test', body(t), patience + 1));
+}
+
+/** A folder for the server to take as home. Under /tmp, because a socket's path must be short. */
+export function makeHome(t) {
+  const home = mkdtempSync('/tmp/qm-js-');
+  t.after(() => rmSync(home, { recursive: true, force: true }));
+  return home;
+}
+
+/** Starts the simulated app and waits until it listens. Returns its home and its log, line by line. */
+export async function startSimulator(t, program, ...options) {
+  const home = makeHome(t);
+  const app = spawn(program, options, {
+    env: { HOME: home, CFFIXED_USER_HOME: home },
+    stdio: ['ignore', 'pipe', 'pipe'],
+  });
+  const ended = once(app, 'exit');
+  t.after(() => app.kill() && ended);
+  const log = createInterface(app.stderr)[Symbol.asyncIterator]();
+  const { done } = await soon('the simulator', app.stdout[Symbol.asyncIterator]().next());
+  if (done) throw new Error(`The simulator did not start: ${(await log.next()).value}`);
+  return { home, nextLine: async () => (await soon("the simulator's log", log.next())).value };
+}
