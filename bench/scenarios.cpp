@@ -63,6 +63,7 @@ double roundTripAfterPause(const Scenario& scenario, Contender& contender, Budge
   }
   std::this_thread::sleep_for(std::chrono::seconds(3));
   std::vector<double> samples;
+  samples.reserve(sessions.size());
   for (const auto& session : sessions) {
     samples.push_back(in(scenario, roundTrip(*session, scenario.message)));
   }

@@ -36,6 +36,7 @@ Channel makeChannel(ChildStreams kind) {
 /// as SIGHUP under nohup, would be ignored by it too. Throws `std::system_error`.
 pid_t startProgram(std::vector<std::string> arguments, int input, int output) {
   std::vector<char*> pointers;
+  pointers.reserve(arguments.size() + 1);
   for (std::string& argument : arguments) pointers.push_back(argument.data());
   pointers.push_back(nullptr);
 

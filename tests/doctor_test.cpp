@@ -21,6 +21,7 @@ namespace {
 std::function<void()> afterConnect;
 }
 /// Stands in for the system's function within this program: what happens at once after a connect.
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name): glibc's have underscores
 extern "C" int connect(int socket, const sockaddr* address, socklen_t size) {
   const auto result = static_cast<int>(::syscall(SYS_connect, socket, address, size));
   if (afterConnect) afterConnect();
