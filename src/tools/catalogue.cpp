@@ -519,7 +519,7 @@ JsonText merged(const Tool& tool) {
 
 JsonText visibleTools() {
   // Never destroyed: the text is sent as it is from the second request on.
-  static const auto& text = *new auto(std::make_shared<const std::string>([] {
+  static const auto& list = *new auto(std::make_shared<const std::string>([] {
     JsonText entries = JsonText::array();
     for (const Tool& tool : tools) {
       if (isHidden(tool)) continue;
@@ -530,7 +530,7 @@ JsonText visibleTools() {
     }
     return entries.str();
   }()));
-  return JsonText::ofJson(text);
+  return JsonText::ofJson(list);
 }
 
 }  // namespace quillmere
