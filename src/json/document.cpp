@@ -1,6 +1,6 @@
 // The parser reports events and builds no tree; each event becomes a token. It reports plain
-// strings and numbers as views of the text. Every other token is found by a cursor, which skips
-// blanks, commas and colons from the end of the token before.
+// strings and numbers as views of the text. A cursor finds every other token: it starts at the end
+// of the previous one and skips blanks, commas and colons.
 #include "json/document.hpp"
 
 #include <algorithm>
@@ -21,7 +21,7 @@ using Token = JsonDocument::Token;
 /// Turns the parser's events into tokens. The names of its functions and limits are the parser's.
 class TokenList {
  public:
-  // The one limit is that on the whole text.
+  // The only limit is the one on the whole text.
   static constexpr std::size_t max_object_size = static_cast<std::size_t>(-1);
   static constexpr std::size_t max_array_size = static_cast<std::size_t>(-1);
   static constexpr std::size_t max_key_size = static_cast<std::size_t>(-1);
@@ -31,8 +31,8 @@ class TokenList {
   using View = boost::json::string_view;
 
   void start(std::string_view wholeText) {
-    // Small texts have a token for each ten bytes or so; for large ones the list grows, since most
-    // of them are a single long string.
+    // Small texts have about one token per ten bytes. Most large ones are a single long string, so
+    // their list starts small and grows if it must.
     static_cast<void>(tokens.room(std::min<std::size_t>(wholeText.size() / 8, 2'048) + 16));
     text = wholeText;
   }
@@ -76,7 +76,7 @@ class TokenList {
   bool on_comment(View, Error&) { return true; }
 
  private:
-  /// Goes to the first byte of the next value, or to the bracket that ends an array or object.
+  /// Moves to the first byte of the next value, or to the bracket that ends an array or object.
   void skipToNext() {
     for (;; ++cursor) {
       const char c = text[cursor];
@@ -119,7 +119,7 @@ class TokenList {
 
   bool begin(Kind kind) {
     add(kind, 1);
-    // Until its end is known, its number is the token of the value around it.
+    // Until we know its end, its number is the token of the enclosing value.
     const auto place = static_cast<std::uint32_t>(tokens.size() - 1);
     tokens[place] = Token(kind, tokens[place].offset(), std::exchange(innermost, place));
     return true;
@@ -146,18 +146,17 @@ class TokenList {
   std::uint32_t innermost = 0;
 };
 
-/// Writes each escaped slash as a slash. The desktop app's writer
-/// escapes all of them, and a screenshot in base64 is full of them; without escapes it is a plain
-/// string. Done before parsing, while no token refers to an offset. It does not look whether a
-/// backslash is in a string: outside of strings neither form is valid, so this makes no text
-/// valid that was not.
+/// Writes each escaped slash as a slash. The desktop app's writer escapes all of them, and a
+/// screenshot in base64 is full of them; without escapes it is a plain string. This runs before
+/// parsing, while no token refers to an offset. It does not check whether a backslash is inside a
+/// string: outside strings neither form is valid, so no invalid text becomes valid.
 void unescapeSlashes(Bytes& bytes) {
   std::string_view left = viewOf(bytes);
   char* to = bytes.data();
   bool found = false;
   for (;;) {
     const std::size_t plain = std::min(left.find('\\'), left.size());
-    // Until the first one everything is in its place already.
+    // Up to the first one everything is already in its place.
     if (found) std::memmove(to, left.data(), plain);
     to += plain;
     left.remove_prefix(plain);
@@ -174,8 +173,8 @@ void unescapeSlashes(Bytes& bytes) {
   bytes.shrink(static_cast<std::size_t>(to - bytes.data()));
 }
 
-/// Takes out the white space between tokens, from the left to the right: a token only ever moves to
-/// the left, over bytes that have been moved already.
+/// Removes the white space between tokens, from left to right: a token only ever moves left, over
+/// bytes that have already been moved.
 void compact(Bytes& text, Buffer<Token>& tokens) {
   std::size_t from = 0;
   std::size_t to = 0;
@@ -198,7 +197,7 @@ void compact(Bytes& text, Buffer<Token>& tokens) {
 boost::json::parse_options limits() {
   boost::json::parse_options options;
   options.max_depth = maxJsonDepth;
-  // The bytes are checked before, many at a time; the parser would do it one by one.
+  // We have checked the bytes already, many at a time; the parser would check them one by one.
   options.allow_invalid_utf8 = true;
   return options;
 }

@@ -1,4 +1,4 @@
-// A JSON text that came in, read once, in place.
+// An incoming JSON text, read once and in place.
 #pragma once
 
 #include <cstddef>
@@ -12,11 +12,11 @@
 
 namespace quillmere {
 
-/// Deepest nesting of arrays and objects that is read; a text nested deeper is a parse failure, so
-/// that no text can exhaust a stack.
+/// Deepest accepted nesting of arrays and objects. A deeper text fails to parse, so no text can
+/// exhaust a stack.
 inline constexpr std::size_t maxJsonDepth = 512;
 
-/// Longest text that is read, in bytes: the largest offset that a token has room for.
+/// Longest accepted text, in bytes: the largest offset that fits into a token.
 inline constexpr unsigned offsetBits = 28;
 inline constexpr std::size_t maxJsonBytes = (1U << offsetBits) - 1;
 
@@ -68,18 +68,18 @@ class JsonDocument : public std::enable_shared_from_this<JsonDocument> {
       return kind() == Kind::array || kind() == Kind::object;
     }
 
-    /// How long the value's text is, in bytes; not of an array or object.
+    /// Length of the value's text in bytes; not for arrays and objects.
     [[nodiscard]] std::size_t length() const { return number; }
-    /// Of an array or object, the index of the token after its end.
+    /// For an array or object: index of the token after its end.
     [[nodiscard]] std::uint32_t next() const { return number; }
-    /// Of an end, how many elements or members are before it.
+    /// For an end: number of elements or members before it.
     [[nodiscard]] std::uint32_t count() const { return number; }
 
     /// The same token at another place in the text.
     [[nodiscard]] Token movedTo(std::size_t offset) const { return {kind(), offset, number}; }
 
    private:
-    /// One of the three, by the kind of the token.
+    /// One of the three above, depending on the kind.
     std::uint32_t number;
     std::uint32_t place;
   };
@@ -97,7 +97,7 @@ class JsonDocument : public std::enable_shared_from_this<JsonDocument> {
   /// The value at the top: an array or an object.
   [[nodiscard]] JsonValue root() const { return {*this, 0}; }
 
-  /// The object at the top, or one without members if an array is there.
+  /// The object at the top, or one without members if there is an array instead.
   [[nodiscard]] JsonObject object() const { return root().asObject().value_or(JsonObject()); }
 
   [[nodiscard]] const Token& tokenAt(std::uint32_t token) const { return tokens[token]; }
@@ -123,13 +123,13 @@ class JsonDocument : public std::enable_shared_from_this<JsonDocument> {
   const Buffer<Token> tokens;
 };
 
-/// Reads one UTF-8 JSON text, strictly by RFC 8259: nothing after it but blanks, no lone
-/// surrogates, no byte order mark. Only an object or an array is accepted at the top, and exponents
-/// beyond 31 bits are refused.
+/// Parses one UTF-8 JSON text, strictly by RFC 8259: only white space may follow it, and lone
+/// surrogates and byte order marks are refused. The top must be an object or an array, and
+/// exponents must fit 31 bits.
 ///
 /// The document is compact: white space between tokens is removed, and an escaped slash becomes a
 /// slash. All other bytes stay as they came, numbers and escapes included. So every value can be
-/// sent as it is. Pure. Throws `JsonError`, of the kind `notUtf8` for any text that is not UTF-8.
+/// sent unchanged. Pure. Throws `JsonError`, of the kind `notUtf8` for any text that is not UTF-8.
 [[nodiscard]] std::shared_ptr<const JsonDocument> parseJson(Bytes text);
 [[nodiscard]] std::shared_ptr<const JsonDocument> parseJson(std::string_view text);
 

@@ -1,5 +1,5 @@
-// What is asked of a value is answered from its token and, if need be, from the text: nothing is
-// unfolded beforehand, since most of what comes in is passed on without a look.
+// A view reads its value from the token and, if needed, from the text. Nothing is decoded in
+// advance, since we pass most values on without looking at them.
 #include "json/value.hpp"
 
 #include <algorithm>
@@ -63,8 +63,8 @@ char32_t hexadecimal(std::string_view text) {
   return value;
 }
 
-/// The characters of a string, of which `text` is what is between its quotes. The parser has
-/// checked the escapes.
+/// The characters of the string that has `text` between its quotes. The parser has already checked
+/// the escapes.
 std::string decodedString(std::string_view text) {
   std::string decoded;
   decoded.reserve(text.size());
@@ -103,7 +103,7 @@ bool mayHaveMoreCharactersThan(std::string_view raw, std::size_t count) {
   std::size_t most = raw.size();
   std::size_t at = 0;
   while (most > count && (at = raw.find('\\', at)) != std::string_view::npos) {
-    // Escapes often follow each other, and then there is nothing to search.
+    // Escapes often come in runs, where there is nothing to search for.
     while (most > count && at < raw.size() && raw[at] == '\\') {
       const std::size_t length = raw[at + 1] == 'u' ? 6 : 2;
       at += length;
@@ -113,15 +113,15 @@ bool mayHaveMoreCharactersThan(std::string_view raw, std::size_t count) {
   return most > count;
 }
 
-/// Whether the string at a token is `text`, without copying it unless it has escapes.
+/// Whether the string at a token is `text`. Copies it only if it has escapes.
 bool isStringOf(const JsonDocument& document, std::uint32_t token, std::string_view text) {
   constexpr std::size_t quotes = 2;
   if (document.tokenAt(token).kind() == Kind::plainString) {
     return document.tokenAt(token).length() == text.size() + quotes &&
            document.textOf(token).substr(1, text.size()) == text;
   }
-  // Decoding makes a string shorter, but not below a sixth of its length. So the length, and what
-  // is before the first escape, rule out most strings, and only the others are decoded.
+  // Decoding makes a string shorter, but not below a sixth of its length. So the length and the
+  // part before the first escape rule out most strings, and we decode only the rest.
   constexpr std::size_t longestEscape = 6;
   const std::string_view raw =
       document.textOf(token).substr(1, document.tokenAt(token).length() - quotes);
@@ -151,14 +151,14 @@ bool JsonString::hasMoreCharactersThan(std::size_t count) const {
 }
 
 double JsonNumber::value() const {
-  // Not `from_chars`, which gives no infinity for what is too large. The program sets no locale, so
-  // the decimal point is a point.
+  // Not `from_chars`, which does not return infinity for a number that is too large. The program
+  // sets no locale, so the decimal separator is a point.
   return std::strtod(std::string(digits).c_str(), nullptr);
 }
 
 std::optional<std::int64_t> JsonNumber::integer() const {
-  // A 64-bit integer has at most 19 digits. Larger exponents are refused before their zeros are
-  // written out.
+  // A 64-bit integer has at most 19 digits. We refuse larger exponents before writing out their
+  // zeros.
   constexpr std::int64_t mostDigits = 19;
   const Decimal decimal = takeApart(digits);
   if (decimal.digits.empty()) return 0;
@@ -258,7 +258,7 @@ JsonIterator<JsonMember> JsonObject::end() const {
 std::optional<JsonValue> JsonObject::find(std::string_view key) const {
   std::uint32_t found = 0;
   const std::uint32_t last = document->next(token) - 1;
-  // To the end, since of equal keys the last counts.
+  // Search to the end: among equal keys the last one counts.
   for (std::uint32_t member = token + 1; member != last; member = document->next(member + 1)) {
     if (isStringOf(*document, member, key)) found = member + 1;
   }
@@ -270,11 +270,12 @@ std::vector<JsonMember> JsonObject::distinctMembers() const {
   const auto isLast = [this](const JsonMember& member) {
     return find(member.key().view())->place() == member.value().place();
   };
-  // Looking up each of a few is faster than filing them, and as a rule none is repeated.
+  // With few members, looking up each key is faster than building an index, and keys are rarely
+  // repeated.
   constexpr std::size_t fewMembers = 16;
   if (members.size() <= fewMembers && std::ranges::all_of(members, isLast)) return members;
 
-  // In order, not hashed: whoever sends the text could choose keys that all have one hash.
+  // A sorted map, not a hash table: a sender could choose keys that all have the same hash.
   std::map<std::string, std::size_t, std::less<>> places;
   std::vector<JsonMember> distinct;
   for (const JsonMember& member : members) {

@@ -17,8 +17,8 @@ class JsonArray;
 class JsonDocument;
 class JsonObject;
 
-/// The characters of a JSON string: a view of the document, or a text of its own where there are
-/// escapes to decode. One thread at a time.
+/// The characters of a JSON string: a view of the document, or a copy if there are escapes to
+/// decode. One thread at a time.
 class JsonString {
  public:
   /// `rawBytes` are the bytes of a document between the quotes of a string.
@@ -30,8 +30,8 @@ class JsonString {
   [[nodiscard]] std::string_view view() const;
   [[nodiscard]] bool operator==(std::string_view other) const { return view() == other; }
 
-  /// Whether there are more, or fewer, user-perceived characters than `count`. As a rule this
-  /// decodes nothing. Throws `std::bad_alloc`.
+  /// Whether there are more, or fewer, user-perceived characters than `count`. This rarely has to
+  /// decode anything. Throws `std::bad_alloc`.
   [[nodiscard]] bool hasMoreCharactersThan(std::size_t count) const;
   [[nodiscard]] bool hasFewerCharactersThan(std::size_t count) const {
     return count > 0 && !hasMoreCharactersThan(count - 1);
@@ -75,7 +75,7 @@ class JsonValue {
   [[nodiscard]] bool isNull() const;
   [[nodiscard]] bool isString() const;
 
-  /// The value as the type asked for, or nothing when it is of another one.
+  /// The value as the requested type, or nothing if it has another type.
   [[nodiscard]] std::optional<bool> asBoolean() const;
   [[nodiscard]] std::optional<JsonNumber> asNumber() const;
   [[nodiscard]] std::optional<JsonString> asString() const;
@@ -148,7 +148,7 @@ class JsonArray : private JsonValue {
   using JsonValue::text;
 };
 
-/// The members of an object. Of a repeated key the last value counts wherever one is looked up.
+/// The members of an object. If a key is repeated, a lookup finds its last value.
 class JsonObject : private JsonValue {
  public:
   explicit JsonObject(JsonValue object) : JsonValue(object) {}
@@ -159,7 +159,7 @@ class JsonObject : private JsonValue {
   [[nodiscard]] std::optional<JsonValue> find(std::string_view key) const;
   [[nodiscard]] bool contains(std::string_view key) const { return find(key).has_value(); }
 
-  /// The value under `key` when it is there and has the type asked for, or nothing.
+  /// The value under `key`, or nothing if it is missing or has another type.
   [[nodiscard]] std::optional<JsonString> findString(std::string_view key) const {
     return findAs(key, &JsonValue::asString);
   }
@@ -178,11 +178,11 @@ class JsonObject : private JsonValue {
 
   [[nodiscard]] bool empty() const { return begin() == end(); }
 
-  /// The members as they came, repeated keys and all.
+  /// All members as they came, repeated keys included.
   [[nodiscard]] JsonIterator<JsonMember> begin() const { return {*document, token + 1}; }
   [[nodiscard]] JsonIterator<JsonMember> end() const;
 
-  /// The members that count: of a repeated key the last one, in the place of the first. As good as
+  /// The members that count: for a repeated key its last member, in the place of its first. Nearly
   /// linear in the number of members, whatever their keys.
   [[nodiscard]] std::vector<JsonMember> distinctMembers() const;
 

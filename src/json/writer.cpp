@@ -1,6 +1,6 @@
-// A text is a string and a list of runs. A run is a part of the text that is somewhere else, in a
-// document or in a text of ours; its place is a position in the string. So a text that is added to
-// another one takes its runs along, and no byte of a long run is touched until it is written.
+// A text is a string and a list of runs. A run is a part of the text that lies elsewhere, in a
+// document or in a text of ours; its place is a position in the string. A text that is added to
+// another one brings its runs along, so no byte of a long run is touched until it is written.
 #include "json/writer.hpp"
 
 #include <algorithm>
@@ -13,8 +13,8 @@ namespace quillmere {
 
 namespace {
 
-/// From this length on, what stays where it is costs less than a copy of it. Shorter pieces would
-/// also make more of them than one system call takes.
+/// From this length on, a reference costs less than a copy. Referring to shorter pieces would also
+/// produce more of them than one system call takes.
 constexpr std::size_t longBytes = 16'384;
 
 /// 0 for a character that needs no escape (RFC 8259, section 7), else 1.
@@ -23,7 +23,7 @@ constexpr unsigned needsEscape(char c) {
 }
 
 /// How many bytes at the start need no escape. Blocks first: the compiler turns the inner loop into
-/// vector code. Bytes are or-ed together, because g++ 12 does not see it in a `bool`.
+/// vector code. We OR bytes, because g++ 12 does not vectorise the loop with a `bool`.
 std::size_t plainRun(std::string_view text) {
   constexpr std::size_t block = 32;
   std::size_t at = 0;
@@ -52,9 +52,9 @@ void appendEscape(std::string& text, char c) {
   }
 }
 
-/// Adds JSON text to a string that holds it. Quotes and backslashes need an escape, and the text
-/// has no control characters. Every few bytes are a quote, so the loop has no branch that depends
-/// on them.
+/// Appends `json` as part of the content of a JSON string. It has no control characters, so only
+/// quotes and backslashes need an escape. Every few bytes there is a quote, so the loop does not
+/// branch on the bytes.
 void appendQuoted(std::string& text, std::string_view json) {
   std::array<char, 8'192> block;
   while (!json.empty()) {
@@ -70,8 +70,8 @@ void appendQuoted(std::string& text, std::string_view json) {
   }
 }
 
-/// Adds a value that is no array or object. A string is written anew, with no escape that it does
-/// not need: whoever reads the text sees the characters.
+/// Appends a value that is neither an array nor an object. A string is rewritten with only the
+/// escapes it needs, so that a reader of the text sees its characters.
 void appendScalar(std::string& text, const JsonValue& value) {
   const bool hasEscapes = value.isString() && value.text().find('\\') != std::string_view::npos;
   text += hasEscapes ? JsonText(*value.asString()).str() : std::string(value.text());
@@ -117,8 +117,8 @@ void appendIndented(std::string& text, const JsonValue& value, std::size_t depth
 
 }  // namespace
 
-// A text is valid JSON at any time: an object or an array has its closing bracket, which is taken
-// off and put on again with each member or element.
+// A text is always valid JSON: an object or array keeps its closing bracket, and adding a member or
+// element removes the bracket and puts it back.
 
 JsonText::JsonText(std::nullptr_t) : copied("null") {}
 
@@ -163,7 +163,7 @@ JsonText JsonText::ofJson(const std::shared_ptr<const std::string>& json) {
 
 JsonText JsonText::quoted(const JsonValue& value, std::span<const Replacement> replaced) {
   std::string_view left = value.text();
-  // One string from the start: a large text would else be copied each time it grows. About every
+  // Reserve it all at once: a large text would otherwise be copied each time it grows. About every
   // fifth byte of JSON is a quote.
   std::string text;
   text.reserve(left.size() + left.size() / 4 + 2);
@@ -234,8 +234,7 @@ std::string JsonText::str() const {
 
 void JsonText::open(char bracket) {
   copied.pop_back();
-  // A bracket that is followed by a run is not the last byte of the text, although it is the last
-  // one of the string.
+  // A bracket that a run follows is the last byte of the string, but not of the text.
   const bool endsWithRun = !runs.empty() && runs.back().at == copied.size();
   if (endsWithRun || copied.back() != bracket) copied += ',';
 }
@@ -250,7 +249,7 @@ void JsonText::append(std::string_view json, std::shared_ptr<const void> holder)
 
 void JsonText::shareCopied() {
   if (copied.size() < longBytes) return;
-  // From now on a copy of the text, and each text that it is added to, refers to these bytes.
+  // From now on, copies of this text and texts that it is added to refer to these bytes.
   const auto whole = std::make_shared<const std::string>(std::move(copied));
   copied.clear();
   append(*whole, whole);

@@ -1,4 +1,4 @@
-// JSON text out: the one way in which messages are put together.
+// JSON output: the only way we build messages.
 #pragma once
 
 #include <concepts>
@@ -18,12 +18,12 @@ namespace quillmere {
 
 struct JsonField;
 
-/// One JSON value as text, to be written to a client or to the desktop app. What is short is copied
-/// into it. What is long stays where it is, in a document or in a text of ours: this one refers to
-/// it, and shares the owner until it is gone itself. Without white space, members in the order in
+/// One JSON value as text, to be written to a client or to the desktop app. Short parts are copied
+/// into it. Long ones stay where they are, in a document or in a text of ours: this text refers to
+/// them and shares their ownership. It has no white space, and its members are in the order in
 /// which they were added. `/` and characters outside ASCII are never escaped.
 ///
-/// Strings of ours must be UTF-8; everything that takes one throws `JsonError` when it is not.
+/// Strings of ours must be UTF-8; every function that takes one throws `JsonError` if it is not.
 class JsonText {
  public:
   JsonText(std::nullptr_t = nullptr);
@@ -41,7 +41,7 @@ class JsonText {
   /// An object. Keys must differ.
   JsonText(std::initializer_list<JsonField> fields);
 
-  /// Without members, or without elements.
+  /// An object without members, or an array without elements.
   [[nodiscard]] static JsonText object();
   [[nodiscard]] static JsonText array();
   /// An array of what is in `elements`, each of which must convert to a `JsonText`.
@@ -52,29 +52,29 @@ class JsonText {
     return text;
   }
 
-  /// `json`, which must be a JSON text, as it is: copied, or shared.
+  /// `json` unchanged, which must be a JSON text: copied, or shared.
   [[nodiscard]] static JsonText ofJson(std::string_view json);
   [[nodiscard]] static JsonText ofJson(const std::shared_ptr<const std::string>& json);
 
   struct Replacement;
-  /// The JSON text of `value`, itself written as a JSON string. Each string in `replaced`, which
-  /// are some of those in `value` in their order, is written as its replacement.
+  /// The JSON text of `value`, itself written as a JSON string. `replaced` names strings inside
+  /// `value`, in their order there; each is written as its replacement.
   [[nodiscard]] static JsonText quoted(const JsonValue& value,
                                        std::span<const Replacement> replaced = {});
 
-  /// Adds a member to an object that was made here and has none under this key.
+  /// Adds a member to an object that was built here and has none under this key.
   void set(std::string_view key, JsonText value);
 
-  /// Adds the members of `object` that count, with the bytes that came, except those under the
+  /// Adds those members of `object` that count, with their original bytes, except those under the
   /// keys in `except`.
   void setMembersOf(const JsonObject& object, std::span<const std::string_view> except = {});
 
-  /// Adds an element to an array that was made here.
+  /// Adds an element to an array that was built here.
   void add(JsonText element);
 
   /// In bytes.
   [[nodiscard]] std::size_t size() const;
-  /// The text, to be written one piece after the other. Views into this and what it refers to.
+  /// The text, to be written piece by piece. Views into this and what it refers to.
   [[nodiscard]] std::vector<std::string_view> pieces() const&;
   std::vector<std::string_view> pieces() const&& = delete;
   /// The text as a whole, copied.
@@ -89,13 +89,13 @@ class JsonText {
     std::shared_ptr<const void> holder;
   };
 
-  /// Takes the closing bracket off and adds the comma, if one is needed, before what comes next.
+  /// Removes the closing bracket and adds a comma if the next member or element needs one.
   void open(char bracket);
   void append(std::string_view json, std::shared_ptr<const void> holder);
   void append(JsonText value);
   void appendString(std::string_view string);
-  /// Makes a run of what is copied if it is long, so that it is not copied again by the texts that
-  /// it is added to.
+  /// Turns the copied text into a run if it is long, so that texts it is added to do not copy it
+  /// again.
   void shareCopied();
 
   std::string copied;
@@ -107,15 +107,15 @@ struct JsonText::Replacement {
   std::string by;
 };
 
-/// A member of a text that is being made.
+/// A member of an object that is being built.
 struct JsonField {
   std::string_view key;
-  /// Moved from when the text is made, although elements of an initializer list are constant.
+  /// We move it into the text, although elements of an initializer list are constant.
   mutable JsonText value;
 };
 
-/// The value as JSON text for a human reader: one member a line, two blanks a level, keys sorted by
-/// their bytes and each once. Throws `std::bad_alloc`.
+/// The value as JSON text for a human reader: one member per line, two spaces per level, keys
+/// sorted by their bytes and each once. Throws `std::bad_alloc`.
 [[nodiscard]] std::string indentedJson(const JsonValue& value);
 
 }  // namespace quillmere

@@ -1,6 +1,6 @@
 // A binary list is a header, the objects, a table of the objects' places, and a trailer that says
 // where the table is and which object is the top. Objects refer to each other by their number in
-// the table, so the one string that is wanted is found without a look at any other object.
+// the table, so we find the one string we want without looking at any other object.
 #include <utf8proc.h>
 
 #include <array>
@@ -25,12 +25,12 @@ struct Item {
   std::size_t contentAt = 0;
 };
 
-/// Reads the objects where they are. To unfold them into a tree would not do: objects may be
-/// referred to many times, and so 200 bytes can describe a tree that fits no memory.
+/// Reads the objects where they are. We must not unfold them into a tree: objects may be referred
+/// to many times, so 200 bytes can describe a tree that fits no memory.
 class Reader {
  public:
   explicit Reader(std::string_view all) : data(all) {
-    // The trailer's first six bytes say nothing that a reader needs.
+    // A reader needs nothing from the trailer's first six bytes.
     const std::size_t trailer = data.size() - trailerBytes;
     offsetBytes = number(trailer + 6, 1).value_or(0);
     referenceBytes = number(trailer + 7, 1).value_or(0);
@@ -44,9 +44,9 @@ class Reader {
     if (!list || list->kind != dictionary) return std::nullopt;
     for (std::size_t i = 0; i < list->count; ++i) {
       const auto name = member(*list, i);
-      // A list in which a key refers to nothing is broken, and its other keys are not looked at.
+      // A list in which a key refers to nothing is broken, so we do not look at its other keys.
       if (!name) return std::nullopt;
-      // The key that is looked for is ASCII, which writers store as such.
+      // The key we look for is ASCII, which writers store as such.
       if (name->kind != asciiString || bytesOf(*name) != key) continue;
       // A dictionary refers to all its keys first, and then to all its values.
       const auto value = member(*list, list->count + i);
@@ -90,7 +90,7 @@ class Reader {
       found.count = *count;
       found.contentAt += 1 + width;
     }
-    // Each element takes a byte at least, and sums with a count like this can't overflow.
+    // Each element takes at least one byte, and sums with such a count can't overflow.
     if (found.count > data.size()) return std::nullopt;
     return found;
   }
@@ -121,7 +121,7 @@ class Reader {
         point = 0x10000 + ((point - 0xD800) << 10) + (low - 0xDC00);
         at += bytesPerUtf16Unit;
       }
-      // A lone surrogate comes out as bytes that are no UTF-8.
+      // A lone surrogate comes out as bytes that are not UTF-8.
       std::array<utf8proc_uint8_t, 4> encoded{};
       const auto length = utf8proc_encode_char(point, encoded.data());
       text.append(reinterpret_cast<const char*>(encoded.data()), static_cast<std::size_t>(length));

@@ -13,8 +13,8 @@
 namespace quillmere {
 
 /// A growing array of plain values. Unlike a `std::vector` it never writes to memory before its
-/// owner does, so that room for a large text costs nothing until the text comes, and grows without
-/// being copied where the system can move pages. One thread at a time.
+/// owner does, so that room for a large text costs nothing until the text comes. One thread at a
+/// time.
 template <typename Value>
 class Buffer {
   static_assert(std::is_trivially_copyable_v<Value>);
@@ -40,7 +40,7 @@ class Buffer {
   const Value& operator[](std::size_t index) const { return data()[index]; }
 
   /// Makes room for at least `more` values after the present ones and returns where they belong;
-  /// `grow` then says how many were put there. Pointers from before are void. Throws
+  /// `grow` then says how many were put there. Invalidates pointers into the buffer. Throws
   /// `std::bad_alloc`, with nothing changed.
   [[nodiscard]] Value* room(std::size_t more) {
     reserve(count + more);
@@ -60,8 +60,8 @@ class Buffer {
  private:
   void reserve(std::size_t size) {
     if (size * sizeof(Value) <= block.bytes) return;
-    // The first time just what is asked for; from then on half as much again, so that adding one by
-    // one stays linear.
+    // The first time exactly what is asked for; after that half as much again, so that adding
+    // values one by one stays linear.
     resizeBlock(block, std::max(size, count + count / 2) * sizeof(Value));
   }
 
@@ -69,7 +69,7 @@ class Buffer {
   std::size_t count = 0;
 };
 
-/// Bytes as they came, such as one message or one answer.
+/// Bytes as they came, such as one message or one app response.
 using Bytes = Buffer<char>;
 
 /// The bytes as text. Valid until they change.

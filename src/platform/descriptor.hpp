@@ -13,7 +13,7 @@ class Descriptor {
  public:
   /// Owns nothing.
   Descriptor() = default;
-  /// Takes over `number`; a negative one is nothing.
+  /// Takes ownership of `number`; a negative one means nothing.
   explicit Descriptor(int number) : held(number) {}
   Descriptor(Descriptor&& other) noexcept : held(std::exchange(other.held, none)) {}
   Descriptor& operator=(Descriptor&& other) noexcept {
@@ -23,11 +23,13 @@ class Descriptor {
   Descriptor(const Descriptor&) = delete;
   Descriptor& operator=(const Descriptor&) = delete;
   ~Descriptor() {
-    // Not repeated after EINTR: Linux has freed the number by then, and another thread may own it.
+    // We do not retry after EINTR: Linux has freed the number by then, and another thread may own
+    // it.
     if (held >= 0) ::close(held);
   }
 
-  /// The number, for system calls only; it stays owned here. Negative when nothing is owned.
+  /// The number, for system calls only; this object keeps owning it. Negative when nothing is
+  /// owned.
   [[nodiscard]] int number() const { return held; }
   [[nodiscard]] bool isOpen() const { return held >= 0; }
 

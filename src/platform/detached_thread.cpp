@@ -1,4 +1,4 @@
-// By hand, because a `std::thread` has the default stack of 8 MiB and can't be given another.
+// Uses pthreads directly, because a `std::thread` always has the default stack of 8 MiB.
 #include "platform/detached_thread.hpp"
 
 #include <pthread.h>
@@ -30,7 +30,7 @@ bool startDetachedThread(std::size_t stackBytes, std::function<void()> task) {
   pthread_attr_setstacksize(&attributes, stackBytes);
   pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
 #ifdef __APPLE__
-  // A person waits for what the client's model does next.
+  // A person is waiting for the client's model to go on.
   pthread_attr_set_qos_class_np(&attributes, QOS_CLASS_USER_INITIATED, 0);
 #endif
   pthread_t thread{};

@@ -1,5 +1,5 @@
-// An app is chosen by what is found here. So "it is not there" and "there was no descriptor left to
-// look" must never be confused: only the first may lead to the next app.
+// What we find here decides which app we use. So we must never confuse "it is not there" with
+// "there was no descriptor left to look": only the first may lead to the next app.
 #include "platform/file_system.hpp"
 
 #include <fcntl.h>
@@ -22,8 +22,8 @@ namespace quillmere {
 
 namespace {
 
-/// Throws `std::system_error` if `error`, an error number, means that a resource is missing. Those
-/// that say what is at the path, and 0, pass.
+/// Throws `std::system_error` if `error`, an error number, means that a resource is missing.
+/// Ignores 0 and errors that say what is at the path.
 void throwIfResourceMissing(int error) {
   for (const int want : {EMFILE, ENFILE, ENOMEM, EIO, EINTR}) {
     if (error == want) throw std::system_error(error, std::generic_category());
@@ -35,12 +35,12 @@ void throwIfResourceMissing(int error) {
 #ifndef __APPLE__
 namespace {
 
-/// The user's password entry, with its texts in `text`; null when there is none.
+/// The user's password entry, with its strings in `text`; null when there is none.
 passwd* passwordEntry(passwd& entry, std::span<char> text) {
   passwd* found = nullptr;
 #ifdef QUILLMERE_STATIC
-  // The C library would load modules of the system's own, which fit only the C library they were
-  // built with. A program that brings its own reads the file.
+  // The C library would load the system's modules, which work only with the C library they were
+  // built for. A static program brings its own, so it reads the file.
   const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen("/etc/passwd", "re"), std::fclose);
   if (file == nullptr) {
     throwIfResourceMissing(errno);
@@ -61,7 +61,7 @@ passwd* passwordEntry(passwd& entry, std::span<char> text) {
 }  // namespace
 
 std::string homeDirectory() {
-  // A relative home would be another one in each current directory.
+  // A relative home would change with the current directory.
   const char* home = std::getenv("HOME");
   if (home != nullptr && home[0] == '/') return home;
 
@@ -101,14 +101,14 @@ PathKind kindOfPath(const std::string& path) {
     return PathKind::nothing;
   }
   if (S_ISSOCK(status.st_mode)) return PathKind::socket;
-  // A link is asked for what it leads to, which `access` looks at, and `lstat` does not.
+  // For a link we check its target: `access` follows links, `lstat` does not.
   if (!S_ISLNK(status.st_mode) || ::access(path.c_str(), F_OK) == 0) return PathKind::somethingElse;
   throwIfResourceMissing(errno);
   return PathKind::nothing;
 }
 
 std::optional<std::string> readFile(const std::string& path, std::size_t maxBytes) {
-  // To open a pipe would wait for its writer, and to open a terminal could make it ours.
+  // Opening a pipe would otherwise wait for its writer, and opening a terminal could make it ours.
   const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
   struct stat status {};
   if (!file.isOpen() || ::fstat(file.number(), &status) != 0) {
@@ -127,7 +127,7 @@ std::optional<std::string> readFile(const std::string& path, std::size_t maxByte
       throwIfResourceMissing(errno);
       return std::nullopt;
     }
-    // It has become shorter since it was looked at.
+    // The file has become shorter since `fstat`.
     if (count == 0) break;
     have += static_cast<std::size_t>(count);
   }

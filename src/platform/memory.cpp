@@ -1,6 +1,6 @@
-// The first touch of a page costs more than a microsecond, for a screenshot as much as all else
-// that is done with it; the first touch of 2 MiB at once costs hardly more. So large blocks are
-// made of such pages, and go back to the system as soon as they are released.
+// The first touch of a page costs more than a microsecond. For a screenshot that adds up to as much
+// as everything else we do with it. The first touch of a page of 2 MiB costs hardly more, so large
+// blocks are made of such pages, and go back to the system as soon as they are released.
 #include "platform/memory.hpp"
 
 #include <sys/mman.h>
@@ -36,14 +36,14 @@ std::size_t pagesFor(std::size_t bytes) {
 
 void tuneAllocator() {
 #ifdef __GLIBC__
-  // Set, so that it stays: by itself it would rise to the size of each mapping that is freed, and
-  // the next large blocks would come from the heap.
+  // Setting it keeps it fixed: otherwise it would rise to the size of each mapping that is freed,
+  // and the next large blocks would come from the heap.
   mallopt(M_MMAP_THRESHOLD, static_cast<int>(largeBytes));
-  // What small blocks leave free at the end of the heap; without it the heap would shrink and grow
-  // with each message of some size.
+  // How much may stay free at the end of the heap. Without it the heap would shrink and grow with
+  // each larger message.
   mallopt(M_TRIM_THRESHOLD, 1'048'576);
-  // One heap for all threads: what one frees another can use. Small blocks come from a cache of
-  // each thread's own.
+  // One heap for all threads: what one frees another can use. For small blocks each thread still
+  // has a cache of its own.
   mallopt(M_ARENA_MAX, 1);
 #endif
   reserve = std::malloc(reserveBytes);
@@ -62,14 +62,14 @@ void resizeBlock(MemoryBlock& block, std::size_t bytes) {
     block = {resized, bytes};
     return;
   }
-  // A large block is copied when it grows, so it grows by much. What it does not use of that is
-  // never touched, and so takes no memory.
+  // A large block is copied when it grows, so it grows by a lot. The part that stays unused is
+  // never touched, so it takes no memory.
   if (block.bytes >= largeBytes) bytes = std::max(bytes, 4 * block.bytes);
   const std::size_t pages = pagesFor(bytes);
   void* const start = std::aligned_alloc(largePageBytes, pages * largePageBytes);
   if (start == nullptr) throw std::bad_alloc();
 #ifdef __linux__
-  // The last page is a large one only if more than half of it is used.
+  // Use a large last page only if more than half of it is needed.
   const std::size_t full = std::max<std::size_t>((bytes + largePageBytes / 2) / largePageBytes, 1);
   static_cast<void>(::madvise(start, full * largePageBytes, MADV_HUGEPAGE));
 #endif

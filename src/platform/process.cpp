@@ -15,19 +15,19 @@ namespace quillmere {
 
 namespace {
 
-/// The soft limit protects programs that use `select`, which takes no descriptor above 1,023. This
-/// one does not, and each call that runs needs a descriptor.
+/// The soft limit protects programs that use `select`, which takes no descriptor above 1,023. We do
+/// not use it, and each running call needs a descriptor.
 void raiseDescriptorLimit() {
   rlimit limit{};
   if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
   rlim_t most = limit.rlim_max;
 #ifdef __APPLE__
-  // macOS says "unlimited" there, and refuses to be taken at its word.
+  // macOS reports "unlimited" here, but refuses to set that.
   most = std::min(most, rlim_t{OPEN_MAX});
 #endif
   if (limit.rlim_cur >= most) return;
   limit.rlim_cur = most;
-  // Without it there is less room, and nothing else is different.
+  // If this fails, fewer calls can run at a time; nothing else changes.
   static_cast<void>(::setrlimit(RLIMIT_NOFILE, &limit));
 }
 
@@ -49,8 +49,8 @@ std::string_view argumentZero() {
 }
 
 void endProcess() {
-  // Without exit handlers and destructors: workers may still use what those would take apart.
-  // Nothing of ours is buffered, so nothing is lost.
+  // Runs no exit handlers or destructors: workers may still use what those would destroy. We buffer
+  // no output, so nothing is lost.
   ::_exit(0);
 }
 

@@ -12,7 +12,7 @@ void prepareProcess();
 /// The name under which the process was started, argument zero; empty when there is none.
 [[nodiscard]] std::string_view argumentZero();
 
-/// Ends the process at once, with status 0, from any thread, whatever the other threads do.
+/// Ends the process at once, with status 0, whatever other threads are doing. Thread-safe.
 [[noreturn]] void endProcess();
 
 }  // namespace quillmere

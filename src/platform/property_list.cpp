@@ -1,5 +1,5 @@
-// A list in XML is read by the events of a streaming parser. It builds no tree and does not call
-// itself, so neither a deep list nor a long one costs more than a pass over its bytes.
+// We read a list in XML through the events of a streaming parser, without a tree and without
+// recursion. So even a deep or long list costs no more than one pass over its bytes.
 #include "platform/property_list.hpp"
 
 #include <expat.h>
@@ -19,7 +19,7 @@ namespace {
 /// How a list in XML is encoded, by its first bytes.
 struct Encoding {
   std::string_view mark;
-  /// As expat calls it. Null for one that the list itself may name.
+  /// Expat's name for it. Null if the list itself may name its encoding.
   const char* name = nullptr;
   std::size_t unitBytes = 1;
   /// Which byte of a unit holds an ASCII character.
@@ -49,7 +49,7 @@ class XmlReader {
   explicit XmlReader(std::string_view wantedKey) : wanted(wantedKey) {}
 
   std::optional<std::string> stringIn(std::string_view data) {
-    // A byte order mark counts more than the encoding that the list names.
+    // A byte order mark overrides the encoding that the list names.
     const Encoding& encoding = *std::ranges::find_if(
         encodings, [&](const Encoding& each) { return data.starts_with(each.mark); });
     data.remove_prefix(encoding.mark.size());
@@ -76,9 +76,8 @@ class XmlReader {
  private:
   static XmlReader& of(void* self) { return *static_cast<XmlReader*>(self); }
 
-  /// Entities and attributes that a list declares may unfold into any length, and of entities that
-  /// are declared elsewhere nothing is known: no list needs either. What a DOCTYPE refers to is not
-  /// loaded.
+  /// Declared entities and attributes may expand to any length, and entities declared elsewhere are
+  /// unknown. No list needs either. We do not load what a DOCTYPE refers to.
   void refuseDeclarations() {
     XML_SetEntityDeclHandler(
         parser, [](void* self, const char*, int, const char*, int, const char*, const char*,
@@ -95,8 +94,8 @@ class XmlReader {
       isInsidePlist = true;
       return;
     }
-    // At depth 0 comes the dictionary, at depth 1 its keys and values in turn. What is below is of
-    // no interest, unless it is within a text that is kept, where no element may be.
+    // Depth 0 holds the dictionary, depth 1 its keys and values in turn. We ignore anything deeper,
+    // except inside a text that we keep, where no element may be.
     const bool isWanted = depth == 1 && !isKeyNext && key == wanted;
     switch (depth) {
       case 0:
@@ -105,7 +104,7 @@ class XmlReader {
         break;
       case 1:
         if ((name == "key") != isKeyNext) refuse();
-        // The last of a repeated key counts, whatever its value is.
+        // If a key is repeated the last one counts, whatever its value is.
         if (isWanted) value.reset();
         isTextKept = isKeyNext || (isWanted && name == "string");
         text.clear();
@@ -132,7 +131,7 @@ class XmlReader {
     isKeyNext = !isKeyNext;
   }
 
-  /// No exception may pass through the library, which is written in C.
+  /// No exception may pass through expat, which is written in C.
   void addText(std::string_view piece) noexcept {
     if (!isTextKept) return;
     try {
@@ -145,7 +144,7 @@ class XmlReader {
 
   const std::string_view wanted;
   XML_Parser parser = nullptr;
-  /// How many elements are open, `plist` apart.
+  /// Number of open elements, not counting `plist`.
   std::size_t depth = 0;
   bool isInsidePlist = false;
   bool hasTop = false;

@@ -7,13 +7,13 @@
 
 namespace quillmere {
 
-/// Largest property list that is read, in bytes. An Info.plist holds a few kilobytes.
+/// Largest property list that we read, in bytes. An Info.plist holds a few kilobytes.
 inline constexpr std::size_t maxPropertyListBytes = 4'194'304;
 
 /// The string under `key` in the dictionary that `data` holds, as XML or binary property list.
-/// Nothing when `data` is no property list, its top is no dictionary, or the value is missing or no
-/// string of valid Unicode. Time and memory are linear in the size of `data`, whatever it holds.
-/// Thread-safe. Throws `std::bad_alloc`.
+/// Nothing when `data` is not a property list, its top is not a dictionary, or the value is missing
+/// or not a string of valid Unicode. Time and memory are linear in the size of `data`, whatever it
+/// holds. Thread-safe. Throws `std::bad_alloc`.
 [[nodiscard]] std::optional<std::string> propertyListString(std::string_view data,
                                                             std::string_view key);
 
@@ -23,8 +23,8 @@ inline constexpr std::size_t maxPropertyListBytes = 4'194'304;
 [[nodiscard]] bool isBinaryPropertyList(std::string_view data);
 
 /// The string under `key`, an ASCII text, in the dictionary at the top of the binary property list
-/// `data`, not necessarily as UTF-8; nothing when there is no such string. Looks at that dictionary
-/// and at nothing else, so the time is linear in the size of `data`, whatever it holds. Pure.
+/// `data`, not necessarily as UTF-8; nothing when there is no such string. Looks only at that
+/// dictionary, so the time is linear in the size of `data`, whatever it holds. Pure.
 [[nodiscard]] std::optional<std::string> binaryPropertyListString(std::string_view data,
                                                                   std::string_view key);
 

@@ -1,4 +1,4 @@
-// On macOS the system reads property lists, in whatever form. What it accepts is what the desktop
+// On macOS the system reads property lists of either form, so we accept exactly what the desktop
 // app's own code accepts.
 #include <CoreFoundation/CoreFoundation.h>
 
@@ -34,7 +34,7 @@ std::optional<std::string> propertyListString(std::string_view data, std::string
       CFDictionaryGetValue(static_cast<CFDictionaryRef>(list.get()), name.get()));
   if (value == nullptr || CFGetTypeID(value) != CFStringGetTypeID()) return std::nullopt;
 
-  // Not as a C string: a NUL would end it, and "a" is another app than "a\0b".
+  // Not as a C string: a NUL would end it, and "a" and "a\0b" are different apps.
   const CFRange whole = CFRangeMake(0, CFStringGetLength(value));
   const CFIndex most = CFStringGetMaximumSizeForEncoding(whole.length, kCFStringEncodingUTF8);
   std::string text(static_cast<std::size_t>(most), '\0');

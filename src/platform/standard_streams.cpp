@@ -1,7 +1,7 @@
 // To take one line and not a byte more, we must know where the line ends before we read it. So we
 // look at what comes next and leave it where it is: we peek at a socket, duplicate a pipe by `tee`
 // into a pipe of our own, and read a file at its position. Then we read just the line. We remember
-// what we saw of later lines, which saves the look for them.
+// what we saw of later lines, which saves looking again.
 #include "platform/standard_streams.hpp"
 
 #include <fcntl.h>
@@ -19,7 +19,7 @@ namespace quillmere {
 
 namespace {
 
-/// How far to look ahead, in bytes: what a pipe holds at most by default.
+/// How far to look ahead, in bytes: the default capacity of a pipe.
 constexpr std::size_t lookAheadBytes = 65'536;
 
 void waitFor(int descriptor, short events) {
@@ -88,8 +88,8 @@ bool InputStream::readSome(std::size_t most, Bytes& to) {
   if (hasEnded) return false;
   char* const room = to.room(most);
   const ssize_t count = repeated(input, POLLIN, [&] { return ::read(input, room, most); });
-  // A failed read ends the input for good. What comes after it could be the middle of a message,
-  // and we would take it for the start of one.
+  // After a failed read the input stays ended. What comes after it could be the middle of a
+  // message, and we would take it for the start of one.
   const std::size_t taken = count > 0 ? static_cast<std::size_t>(count) : 0;
   to.grow(taken);
   seen.remove_prefix(std::min(taken, seen.size()));
@@ -113,7 +113,7 @@ void InputStream::lookAhead() {
     case LookAhead::none:
       break;
   }
-  // Slow is better than not at all: from now on we read byte by byte.
+  // Slow is better than nothing: from now on we read byte by byte.
   if (count < 0) method = LookAhead::none;
   seen = {lookAheadBuffer.get(), count > 0 ? static_cast<std::size_t>(count) : 0};
 }
@@ -150,8 +150,8 @@ long InputStream::lookByTee() const {
 }
 
 bool writeAll(int descriptor, std::vector<std::string_view> pieces) {
-  // On the stack, since nothing may be allocated here. A result with more pieces is a large one,
-  // and one more system call for it is little.
+  // On the stack, since we must not allocate here. A result with more pieces is a large one, for
+  // which one more system call costs little.
   std::array<iovec, 64> entries{};
   auto next = pieces.begin();
   for (;;) {
@@ -165,7 +165,7 @@ bool writeAll(int descriptor, std::vector<std::string_view> pieces) {
       return ::writev(descriptor, entries.data(), static_cast<int>(filled));
     });
     if (count < 0) return false;
-    // The system may take any number of the bytes. The rest is sent from where it stopped.
+    // The system may take only some of the bytes. We go on from where it stopped.
     for (auto left = static_cast<std::size_t>(count); left > 0;) {
       const std::size_t part = std::min(left, next->size());
       next->remove_prefix(part);

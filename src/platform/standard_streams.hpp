@@ -12,7 +12,7 @@
 namespace quillmere {
 
 /// Reads a descriptor and never takes a byte more than asked for: what comes after that stays in
-/// the descriptor for whoever reads it next. To find a delimiter without a system call a byte it
+/// the descriptor for whoever reads it next. To find a delimiter without a system call per byte it
 /// looks ahead without consuming, where the descriptor allows that. One thread at a time.
 class InputStream {
  public:
@@ -41,20 +41,20 @@ class InputStream {
 
   const int input;
   LookAhead method;
-  /// Kept, since a read after a failed one may work again, in the middle of a message.
+  /// Remembered, since a read after a failed one may succeed, in the middle of a message.
   bool hasEnded = false;
-  /// Bytes that were seen and not yet consumed. A copy, in `lookAheadBuffer`: they are still in the
+  /// Bytes seen but not yet consumed. This is a copy, in `lookAheadBuffer`; they are still in the
   /// descriptor too.
   std::string_view seen;
   std::unique_ptr<char[]> lookAheadBuffer;
-  /// A pipe of our own, into which a pipe's content is duplicated to be seen.
+  /// A pipe of our own, into which we duplicate a pipe's content to look at it.
   Descriptor duplicateIn;
   Descriptor duplicateOut;
 };
 
 /// Writes `pieces` one after the other to `descriptor`: in one system call if there are at most 64
-/// and the descriptor takes them all at once. Waits as long as it must. Allocates nothing. Returns
-/// false when the descriptor can't be written to any more; on standard output that means that the
+/// and the descriptor takes them all at once. Blocks as long as it must. Allocates nothing. Returns
+/// false when the descriptor can no longer be written to; for standard output that means that the
 /// client is gone.
 [[nodiscard]] bool writeAll(int descriptor, std::vector<std::string_view> pieces);
 

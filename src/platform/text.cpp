@@ -1,6 +1,6 @@
 // Unicode's tables are utf8proc's. Only the check for UTF-8 is our own: every byte of every message
-// goes through it, and a check that looks at one character after the other would take longer than
-// all else that is done with a large answer.
+// goes through it, and checking one character after the other would take longer than everything
+// else we do with a large app response.
 #include "platform/text.hpp"
 
 #include <utf8proc.h>
@@ -27,7 +27,7 @@ CodePoint firstCodePoint(std::string_view text) {
   const utf8proc_ssize_t length =
       utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(text.data()),
                        static_cast<utf8proc_ssize_t>(text.size()), &point.value);
-  // At least one, so that a caller's loop ends whatever it was given.
+  // At least one, so that a caller's loop always ends.
   point.length = length > 0 ? static_cast<std::size_t>(length) : 1;
   return point;
 }
@@ -52,9 +52,9 @@ bool isSpaceOrLineBreak(utf8proc_int32_t point) {
   }
 }
 
-/// `point`, or another one in its place if it is reserved but not yet assigned. The standard says
-/// how characters break that may be assigned there later (UAX #29, GraphemeBreakProperty), and
-/// utf8proc does not; so emoji newer than the library would be counted one by one.
+/// `point`, or a stand-in for it if it is reserved but not yet assigned. The standard says how
+/// characters that may be assigned there later will break (UAX #29, GraphemeBreakProperty), but
+/// utf8proc does not. Without this, emoji newer than the library would be counted one by one.
 utf8proc_int32_t breakingAlike(utf8proc_int32_t point) {
   if (point < 0x2065 || utf8proc_category(point) != UTF8PROC_CATEGORY_CN) return point;
   const auto isWithin = [&](utf8proc_int32_t first, utf8proc_int32_t last) {
@@ -68,10 +68,11 @@ utf8proc_int32_t breakingAlike(utf8proc_int32_t point) {
 }
 
 constexpr std::size_t blockBytes = 16;
-/// How many bytes before it a byte of UTF-8 may depend on.
+/// How many preceding bytes a byte of UTF-8 may depend on.
 constexpr std::size_t lookBack = 3;
 
-/// Bytes that one instruction works on together; both compilers have such types for all processors.
+/// Bytes that one instruction processes together; both compilers have such types for all
+/// processors.
 using ByteBlock [[gnu::vector_size(blockBytes)]] = unsigned char;
 
 ByteBlock blockAt(const char* bytes) {
@@ -88,8 +89,9 @@ bool isAnySet(ByteBlock block) {
 }
 
 /// Non-zero if one of the 16 bytes at `bytes` breaks the rules of RFC 3629, section 4, or shows
-/// that the byte before it does. It is judged by itself and the three bytes before it, which must
-/// be readable; what the last of the bytes begin is judged with those that follow.
+/// that the byte before it does. Judges each byte by itself and the three bytes before it, which
+/// must be readable. A character that the last bytes begin is judged together with the bytes that
+/// follow.
 inline ByteBlock utf8Errors(const char* bytes) {
   const ByteBlock here = blockAt(bytes);
   const ByteBlock before = blockAt(bytes - 1);
@@ -98,16 +100,16 @@ inline ByteBlock utf8Errors(const char* bytes) {
   // A comparison gives 0xFF in each byte where it holds, and 0 elsewhere.
   const auto where = [](auto comparison) { return reinterpret_cast<ByteBlock>(comparison); };
 
-  // A lead byte says how many bytes must follow it. A byte must be a continuation exactly where the
-  // one before it leads a character, the second one before leads one of three, or the third one of
-  // four; an error is where the two disagree.
+  // A lead byte says how many bytes must follow it. A byte must be a continuation exactly if the
+  // byte before it leads a character, the second one before leads one of at least three bytes, or
+  // the third one before leads one of four. Where the two disagree is an error.
   const ByteBlock continues = where((here & 0xC0) == 0x80);
   const ByteBlock mustContinue =
       where(before >= 0xC0) | where(twoBefore >= 0xE0) | where(threeBefore >= 0xF0);
   ByteBlock errors = continues ^ mustContinue;
 
-  // Few scripts have characters that begin with one of these bytes, and texts in others are faster
-  // without a look at the rules for them.
+  // Few scripts have characters that begin with one of these bytes. Texts in other scripts are
+  // faster if we skip these rules.
   const ByteBlock neverFirst = where((before & 0xFE) == 0xC0);
   const ByteBlock isE0 = where(before == 0xE0);
   const ByteBlock isED = where(before == 0xED);
@@ -126,7 +128,7 @@ inline ByteBlock utf8Errors(const char* bytes) {
 
 bool isUtf8(std::string_view text) {
   if (text.empty()) return true;
-  // Blocks that are ASCII, and follow no unfinished character, need no closer look.
+  // ASCII blocks that do not follow an unfinished character need no closer look.
   ByteBlock errors{};
   std::size_t at = 0;
   if (text.size() >= blockBytes) {
@@ -140,7 +142,7 @@ bool isUtf8(std::string_view text) {
       }
     }
   }
-  // The rest, and at least one zero, so that a character that is cut off shows.
+  // The rest and at least one zero byte, so that a truncated character shows up.
   std::array<char, lookBack + blockBytes> rest{};
   const std::size_t before = std::min(lookBack, at);
   std::memcpy(&rest[lookBack - before], text.data() + at - before, before + text.size() - at);
@@ -231,7 +233,7 @@ std::string lowerCased(std::string_view text) {
 }
 
 bool hasMoreCharactersThan(std::string_view text, std::size_t count) {
-  // A character has at least one byte and one code point. Most texts are judged by these alone.
+  // A character has at least one byte and one code point. For most texts these counts decide.
   const auto beginsCodePoint = [](char c) {
     return (static_cast<unsigned char>(c) & 0xC0U) != 0x80U;
   };

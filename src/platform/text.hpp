@@ -1,5 +1,5 @@
 // Texts: UTF-8, what the program needs of Unicode, and lists of texts. All functions are pure. They
-// take any bytes, unless they say that their text must be UTF-8.
+// take any bytes unless they require UTF-8.
 #pragma once
 
 #include <cstddef>
@@ -19,17 +19,17 @@ void appendUtf8(std::string& text, char32_t character);
 /// Length in bytes, 1 to 4, of the UTF-8 character at the start of `text`, or 0 if there is none.
 [[nodiscard]] std::size_t utf8CharacterLength(std::string_view text);
 
-/// `text` with each byte that belongs to no UTF-8 character replaced by U+FFFD.
+/// `text` with each byte that is not part of a UTF-8 character replaced by U+FFFD.
 [[nodiscard]] std::string withUtf8Repaired(std::string_view text);
 
-/// The texts with `separator` between each two.
+/// The texts joined by `separator`.
 [[nodiscard]] std::string joined(std::span<const std::string_view> texts,
                                  std::string_view separator);
 
 /// Whether every byte is below 0x80.
 [[nodiscard]] bool isAscii(std::string_view text);
 
-/// `text` with A to Z as a to z and every other byte as it is.
+/// `text` with A to Z changed to a to z and every other byte unchanged.
 [[nodiscard]] std::string asciiLowerCased(std::string_view text);
 
 /// `text` without white space and line breaks at both ends: general category Z, U+0009 to U+000D
@@ -37,7 +37,7 @@ void appendUtf8(std::string& text, char32_t character);
 [[nodiscard]] std::string_view trimmed(std::string_view text);
 
 /// `text` in lower case, character by character, by the mappings of the Unicode Character Database
-/// that do not depend on the characters around (U+0130 becomes U+0069 U+0307). `text` must be
+/// that do not depend on neighbouring characters (U+0130 becomes U+0069 U+0307). `text` must be
 /// UTF-8.
 [[nodiscard]] std::string lowerCased(std::string_view text);
 

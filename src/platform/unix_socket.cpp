@@ -1,6 +1,5 @@
-// A socket is made non-blocking and becomes a blocking one when it is connected. A connect that
-// blocks can't be given a time limit; a transfer that blocks can, and needs no second system call
-// to wait.
+// A socket starts as non-blocking and becomes blocking once it is connected. A blocking connect
+// can't have a time limit; a blocking transfer can, and needs no second system call to wait.
 #include "platform/unix_socket.hpp"
 
 #include <fcntl.h>
@@ -17,7 +16,7 @@ namespace quillmere {
 
 std::optional<UnixSocket> UnixSocket::create() {
 #ifdef __APPLE__
-  // There the flags can't be given at once. The program starts no other one that could inherit the
+  // macOS can't set the flags in the same call. We start no other program that could inherit the
   // descriptor meanwhile.
   Descriptor socket(::socket(AF_UNIX, SOCK_STREAM, 0));
   if (!socket.isOpen()) return std::nullopt;
@@ -52,7 +51,7 @@ std::optional<UnixSocket::ConnectFailure> UnixSocket::connectTo(
     const int error = ready < 0 ? errno : takePendingError();
     if (error != 0) return ConnectFailure{.error = error};
   }
-  // The socket is ours: there is no other flag to be kept.
+  // The socket is ours, so there are no other flags to keep.
   ::fcntl(descriptor.number(), F_SETFL, 0);
   return std::nullopt;
 }
@@ -60,7 +59,7 @@ std::optional<UnixSocket::ConnectFailure> UnixSocket::connectTo(
 int UnixSocket::takePendingError() const {
   int error = 0;
   socklen_t length = sizeof error;
-  // The option holds the connect's outcome; the call has an outcome of its own.
+  // The option holds the connect's outcome; `getsockopt` itself can fail too.
   const bool isRead = ::getsockopt(descriptor.number(), SOL_SOCKET, SO_ERROR, &error, &length) == 0;
   if (error == 0 && !isRead) error = errno;
   return error;

@@ -1,4 +1,4 @@
-// Stream sockets in the Unix domain: one thin function for each system call that the program needs.
+// Unix-domain stream sockets: one thin function for each system call that the program needs.
 #pragma once
 
 #include <chrono>
@@ -11,35 +11,35 @@
 
 namespace quillmere {
 
-/// Longest socket path, in bytes, without its terminating NUL. The smaller of the limits of the
-/// platforms, kept on all of them.
+/// Longest socket path, in bytes, without its terminating NUL. The smallest limit of all platforms,
+/// used on each of them.
 inline constexpr std::size_t maxSocketPathBytes = 103;
 
-/// Owns one socket. Once connected it may be shared: every function may then be called from several
-/// threads at a time, and the number stays taken until the last holder lets go.
+/// Owns one socket. Once connected it may be shared: any thread may then call any function at any
+/// time, and the number stays taken until the last holder releases it.
 class UnixSocket {
  public:
-  /// A fresh, close-on-exec socket, or nothing when the system gives none.
+  /// A new close-on-exec socket, or nothing when the system has none.
   [[nodiscard]] static std::optional<UnixSocket> create();
 
-  /// Takes over a descriptor that is a socket already.
+  /// Takes ownership of a descriptor that is a socket already.
   explicit UnixSocket(Descriptor socket) : descriptor(std::move(socket)) {}
 
   struct ConnectFailure {
     bool timedOut = false;
-    /// The system's number, unless it timed out.
+    /// The system's error number, unless it timed out.
     int error = 0;
   };
   /// Connects a socket that `create` made to `path`, of at most `maxSocketPathBytes` bytes, and
-  /// makes it one that blocks. Waits at most so long, and once: an interruption is a failure.
+  /// makes it blocking. Waits only once, and at most that long: an interruption is a failure.
   [[nodiscard]] std::optional<ConnectFailure> connectTo(std::string_view path,
                                                         std::chrono::milliseconds most) const;
 
-  /// Bounds each blocking `send` and each `receive` from now on. Ignores failure.
+  /// Limits the time of each blocking `send` and `receive` from now on. Ignores failure.
   void setTimeouts(std::chrono::seconds limit) const;
 
-  /// One `send` or `recv`: how many bytes went, at least 1, or 0 for failure, time-out and end of
-  /// stream alike.
+  /// One `send` or `recv`: the number of bytes transferred, at least 1, or 0 for failure, time-out
+  /// and end of stream alike.
   [[nodiscard]] std::size_t send(std::string_view data) const;
   [[nodiscard]] std::size_t receive(char* to, std::size_t atMost) const;
 
@@ -47,7 +47,7 @@ class UnixSocket {
   void shutDown() const;
 
  private:
-  /// The outcome of a connect that did not end at once: 0 or an error number.
+  /// The outcome of a connect that did not finish at once: 0 or an error number.
   [[nodiscard]] int takePendingError() const;
 
   Descriptor descriptor;

@@ -6,8 +6,8 @@ namespace quillmere {
 
 namespace {
 
-/// In UTF-8 as it is. The form for system calls would take accented letters apart, and `--doctor`
-/// would show another path than the person sees.
+/// In UTF-8, unchanged. The form for system calls would decompose accented letters, and `--doctor`
+/// would show another path than the one people see.
 std::optional<std::string> pathOf(NSURL* folder) {
   const char* path = folder.path.UTF8String;
   return path == nullptr ? std::nullopt : std::optional<std::string>(path);
@@ -17,7 +17,7 @@ std::optional<std::string> pathOf(NSURL* folder) {
 
 std::string homeDirectory() {
   @autoreleasepool {
-    // In the sandbox this is the container's, whatever HOME says.
+    // In the sandbox this is the container's home, whatever HOME says.
     return pathOf(NSFileManager.defaultManager.homeDirectoryForCurrentUser).value_or("/");
   }
 }

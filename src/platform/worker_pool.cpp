@@ -8,13 +8,13 @@ namespace quillmere {
 
 namespace {
 
-/// Enough for JSON nested as deep as the parser allows, sanitizers' larger frames included, and
-/// small enough that thousands of blocked calls fit into a 64-bit address space.
+/// Enough for JSON nested as deep as the parser allows, even with the larger frames of sanitizers,
+/// and small enough that thousands of blocked calls fit into a 64-bit address space.
 constexpr std::size_t stackBytes = 1'048'576;
 
 constexpr std::chrono::seconds idleLife{2};
-/// Idle threads take turns, so none of them ends while calls keep coming: what a burst leaves
-/// behind must be few.
+/// Idle threads take turns, so none of them ends while calls keep coming. So only a few may stay
+/// after a burst.
 constexpr std::size_t mostIdle = 32;
 
 }  // namespace
@@ -24,7 +24,7 @@ bool WorkerPool::submit(std::function<void()> task) {
   if (_tasks.size() < _idle) {
     _tasks.push_back(std::move(task));
     hold.unlock();
-    // With the lock free, so that the thread does not wake up only to wait for it.
+    // After unlocking, so that the thread does not wake up only to wait for the lock.
     wakes.notify_one();
     return true;
   }
@@ -36,13 +36,13 @@ bool WorkerPool::submit(std::function<void()> task) {
 void WorkerPool::work(std::function<void()> task) {
   for (;;) {
     task();
-    // What it holds goes while the lock is free: a request's whole memory may go with it.
+    // Release what the task holds before taking the lock: this may free a request's whole memory.
     task = nullptr;
     std::unique_lock hold(lock);
     if (_idle >= mostIdle) return;
     ++_idle;
-    // A task counts on each idle thread, also on one whose time is over and that has yet to get the
-    // lock: so the tasks are looked at last.
+    // A task may rely on any idle thread, even one that has timed out and is still waiting for the
+    // lock. So we check for tasks last.
     const bool hasTask = wakes.wait_for(hold, idleLife, [&] { return !_tasks.empty(); });
     --_idle;
     if (!hasTask) return;

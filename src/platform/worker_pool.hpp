@@ -10,9 +10,9 @@
 
 namespace quillmere {
 
-/// Runs each task at once, on an idle thread of its own or on a new one, so that no task ever waits
-/// for another to end. A few idle threads wait two seconds for the next task; the others end.
-/// Threads are never joined: a pool must live until the process ends.
+/// Runs each task at once, on an idle thread or a new one, so that no task ever waits for another
+/// to end. A few idle threads wait two seconds for the next task; the others end. Threads are never
+/// joined, so a pool must live until the process ends.
 class WorkerPool {
  public:
   WorkerPool() = default;
@@ -25,12 +25,12 @@ class WorkerPool {
   [[nodiscard]] bool submit(std::function<void()> task);
 
  private:
-  /// What a thread does: carries out `task`, then those that come while it is idle.
+  /// What a thread does: runs `task`, then tasks that come while it is idle.
   void work(std::function<void()> task);
 
   std::mutex lock;
   std::condition_variable wakes;
-  /// Tasks for idle threads: never more than there are of those.
+  /// Tasks for idle threads, never more than there are idle threads.
   std::deque<std::function<void()>> _tasks;
   std::size_t _idle = 0;
 };
