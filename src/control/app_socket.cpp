@@ -1,6 +1,6 @@
-// There may be two desktop apps at a time, a debug build and the installed one, each with a socket
-// at a place of its own. A server that was shipped inside one of them looks there first. A call
-// must fail rather than reach the other app just because the system ran short of something.
+// Two desktop apps may run at a time, a debug build and the installed one, each with its own
+// socket. A server that ships inside one of them tries that app's socket first. A call must fail
+// rather than reach the other app just because the system ran short of something.
 #include "control/app_socket.hpp"
 
 #include <algorithm>
@@ -27,7 +27,7 @@ struct BundleGroup {
   std::string_view appGroup;
 };
 
-/// A developer's debug build goes before the installed app.
+/// A developer's debug build comes before the installed app.
 constexpr std::array appGroupIdentifiers = {debugAppGroup, releaseAppGroup};
 
 constexpr BundleGroup appGroupByBundleIdentifier[] = {
@@ -41,7 +41,7 @@ namespace {
 
 constexpr std::string_view socketFileName = "qm-mcp.sock";
 
-/// The groups to look in. That of the app that the server is a part of comes first.
+/// The groups to look in. The group of the app that contains the server comes first.
 std::vector<std::string_view> groupsInOrder(const std::optional<std::string>& bundleIdentifier) {
   std::vector<std::string_view> groups(Constants::appGroupIdentifiers.begin(),
                                        Constants::appGroupIdentifiers.end());
@@ -59,7 +59,7 @@ std::string below(std::string_view folder, std::string_view name) {
   return path.append(name);
 }
 
-/// `path` as seen from the current directory.
+/// `path`, resolved against the current directory if it is relative.
 std::string absolutePath(std::string_view path) {
   return path.starts_with('/') ? std::string(path) : below(currentDirectory(), path);
 }
@@ -70,7 +70,7 @@ UnixSocket connectToFirst(const std::vector<std::string>& candidates) {
     const PathKind kind = kindOfPath(path);
     if (kind == PathKind::nothing) continue;
 
-    // What fails does not end the search: the app may have left a stale socket in one place and
+    // A failure does not end the search: the app may have left a stale socket in one place and
     // listen in another.
     std::string failure = "not a socket";
     if (kind == PathKind::socket) {
@@ -96,14 +96,14 @@ UnixSocket connectToFirst(const std::vector<std::string>& candidates) {
 
 std::string executableURL() {
   // Resolved once: a running program's file does not move, and resolving its links, one system call
-  // a folder, took an eighth of the processor time of a call. A failure is not kept. Never
-  // destroyed: workers may use it while the process ends.
+  // per folder, took an eighth of the processor time of a call. After a failure the next call tries
+  // again. Never destroyed: workers may use it while the process ends.
   static const auto& path = *new std::string(withLinksResolved(absolutePath(argumentZero())));
   return path;
 }
 
 std::optional<std::string> bundledAppIdentifier(const std::string& executable) {
-  // From the inside out, so that a helper's bundle inside an app's counts and not the app's.
+  // From the inside out, so that a helper's bundle inside an app's bundle wins.
   std::string_view folder = executable;
   do {
     const std::size_t slash = folder.rfind('/');
@@ -127,7 +127,7 @@ std::vector<std::string> socketCandidates(const std::optional<std::string>& bund
   std::vector<std::string> candidates;
   const auto appendCandidate = [&](std::string_view folder) {
     std::string path = below(folder, socketFileName);
-    // The platform's folder for a group is often the very one below the home.
+    // The platform's folder for a group is often the same as the one below the home.
     if (std::ranges::find(candidates, path) == candidates.end()) {
       candidates.push_back(std::move(path));
     }
@@ -137,7 +137,7 @@ std::vector<std::string> socketCandidates(const std::optional<std::string>& bund
     if (const auto container = appGroupContainer(group)) appendCandidate(*container);
     appendCandidate(below(library, "Group Containers/").append(group));
   }
-  // For an app that runs without application groups.
+  // For an app without application groups.
   appendCandidate(below(library, "Application Support/WickfernShared"));
   return candidates;
 }
@@ -146,7 +146,7 @@ UnixSocket connectAppControlSocket() {
   try {
     return connectToFirst(socketCandidates(bundledAppIdentifier(executableURL())));
   } catch (const std::system_error&) {
-    // The call fails, and does not go to the next candidate: that may be another app's.
+    // The call fails and does not try the next candidate, which may belong to another app.
     throw errors::noControlSocket();
   }
 }

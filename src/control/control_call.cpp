@@ -1,7 +1,7 @@
-// One call is one connection: a frame out, a frame back, and it is closed. So nothing that is left
-// of one call can be taken for another's, and cancelling a call means breaking its connection.
+// Each call has its own connection: a frame out, a frame back, close. So no call can pick up
+// leftovers of another one, and cancelling a call means breaking its connection.
 //
-// What may leave the process is decided here once more, whatever a tool's schema allows: only known
+// This file checks again what may leave the process, whatever a tool's schema allows: only known
 // fields, and none that is too long.
 #include "control/control_call.hpp"
 
@@ -84,12 +84,12 @@ void stopIfCancelled(const InFlightRequest& inFlight) {
   if (inFlight.isCancelled()) throw errors::cancelled();
 }
 
-/// A connection for the length of one call, which cancelling the call breaks.
+/// A connection that lives for one call. Cancelling the call breaks it.
 class CallConnection {
  public:
   explicit CallConnection(InFlightRequest& inFlightRequest) : inFlight(inFlightRequest) {
-    // Checked twice. Before the connect, so that a cancelled call does not wait for it; and by
-    // `attach` after it, since a cancellation in between has found no connection to break.
+    // We check twice: before the connect, so that a cancelled call does not wait for it, and in
+    // `attach` after it, since a cancellation in between found no connection to break.
     stopIfCancelled(inFlight);
     socket = std::make_shared<const UnixSocket>(connectAppControlSocket());
     if (!inFlight.attach(socket)) throw errors::cancelled();
@@ -108,18 +108,18 @@ class CallConnection {
 
   /// The body of the one frame that comes back.
   Bytes receiveResponse() const {
-    // Most responses are smaller than this, and come with their prefix in one system call. We copy
-    // only so much of a larger one.
+    // Most responses are smaller than this and arrive with their prefix in one system call. Of a
+    // larger one we copy only this much.
     constexpr std::size_t smallResponse = 16'384;
     Bytes received;
     receive(received, controlPrefixBytes, smallResponse);
-    // What came just before the connection was broken is not wanted any more.
+    // The client no longer wants what came just before the connection was broken.
     stopIfCancelled(inFlight);
     const std::size_t length = controlBodyLength(viewOf(received));
     if (length == 0 || length > maxControlResponseBytes) throw errors::invalidControlFrame();
 
-    // Now that the length is known there is room for the whole body at once, and it is received
-    // into the place from where it goes out again.
+    // Now we know the length, so we make room for the whole body at once and receive it into the
+    // place from which it goes out again.
     Bytes body = bytesOf(viewOf(received).substr(controlPrefixBytes, length));
     receive(body, length, length);
     stopIfCancelled(inFlight);
@@ -156,8 +156,8 @@ bool isControlField(std::string_view name) {
 
 JsonText controlRequest(std::string_view command, const JsonObject& arguments) {
   JsonText request{{"id", randomUuid()}, {"command", command}};
-  // One tool has an argument with the name of one of the request's own keys. It travels under
-  // another name, in place of an argument that already has that one.
+  // One tool has an argument named like one of the request's own keys. It travels under another
+  // name, and replaces an argument that already has that name.
   constexpr std::string_view adbCommand = "adbCommand";
   const auto renamed = command == adbCommand ? arguments.find("command") : std::nullopt;
   for (const JsonMember& argument : arguments.distinctMembers()) {

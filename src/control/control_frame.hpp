@@ -1,5 +1,5 @@
-// The unit of the control socket, the same in both directions: a 4-byte big-endian length and as
-// many bytes of UTF-8 JSON text that hold one object.
+// The unit of the control socket, the same in both directions: a 4-byte big-endian length, then
+// that many bytes of UTF-8 JSON text that hold one object.
 #pragma once
 
 #include <cstddef>
@@ -12,13 +12,13 @@ namespace quillmere {
 inline constexpr std::size_t controlPrefixBytes = 4;
 /// Longest body that the server sends.
 inline constexpr std::size_t maxControlRequestBytes = 1'048'576;
-/// Longest body that the server accepts; the shortest holds one byte.
+/// Longest body that the server accepts; the shortest has one byte.
 inline constexpr std::size_t maxControlResponseBytes = 33'554'432;
 
 /// Prefix and body in one buffer. `body` must be shorter than 4 GiB. Pure.
 [[nodiscard]] std::string controlFrame(std::string_view body);
 
-/// The body's length that the prefix at the start of `frame` announces. Pure.
+/// The length of the body, as announced by the prefix at the start of `frame`. Pure.
 [[nodiscard]] std::uint32_t controlBodyLength(std::string_view frame);
 
 }  // namespace quillmere

@@ -1,4 +1,4 @@
-// How a program shows itself to its client. Everything else is the same in every program.
+// How a program presents itself to its client. Everything else is the same in both programs.
 #pragma once
 
 #include <span>
@@ -12,7 +12,7 @@ namespace quillmere {
 
 struct Method;
 
-/// The questions that the server asks; a program answers them by constant data, chosen in its
+/// The questions that the server asks. Each program answers them with constant data, chosen in its
 /// `main`. All functions are pure and thread-safe.
 struct Dialect {
   Spelling spelled;
@@ -26,11 +26,11 @@ struct Dialect {
   /// The `result` of a tool call.
   JsonText (*showResult)(const GuidedResponse& guided);
 
-  /// Methods of this program alone.
+  /// Methods that only this program has.
   std::span<const Method> ownMethods = {};
 };
 
-/// Of `quillmere-mcp-server`: the catalogue's names, and results as data.
+/// For `quillmere-mcp-server`: the catalogue's names, and results as data.
 extern const Dialect serverDialect;
 
 }  // namespace quillmere

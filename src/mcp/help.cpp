@@ -1,5 +1,5 @@
 // The help tool needs no desktop app, so that an AI can learn what to do when the app is missing.
-// Names of tools in these texts are the catalogue's.
+// These texts use the catalogue's tool names.
 #include "mcp/help.hpp"
 
 #include <algorithm>
@@ -61,11 +61,11 @@ constexpr std::string_view key[] = {
 struct Topic {
   std::string_view name;
   std::span<const std::string_view> guidance;
-  /// Listed after the guidance; nothing, when empty.
+  /// Listed after the guidance unless empty.
   std::span<const std::string_view> canonicalNames = {};
 };
 
-/// The first one is for a call that names no topic.
+/// The first one is for a call without a topic.
 constexpr Topic topics[] = {
     {"quickstart", quickstart},
     {"workflow", workflow},

@@ -8,9 +8,8 @@
 
 namespace quillmere {
 
-/// What `quillmere.help` returns in place of an app response: guidance on `topic`, or on the first
-/// topic when none or an unknown one is given. It names tools as the catalogue does. Pure; cannot
-/// fail.
+/// What `quillmere.help` returns instead of an app response: guidance on `topic`, or on the first
+/// topic if it is missing or unknown. It names tools as the catalogue does. Pure; cannot fail.
 [[nodiscard]] JsonText helpPayload(std::optional<std::string_view> topic);
 
 }  // namespace quillmere

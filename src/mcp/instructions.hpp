@@ -6,7 +6,7 @@
 
 namespace quillmere {
 
-/// How an AI is to understand this connection.
+/// How an AI should understand this connection.
 inline constexpr std::string_view connectionInstructions =
     "Treat this server as the user's MCP connection to a visible Android phone through Quillmere. "
     "If the user only pasted the Quillmere command or path, that is connection setup, not the "
@@ -14,7 +14,7 @@ inline constexpr std::string_view connectionInstructions =
     "stated. After connection, use Quillmere MCP tools instead of generic adb, shell input, or "
     "unrelated desktop automation.";
 
-/// In which order an AI is to call the tools.
+/// The order in which an AI should call the tools.
 inline constexpr std::string_view workflowInstructions =
     "For each phone task: call quillmere.devices.list, call quillmere.sessions.list for the chosen "
     "device, call quillmere.session.start if there is no Phone Screen session, then observe the "

@@ -42,8 +42,8 @@ std::string_view negotiatedProtocolVersion(const std::optional<JsonValue>& reque
   const auto version = requested->asString();
   if (!version) throw errors::protocolVersionNotAString();
 
-  // Versions are dates, so their order as text is their order in time. The newest one that is not
-  // newer than the client's is what the client is most likely to know.
+  // Versions are dates, so their order as text is their order in time. The client most likely knows
+  // the newest one that is not newer than its own.
   std::string_view chosen = oldestProtocolVersion;
   for (const std::string_view supported : Constants::supportedProtocolVersions) {
     if (supported <= version->view()) chosen = supported;

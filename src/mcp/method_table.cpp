@@ -34,7 +34,7 @@ constexpr Method methods[] = {
     {"prompts/get", Gate::needsInitialize, getPrompt},
 };
 
-/// Checks all of the message except its method's name, and returns its `params`.
+/// Checks the whole message except its method's name, and returns its `params`.
 JsonObject checkedParams(const JsonObject& message) {
   if (message.findString("jsonrpc") != "2.0") throw errors::wrongJsonRpcVersion();
   if (!message.findString("method")) throw errors::methodNotAString();
@@ -58,7 +58,7 @@ const Method* findMethod(std::string_view name, const Dialect& dialect) {
 MethodResult handleRequest(const JsonObject& message, const Method* method,
                            const RequestContext& context) {
   const JsonObject params = checkedParams(message);
-  // Only now, so that what is wrong with the message itself is said first.
+  // Only now, so that we report faults of the message itself first.
   if (method == nullptr) {
     if (!context.id) return std::nullopt;
     throw errors::unknownMethod(message.findString("method")->view());

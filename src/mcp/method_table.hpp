@@ -12,30 +12,30 @@
 
 namespace quillmere {
 
-/// What the methods share. Every part is safe to use from any thread.
+/// What the methods share. Every part is thread-safe.
 struct ServerContext {
   const Dialect& dialect;
   ServerState state = {};
   InFlightRequests inFlightRequests = {};
 };
 
-/// What a method knows of the message that it carries out, besides its `params`.
+/// What a method knows about its message besides the `params`.
 struct RequestContext {
   ServerContext& server;
   /// The message's id, if it has one.
   std::optional<JsonValue> id = std::nullopt;
-  /// Present on a worker, and only there.
+  /// Present only on a worker.
   InFlightRequest* inFlight = nullptr;
 };
 
-/// The `result` of the response, or nothing for a message that gets no response.
+/// The `result` of the response, or nothing for a message without a response.
 using MethodResult = std::optional<JsonText>;
 
-/// One row: a method, and what carries it out.
+/// One row: a method and the function that carries it out.
 struct Method {
   enum class Gate { open, needsInitialize };
-  /// What waits for the desktop app runs on a worker, so that the main thread always reads on. All
-  /// else runs on the main thread, in the order of arrival.
+  /// A method that waits for the desktop app runs on a worker, so that the main thread keeps
+  /// reading. All others run on the main thread, in the order of arrival.
   enum class RunsOn { mainThread, worker };
 
   std::string_view name;
@@ -47,9 +47,9 @@ struct Method {
 /// The row of the method of exactly this name, or null. Pure.
 [[nodiscard]] const Method* findMethod(std::string_view name, const Dialect& dialect);
 
-/// Checks the envelope of `message` and carries out its method: that of `method`, or null for one
-/// that nobody knows. Blocks as long as the method does. Throws `MCPError`, and `JsonError` when
-/// the desktop app's response is not JSON.
+/// Checks the envelope of `message` and carries out `method`, which is null if the method is
+/// unknown. Blocks as long as the method does. Throws `MCPError`, and `JsonError` when the desktop
+/// app's response is not JSON.
 [[nodiscard]] MethodResult handleRequest(const JsonObject& message, const Method* method,
                                          const RequestContext& context);
 

@@ -1,5 +1,5 @@
-// What carries out the methods of MCP: handshake, tools, resources and prompts (MCP, "Lifecycle"
-// and "Server Features").
+// The functions that carry out the methods of MCP: handshake, tools, resources and prompts (MCP,
+// "Lifecycle" and "Server Features").
 #pragma once
 
 #include <optional>
@@ -16,44 +16,42 @@ namespace quillmere {
 /// only. Throws `MCPError` -32602, with the state as it was.
 [[nodiscard]] MethodResult initialize(const JsonObject& params, const RequestContext& context);
 
-/// What the server says of itself, and the version that was negotiated. Pure; cannot fail.
+/// What the server says about itself, and the negotiated version. Pure; cannot fail.
 [[nodiscard]] JsonText initializeResult(const ServerState& state, const Dialect& dialect);
 
-/// The version to speak with a client that asks for `requested`, or for none: the same if it is
-/// supported, else the newest one that is not greater as a text, else the oldest. Pure. Throws
-/// `MCPError` -32602 when `requested` is not a string.
+/// The version to speak with a client that asks for `requested`: the same if it is supported, else
+/// the newest one that is not greater as a text, else the oldest. The newest one if it asks for
+/// none. Pure. Throws `MCPError` -32602 when `requested` is not a string.
 [[nodiscard]] std::string_view negotiatedProtocolVersion(const std::optional<JsonValue>& requested);
 
-/// Throws `MCPError` -32002 for `method` unless `initialize` has succeeded. From any thread.
+/// Throws `MCPError` -32002 for `method` unless `initialize` has succeeded. Thread-safe.
 void requireInitialized(const ServerState& state, std::string_view method);
 
 /// The method `shutdown`: the read loop ends after the response to it. Main thread only.
 [[nodiscard]] MethodResult shutDown(const JsonObject& params, const RequestContext& context);
 
-/// The notification that the client no longer wants the result of a request. A wrong or late one
-/// changes nothing. Main thread only.
+/// The notification that the client no longer wants the result of a request. Ignored if it is wrong
+/// or late. Main thread only.
 [[nodiscard]] MethodResult cancelRequest(const JsonObject& params, const RequestContext& context);
 
-/// Lists are whole: the methods read no cursor and name no next page.
+/// Lists are complete: these methods read no cursor and name no next page.
 [[nodiscard]] MethodResult listTools(const JsonObject& params, const RequestContext& context);
 [[nodiscard]] MethodResult listResources(const JsonObject& params, const RequestContext& context);
 [[nodiscard]] MethodResult listPrompts(const JsonObject& params, const RequestContext& context);
 
 /// Carries out one tool call and returns its result. Blocks while the desktop app works, on a
-/// worker; cancelling the request aborts it. Throws `MCPError` when the call is refused or the
-/// desktop app can't be asked, and what `callAppControl` throws. A refusal by the desktop app is a
-/// result.
+/// worker; cancelling the request aborts it. Throws `MCPError` when the server refuses the call,
+/// and what `callAppControl` throws. A refusal by the desktop app is a result.
 [[nodiscard]] MethodResult callTool(const JsonObject& params, const RequestContext& context);
 
 /// Fetches a fresh snapshot of the resource under `uri` in `params`. Blocks while the desktop app
 /// works, on a worker; cancelling the request aborts it. Throws `MCPError` -32602 for an unknown
-/// resource, and what `callAppControl` throws. The app response is delivered as it is, a refusal
-/// too.
+/// resource, and what `callAppControl` throws. Delivers the app response unchanged, even a refusal.
 [[nodiscard]] MethodResult readResource(const JsonObject& params, const RequestContext& context);
 
 /// The prompt that `params` names, its text filled with the arguments given. A task prompt gets a
-/// new random task id each time; apart from that, pure. `arguments` of another type than object are
-/// ignored. Throws `MCPError` -32602.
+/// new random task id each time; apart from that, pure. Ignores `arguments` that are not an object.
+/// Throws `MCPError` -32602.
 [[nodiscard]] MethodResult getPrompt(const JsonObject& params, const RequestContext& context);
 
 }  // namespace quillmere

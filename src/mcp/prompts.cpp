@@ -21,7 +21,7 @@ struct PromptArgument {
   std::string_view name;
   std::string_view description;
   bool required = false;
-  /// What the text says when the argument is absent or null.
+  /// The text to use when the argument is absent or null.
   std::string_view fallback;
 };
 
@@ -113,8 +113,7 @@ const Prompt& promptDefinition(std::string_view name) {
 }
 
 void validatePromptArguments(const Prompt& prompt, const JsonObject& arguments) {
-  // The first by name, not by place: the same call gets the same message however its keys are
-  // ordered.
+  // The first by name, not by place: the same arguments get the same message in any order.
   std::optional<std::string> firstUnknown;
   for (const JsonMember& given : arguments) {
     const JsonString key = given.key();

@@ -1,5 +1,5 @@
-// What two tools list, for clients that show resources. A read is a call to the app like a tool's,
-// but takes no arguments from the client: the rows have them.
+// The lists of two tools, for clients that show resources. Reading one calls the app like a tool
+// does, but with the arguments in its row and none from the client.
 #include <algorithm>
 #include <span>
 #include <string_view>
@@ -21,7 +21,7 @@ struct Resource {
   std::string_view name;
   std::string_view title;
   std::string_view description;
-  /// What the desktop app is asked for a snapshot.
+  /// The desktop app's command for a snapshot.
   std::string_view command;
   std::string_view arguments;
 };
@@ -61,7 +61,7 @@ MethodResult readResource(const JsonObject& params, const RequestContext& contex
   const auto* resource = std::ranges::find(resources, uri, &Resource::uri);
   if (resource == std::end(resources)) throw errors::unknownResource(uri);
 
-  // In the form of a tool's arguments, so that the same checks and limits hold.
+  // As a JSON object, like a tool's arguments, so that the same checks and limits apply.
   const auto arguments = parseJson(resource->arguments);
   const auto appResponse =
       callAppControl(resource->command, arguments->object(), *context.inFlight);

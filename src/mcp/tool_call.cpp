@@ -1,6 +1,5 @@
-// A tool call from its parameters to its result. We find what is wrong with the call itself before
-// we look for the app, and that is an error. What the app then refuses is a result, which the AI
-// reads.
+// A tool call from its parameters to its result. A fault in the call itself is found before we look
+// for the app, and is an error. If the app refuses the call, that is a result, which the AI reads.
 #include <optional>
 #include <string>
 #include <string_view>
@@ -41,12 +40,12 @@ MethodResult callTool(const JsonObject& params, const RequestContext& context) {
   const auto [name, rawArguments] = toolArguments(params);
   const Tool* tool = dialect.findTool(name);
   if (tool == nullptr) throw errors::unknownTool(name);
-  // `rewritten` is not used by name, but `arguments` may refer to its bytes.
+  // We do not use `rewritten`, but `arguments` may refer to its bytes.
   const auto [arguments, rewritten] = normalizeToolArguments(tool->name, rawArguments);
   validateSchemaArguments(*tool, dialect.spelled(tool->name), arguments);
   if (tool->toolToCommand.empty()) {
     const auto topic = arguments.findString("topic");
-    // As if it were the app's: a result is made of a response that was read.
+    // Parsed like an app response, since results are made from a parsed response.
     const auto help = parseJson(
         dialect.spelled(helpPayload(topic ? std::optional(topic->view()) : std::nullopt).str()));
     return dialect.showResult(help->object());

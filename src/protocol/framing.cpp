@@ -27,9 +27,9 @@ std::string_view trimmedOf(std::string_view text, std::string_view unwanted) {
   return text.substr(first, text.find_last_not_of(unwanted) - first + 1);
 }
 
-/// Whether the message's first line is a header: the name, directly followed by a colon, at its
-/// very start. JSON can't begin like that. A line with bytes outside ASCII is left to the JSON
-/// parser, which refuses it without waiting for the rest of a block.
+/// Whether a message's first line is a header: it starts with the name, directly followed by a
+/// colon. JSON can't begin like that. We leave a line with bytes outside ASCII to the JSON parser,
+/// which refuses it without waiting for the rest of a block.
 bool startsHeaderBlock(std::string_view line) {
   const std::string start = asciiLowerCased(line.substr(0, headerName.size() + 1));
   return start.starts_with(headerName) && start.ends_with(':') && isAscii(line);
@@ -49,7 +49,7 @@ std::vector<Bytes> readHeaderBlock(StdinReader& reader, Bytes firstLine) {
 
 /// A whole number with at most one sign before it, or nothing.
 std::optional<std::int64_t> decimalInteger(std::string_view text) {
-  // `from_chars` takes a minus by itself, and no plus.
+  // `from_chars` accepts a minus but not a plus.
   if (text.starts_with('+')) {
     text.remove_prefix(1);
     if (text.starts_with('-')) return std::nullopt;
@@ -61,8 +61,8 @@ std::optional<std::int64_t> decimalInteger(std::string_view text) {
 }
 
 /// The value of a `Content-Length` line, or nothing for any other line. As lenient as this server
-/// has always been, since clients may rely on it: colons before the name are ignored, and
-/// `Content-Length:` without a value is no such line and does not replace an earlier one.
+/// has always been, since clients may rely on it: we ignore colons before the name, and
+/// `Content-Length:` without a value does not count and does not replace an earlier line.
 std::optional<std::string_view> contentLengthValue(std::string_view line) {
   line = trimmedOf(line, whiteSpaceAndLineBreaks);
   line.remove_prefix(std::min(line.find_first_not_of(':'), line.size()));
@@ -72,8 +72,8 @@ std::optional<std::string_view> contentLengthValue(std::string_view line) {
   return trimmedOf(line.substr(colon + 1), " \t");
 }
 
-/// Judged when the whole block has been read, so that the next message starts after the block even
-/// when this one is refused.
+/// Checks the block only after reading all of it, so that the next message starts after the block
+/// even if this one is refused.
 std::size_t bodyLength(const std::vector<Bytes>& headerLines) {
   std::optional<std::int64_t> length;
   for (const Bytes& bytes : headerLines) {
@@ -83,7 +83,7 @@ std::size_t bodyLength(const std::vector<Bytes>& headerLines) {
     if (const auto value = contentLengthValue(line)) length = decimalInteger(*value);
   }
   if (!length) throw errors::missingContentLength();
-  // One text for every length that is not accepted.
+  // All lengths that we do not accept get the same text.
   if (*length < 1 || *length > static_cast<std::int64_t>(maxBodyBytes)) {
     throw errors::messageTooLarge();
   }
@@ -94,7 +94,7 @@ std::size_t bodyLength(const std::vector<Bytes>& headerLines) {
 
 std::optional<Bytes> StdinReader::readLine(std::size_t maxBytes) {
   Bytes line;
-  // We ask for a byte more than allowed: it tells a line that is too long from one that just fits.
+  // We ask for one byte more than allowed, to tell a line that is too long from one that just fits.
   while (input.readSomeUntil('\n', maxBytes + 1 - line.size(), line)) {
     if (line.size() > maxBytes) throw errors::messageTooLarge();
     if (viewOf(line).back() == '\n') return line;
@@ -114,21 +114,21 @@ std::optional<Bytes> readNextPayload(StdinReader& reader, ServerState& state) {
   auto firstLine = reader.readLine(maxFirstLineBytes);
   if (!firstLine || !startsHeaderBlock(viewOf(*firstLine))) return firstLine;
 
-  // Before the block is judged: an error about this very block goes out in header framing.
+  // Before checking the block, so that even an error about this block goes out in header framing.
   state.useContentLengthFraming();
   return reader.readExact(bodyLength(readHeaderBlock(reader, std::move(*firstLine))));
 }
 
 void MessageWriter::writeMessage(const JsonText& message) {
-  // We make the pieces for both framings here, since no memory may be taken while the lock is held:
-  // `endAfterFrame` waits for it.
+  // We prepare the pieces for both framings here, since we must not allocate while holding the
+  // lock: `endAfterFrame` waits for it.
   const std::string header = "Content-Length: " + std::to_string(message.size()) + "\r\n\r\n";
   std::vector<std::string_view> pieces = message.pieces();
   pieces.insert(pieces.begin(), header);
   pieces.emplace_back("\n");
   const std::lock_guard hold(stdoutLock);
-  // Those of the other framing are emptied: the line feed of a framed message, or the header of a
-  // line. With the lock, so that no plain line follows a framed message of another thread.
+  // Drop the other framing's piece: the line feed of a framed message, or the header of a line.
+  // Under the lock, so that no plain line follows a framed message of another thread.
   (state.usesContentLengthFraming() ? pieces.back() : pieces.front()) = {};
   if (!writeAll(output, std::move(pieces))) endProcess();
 }

@@ -1,5 +1,6 @@
 // Messages on standard input and output, in two framings: one JSON text on one line, or a block of
-// headers with a `Content-Length` and as many bytes of body. A message's first line shows which.
+// headers with a `Content-Length`, then a body of that many bytes. A message's first line shows
+// which.
 #pragma once
 
 #include <cstddef>
@@ -16,9 +17,9 @@ namespace quillmere {
 /// Longest first line of a message and longest later header line, in bytes, line feed included.
 inline constexpr std::size_t maxFirstLineBytes = 1'048'576;
 inline constexpr std::size_t maxHeaderLineBytes = 8'192;
-/// Most lines of a header block: the first one counts, the blank one that ends it does not.
+/// Most lines of a header block, without the blank one that ends it.
 inline constexpr std::size_t maxHeaderLines = 32;
-/// Longest body, in bytes. The shortest holds one byte.
+/// Longest body, in bytes. The shortest has one byte.
 inline constexpr std::size_t maxBodyBytes = 1'048'576;
 
 /// Lines and bodies from one descriptor, never a byte more than asked for. One thread at a time.
@@ -27,8 +28,8 @@ class StdinReader {
   /// Reads from `descriptor`, which stays the caller's and must outlive this.
   explicit StdinReader(int descriptor) : input(descriptor) {}
 
-  /// The next line, its line feed included if it has one; nothing at end of input. Blocks.
-  /// Throws `MCPError` -32600 after byte `maxBytes` + 1 of a longer line; its rest stays unread.
+  /// The next line, with its line feed if it has one; nothing at end of input. Blocks. Throws
+  /// `MCPError` -32600 after byte `maxBytes` + 1 of a longer line and leaves the rest unread.
   [[nodiscard]] std::optional<Bytes> readLine(std::size_t maxBytes);
 
   /// Exactly `byteCount` bytes. Blocks. Throws `MCPError` -32700 when input ends before.
@@ -41,8 +42,8 @@ class StdinReader {
 /// Reads one message, in whichever framing its first line asks for; nothing at end of input. A
 /// message in header framing turns that framing on in `state`, for all output from then on. Blocks;
 /// main thread only. Throws `MCPError` -32600 (too large) or -32700 (broken header block); the next
-/// call then starts a new message after the last byte consumed. After `std::bad_alloc` it is not
-/// known where the next message starts.
+/// call then starts a new message after the last byte consumed. After `std::bad_alloc` the start of
+/// the next message is unknown.
 [[nodiscard]] std::optional<Bytes> readNextPayload(StdinReader& reader, ServerState& state);
 
 /// The only way to standard output once the server runs.
@@ -51,12 +52,12 @@ class MessageWriter {
   MessageWriter(int descriptor, const ServerState& serverState)
       : output(descriptor), state(serverState) {}
 
-  /// Writes one whole JSON-RPC message as one frame, in the framing that `state` asks for. From any
-  /// thread; frames never mix. Blocks while the client does not read. Does not return, and ends the
-  /// process, when the client is gone. Throws `std::bad_alloc`, with nothing written.
+  /// Writes one whole JSON-RPC message as one frame, in the framing that `state` requires.
+  /// Thread-safe; frames never mix. Blocks while the client does not read. When the client is gone,
+  /// ends the process and does not return. Throws `std::bad_alloc`, with nothing written.
   void writeMessage(const JsonText& message);
 
-  /// Ends the process, as `endProcess` does, but not in the middle of a frame. From any thread.
+  /// Ends the process, as `endProcess` does, but not in the middle of a frame. Thread-safe.
   [[noreturn]] void endAfterFrame();
 
  private:

@@ -8,8 +8,8 @@ namespace quillmere {
 
 std::string requestIDKey(const JsonValue& id) {
   if (const auto number = id.asNumber()) return number->canonicalText();
-  // Written anew, so that one text with other escapes in it is the same id. Its quotes tell it from
-  // a number.
+  // We rewrite the string, so that different escapes for the same text give the same id. Its quotes
+  // tell it from a number.
   if (const auto string = id.asString()) return JsonText(*string).str();
   return std::string(id.text());
 }
@@ -22,8 +22,8 @@ void InFlightRequest::cancel(std::optional<std::string> reason) {
     _reason = std::move(reason);
     open = std::move(_socketDescriptor);
   }
-  // Our reference keeps the descriptor's number taken until the shutdown is done: no other call can
-  // be given it meanwhile.
+  // Our reference keeps the descriptor's number taken until the shutdown is done, so no other call
+  // can get it meanwhile.
   if (open) open->shutDown();
 }
 
@@ -43,7 +43,7 @@ void InFlightRequest::detach() {
   std::shared_ptr<const UnixSocket> released;
   const std::lock_guard hold(lock);
   // Swapped, not reset: if this was the last reference, the descriptor is closed after the lock is
-  // free.
+  // released.
   released.swap(_socketDescriptor);
 }
 
@@ -65,7 +65,7 @@ void InFlightRequests::remove(const InFlightRequest& request) noexcept {
   const auto place = _requests.find(request.key);
   if (place == _requests.end() || place->second.get() != &request) return;
   removed = std::move(place->second);
-  // The record itself goes after the lock is free: a message of megabytes may go with it.
+  // The record itself is freed after the lock is released: it may own a message of megabytes.
   _requests.erase(place);
 }
 

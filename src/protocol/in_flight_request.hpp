@@ -1,4 +1,4 @@
-// The requests that workers carry out at the moment, so that the client can cancel them.
+// The requests that workers are carrying out, so that the client can cancel them.
 #pragma once
 
 #include <map>
@@ -12,8 +12,8 @@
 
 namespace quillmere {
 
-/// The text under which a request id is filed. A number and a string with the same digits differ;
-/// one number in two spellings (`1`, `1.0`) does not. Takes any value. Pure.
+/// The key under which a request id is filed. A number and a string with the same digits have
+/// different keys; two spellings of one number (`1`, `1.0`) have the same. Takes any value. Pure.
 [[nodiscard]] std::string requestIDKey(const JsonValue& id);
 
 /// The record of one running request, shared by its worker, by `InFlightRequests`, and for a moment
@@ -24,10 +24,10 @@ class InFlightRequest {
   InFlightRequest(std::shared_ptr<const JsonDocument> requestMessage, JsonValue id)
       : message(std::move(requestMessage)), requestID(id), key(requestIDKey(id)) {}
 
-  /// The request as it came; what refers to its bytes is valid as long as this.
+  /// The request as it came; views of its bytes are valid as long as this.
   const std::shared_ptr<const JsonDocument> message;
   const JsonValue requestID;
-  /// The id's key, kept so that removing the record needs no memory: it must work when there is
+  /// The id's key, kept so that removing the record needs no memory and works even when there is
   /// none.
   const std::string key;
 
@@ -37,11 +37,11 @@ class InFlightRequest {
 
   [[nodiscard]] bool isCancelled() const;
 
-  /// Makes `connection` the one that `cancel` breaks. Returns false, and takes nothing, when the
-  /// request has been cancelled already.
+  /// Makes `connection` the one that `cancel` breaks. Returns false, and does not take it, when the
+  /// request is cancelled already.
   [[nodiscard]] bool attach(std::shared_ptr<const UnixSocket> connection);
 
-  /// Lets go of the connection: a later `cancel` breaks nothing.
+  /// Releases the connection: a later `cancel` breaks nothing.
   void detach();
 
  private:
@@ -49,21 +49,21 @@ class InFlightRequest {
   /// The connection that `cancel` breaks, or null.
   std::shared_ptr<const UnixSocket> _socketDescriptor;
   bool _cancelled = false;
-  /// Kept for whoever looks at a cancelled request in a debugger; nothing depends on it.
+  /// For looking at a cancelled request in a debugger; nothing depends on it.
   std::optional<std::string> _reason;
 };
 
 /// The map `inFlightRequests`, by `requestIDKey`. Every function may be called from any thread.
 class InFlightRequests {
  public:
-  /// Files `request` under its id. A record already there is replaced; its request runs on, and can
-  /// no longer be found.
+  /// Files `request` under its id. Replaces a record that is already there; that request keeps
+  /// running but can no longer be found.
   void add(const std::shared_ptr<InFlightRequest>& request);
 
   /// The record filed under the id, or null.
   [[nodiscard]] std::shared_ptr<InFlightRequest> find(const JsonValue& requestID) const;
 
-  /// Removes this very record; another one under the same id stays.
+  /// Removes exactly this record; another one under the same id stays.
   void remove(const InFlightRequest& request) noexcept;
 
  private:

@@ -5,7 +5,7 @@
 
 namespace quillmere {
 
-// One place decides what the client reads of an exception, wherever it is caught.
+// The one place that decides what the client reads about an exception, wherever we catch it.
 MCPError currentFailure() {
   try {
     throw;

@@ -10,22 +10,22 @@
 namespace quillmere {
 
 /// A failure that reaches the client with its own JSON-RPC error code and text. Thrown by value.
-/// Every other failure is a `std::exception` and becomes an internal error.
+/// Any other failure is a `std::exception` and becomes an internal error.
 struct MCPError {
   int code = 0;
   std::string message;
 };
 
-/// The failure that is being handled, as the client shall see it: an `MCPError` unchanged, anything
-/// else as an internal error. Call only inside a `catch` block.
+/// The failure that is being handled, as the client sees it: an `MCPError` unchanged, anything else
+/// as an internal error. Call only inside a `catch` block.
 [[nodiscard]] MCPError currentFailure();
 
-/// `text` with each "{}" replaced by the next of `values`. Pure.
+/// `text` with each "{}" replaced by the next value in `values`. Pure.
 [[nodiscard]] std::string filledIn(std::string_view text,
                                    std::initializer_list<std::string_view> values);
 
-/// One kind of error: its code and its text, with "{}" where a value is filled in. A row does not
-/// compile if its text has another number of such places than its type says.
+/// One kind of error: its code and its text, with "{}" where a value goes. A row compiles only if
+/// its text has as many such places as its type says.
 template <std::size_t places>
 class Failure {
  public:
@@ -38,7 +38,7 @@ class Failure {
     if (found != places) throw "the text has another number of places";
   }
 
-  /// The error with these values in its places: `throw errors::tooLong(key)`.
+  /// The error with these values filled in: `throw errors::tooLong(key)`.
   template <std::convertible_to<std::string_view>... Values>
   requires(sizeof...(Values) == places) [[nodiscard]] MCPError operator()(
       const Values&... values) const {
@@ -50,7 +50,7 @@ class Failure {
   std::string_view text;
 };
 
-/// The one home of every error code and text.
+/// All error codes and texts.
 namespace errors {
 
 // JSON-RPC 2.0, section 5.1, and the codes that it leaves to the server.
@@ -91,7 +91,7 @@ inline constexpr Failure<0> paramsNotAnObject{invalidParams,
 inline constexpr Failure<1> internal{internalError, "Internal error: {}"};
 /// There is too little memory for a message or its response.
 inline constexpr Failure<0> outOfMemory{internalError, "Internal error: out of memory."};
-/// The system gives no thread to carry out a request.
+/// The system has no thread to carry out a request.
 inline constexpr Failure<0> noThread{internalError,
                                      "Internal error: no thread is available for this request."};
 
@@ -115,7 +115,7 @@ inline constexpr Failure<1> notAString{invalidParams, "{} must be a string."};
 inline constexpr Failure<1> notANumber{invalidParams, "{} must be a number."};
 inline constexpr Failure<1> notAnInteger{invalidParams, "{} must be an integer."};
 inline constexpr Failure<1> notABoolean{invalidParams, "{} must be a boolean."};
-/// The key, and the list of values as the client shall see it.
+/// The key, and the list of values as the client sees it.
 inline constexpr Failure<2> notOneOf{invalidParams, "{} must be one of: {}."};
 inline constexpr Failure<1> tooShort{invalidParams, "{} is too short."};
 inline constexpr Failure<1> tooLong{invalidParams, "{} is too long."};

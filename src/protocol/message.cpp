@@ -17,7 +17,7 @@ std::shared_ptr<const JsonDocument> parseMessage(Bytes bytes) {
 
 std::optional<JsonValue> requestIDOf(const JsonObject& message) {
   const auto id = message.find("id");
-  // JSON-RPC 2.0 discourages null as an id. Here it counts as none.
+  // JSON-RPC 2.0 discourages null as an id. Here null counts as no id.
   if (!id || id->isNull()) return std::nullopt;
   if (id->asBoolean()) throw errors::idIsBoolean();
   if (!id->isString() && !id->asNumber()) throw errors::idOfWrongType();

@@ -13,8 +13,8 @@
 namespace quillmere {
 
 /// One message as a document with an object at the top. Pure. Throws `MCPError` -32700 for bytes
-/// that are not UTF-8 and -32600 for an array, since batches are not taken, and `JsonError` for any
-/// other text that is not JSON.
+/// that are not UTF-8 and -32600 for an array, since we do not support batches, and `JsonError` for
+/// any other text that is not JSON.
 [[nodiscard]] std::shared_ptr<const JsonDocument> parseMessage(Bytes bytes);
 
 /// The id of a message: a string or a number, or nothing when it is missing or null. Pure.
@@ -24,7 +24,8 @@ namespace quillmere {
 /// The response to the request with this id. Pure; cannot fail.
 [[nodiscard]] JsonText makeResultResponse(const JsonValue& id, JsonText result);
 
-/// The one shape of all errors; without an id, its `id` is null. Pure; cannot fail.
+/// The error response to the request with this id. Without an id, its `id` is null. Pure; cannot
+/// fail.
 [[nodiscard]] JsonText makeErrorResponse(const std::optional<JsonValue>& id, const MCPError& error);
 
 }  // namespace quillmere

@@ -9,7 +9,7 @@
 
 namespace quillmere {
 
-/// Every function may be called from any thread, and takes the lock for one field access.
+/// All functions are thread-safe and hold the lock for one field access.
 class ServerState {
  public:
   /// Whether frames go out after a `Content-Length` header. Once on, it stays on.

@@ -7,7 +7,7 @@ namespace quillmere {
 
 namespace {
 
-/// The array under `key` if it holds objects only, or nothing.
+/// The array under `key` if it holds only objects, or nothing.
 std::optional<JsonArray> objectsIn(const JsonObject& object, std::string_view key) {
   const auto array = object.findArray(key);
   const auto isObject = [](const JsonValue& element) { return element.asObject().has_value(); };
@@ -18,7 +18,7 @@ void addSessionHint(GuidedResponse& guided, const JsonObject& arguments, Spellin
   const auto isPhoneScreen = [](const JsonValue& session) {
     return session.asObject()->findString("sessionKind") == "phoneScreen";
   };
-  // Other kinds of session can't be observed or tapped: for these tools there is none.
+  // Other kinds of session can't be observed or tapped, so they do not count.
   const auto sessions = objectsIn(guided.appResponse, "sessions");
   if (sessions && std::ranges::any_of(*sessions, isPhoneScreen)) return;
 

@@ -9,7 +9,7 @@
 
 namespace quillmere {
 
-/// An app response, and what the server adds to it. Valid as long as the response's document.
+/// An app response and what the server adds to it. Valid as long as the response's document.
 struct GuidedResponse {
   struct RecommendedTool {
     std::string name;
@@ -21,22 +21,22 @@ struct GuidedResponse {
   JsonObject appResponse;
   /// Comes after the response's own warnings.
   std::optional<std::string> addedWarning = {};
-  /// Takes the place of the response's own recommendation.
+  /// Replaces the response's own recommendation.
   std::optional<RecommendedTool> nextRecommendedTool = {};
 
-  /// The response's `warnings` if that is an array of strings; as any other value it counts as
-  /// none.
+  /// The response's `warnings` if it is an array of strings; any other value counts as none.
   [[nodiscard]] std::optional<JsonArray> ownWarnings() const;
 
   [[nodiscard]] bool isChanged() const { return addedWarning || nextRecommendedTool; }
 };
 
-/// Gives a text of ours, which names tools as the catalogue does, the names that the client knows.
+/// Rewrites a text of ours, which names tools as the catalogue does, with the names that the client
+/// knows.
 using Spelling = std::string (*)(std::string_view text);
 
-/// The app response to the tool called `name` with `arguments`, with what to do next as a warning
-/// and, after a look at the sessions, as the recommended next tool. Responses to other tools, and
-/// those that report a failure, stay as they were. Pure; cannot fail.
+/// The app response to the tool `name` called with `arguments`, plus a warning that says what to do
+/// next and, for the list of sessions, the recommended next tool. Responses of other tools and
+/// failures stay unchanged. Pure; cannot fail.
 [[nodiscard]] GuidedResponse addGuidance(std::string_view name, const JsonObject& arguments,
                                          const JsonObject& appResponse, Spelling spelled);
 

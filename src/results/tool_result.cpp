@@ -1,6 +1,5 @@
-// We read a few members of a response that may be megabytes long, for the summary. The rest is
-// passed on by reference, as the bytes that came. The response is written anew only where guidance
-// is added.
+// For the summary we read a few members of a response that may be megabytes long. We pass the
+// response on by reference, byte for byte, and rewrite it only if guidance is added.
 #include "results/tool_result.hpp"
 
 #include <algorithm>
@@ -15,7 +14,7 @@ namespace {
 constexpr std::string_view countedLists[] = {"devices", "sessions", "apps"};
 constexpr std::size_t shownWarnings = 2;
 
-/// Collects the lines. Each `add…` adds a line only if its member is there and has the right type.
+/// Collects the lines. Each `add…` adds a line only if its member exists and has the right type.
 class Summary {
  public:
   void addLine(std::string_view line) {
@@ -91,11 +90,11 @@ bool isFailure(const GuidedResponse& guided) {
 
 JsonText structuredContent(const GuidedResponse& guided) {
   const auto& [appResponse, addedWarning, next] = guided;
-  // The very bytes that came, unless something is added to them.
+  // The original bytes, unless we add something.
   if (!guided.isChanged()) return appResponse;
 
-  // Not `set` over the old members: a key would be there twice, and clients differ in which they
-  // take.
+  // Not `set` over the old members: the key would appear twice, and clients differ in which one
+  // they use.
   std::vector<std::string_view> replaced;
   if (addedWarning) replaced.emplace_back("warnings");
   if (next) replaced.emplace_back("nextRecommendedTool");

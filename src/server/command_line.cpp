@@ -28,17 +28,18 @@ constexpr std::string_view helpText =
 static_assert(helpText.size() == 350);
 
 void print(std::string_view text) {
-  // A failure means that whoever started us has closed standard output, and reads no error either.
+  // If this fails, standard output is closed, so nobody would read an error either.
   static_cast<void>(writeAll(STDOUT_FILENO, {text, "\n"}));
 }
 
 int printDoctorReport() {
   try {
-    // Written and read again, because the indented writer sorts the keys of what was read.
+    // We write and parse it again, because the indented writer takes a parsed value, whose keys it
+    // sorts.
     print(indentedJson(parseJson(doctorPayload().str())->root()));
     return 0;
   } catch (const std::exception&) {
-    // A path need not be UTF-8, for example, and then no JSON can hold it. Half a report would be
+    // For example, a path need not be UTF-8, and then JSON can't hold it. Half a report would be
     // worse than none.
     return 1;
   }

@@ -1,5 +1,5 @@
-// A report for a person whose AI client says that the phone can't be reached. It uses the functions
-// that a call uses, so that it can't find another socket than a call does.
+// A report for a person whose AI client says that it can't reach the phone. It uses the same
+// functions as a call, so it finds the same socket.
 #include "server/doctor.hpp"
 
 #include <exception>
@@ -22,7 +22,7 @@ JsonText textOrNull(const std::optional<Text>& text) {
   return text ? JsonText(*text) : nullptr;
 }
 
-/// The result of `ask`, or an empty one when a resource is missing: the report goes on.
+/// The result of `ask`, or an empty one when a resource is missing, so that the report goes on.
 template <typename Ask>
 auto valueOrEmpty(Ask ask) -> decltype(ask()) {
   try {
@@ -43,7 +43,7 @@ JsonText candidateReports(const std::optional<std::string>& bundleIdentifier) {
   return reports;
 }
 
-/// Why no connection can be made, or nothing if one could.
+/// Why the connection failed, or nothing if it succeeded.
 std::optional<std::string> connectFailure() {
   try {
     static_cast<void>(connectAppControlSocket());
@@ -59,7 +59,7 @@ std::optional<std::string> connectFailure() {
 
 JsonText doctorPayload() {
   const auto identifier = valueOrEmpty([] { return bundledAppIdentifier(executableURL()); });
-  // Before the connect test: a contact may make an app that is ending remove its socket.
+  // Before the connect test: a connection may make an app that is ending remove its socket.
   JsonText candidates = candidateReports(identifier);
   const auto failure = connectFailure();
   return JsonText{

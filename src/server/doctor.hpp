@@ -5,9 +5,9 @@
 
 namespace quillmere {
 
-/// The report, from the same functions that a tool call goes through: the same candidates, the same
-/// connect with the same failure texts. Opens a connection to the desktop app and closes it again,
-/// nothing else. Blocks up to 3 seconds for each candidate. Cannot fail.
+/// The report, made by the same functions as a tool call: the same candidates, the same connect
+/// with the same failure texts. Only opens a connection to the desktop app and closes it again.
+/// Blocks up to 3 seconds for each candidate. Cannot fail.
 [[nodiscard]] JsonText doctorPayload();
 
 }  // namespace quillmere

@@ -19,12 +19,12 @@ int runProgram(int argumentCount, char** arguments, const Dialect& dialect) {
     if (!giveUpReserve()) endProcess();
   });
 
-  // A program may be started without even its name.
+  // A program may be started without any arguments, not even its name.
   const auto first = static_cast<std::size_t>(std::min(argumentCount, 1));
   const auto count = static_cast<std::size_t>(argumentCount);
   if (const auto status = runCLI({arguments + first, count - first})) return *status;
 
-  // Never freed, and no destructor is run below: workers may use it until the process is gone.
+  // Never freed, and no destructor runs below: workers may use it until the process is gone.
   static auto& server = *new Server(STDOUT_FILENO, dialect);
   // From here on a frame may be half written.
   std::set_new_handler([] {

@@ -1,6 +1,6 @@
 // The main thread reads one message after the other and responds at once to what it can. Requests
-// that wait for the desktop app go to workers, which respond by themselves, in whatever order they
-// end. So a cancellation is read while the call that it cancels is under way.
+// that wait for the desktop app go to workers, which write their own responses, in any order. So we
+// can read a cancellation while the call that it cancels is running.
 #include "server/server.hpp"
 
 #include <memory>
@@ -19,14 +19,14 @@ namespace {
 
 constexpr std::string_view notificationPrefix = "notifications/";
 
-/// Writes the error response to the request with this id, or with null for one, for the failure
-/// that is being handled. Call only inside a `catch` block, from any thread.
+/// Writes an error response for the failure that is being handled, with this id, or with null if
+/// there is none. Call only inside a `catch` block, from any thread.
 void writeFailure(const std::optional<JsonValue>& id, MessageWriter& output) {
   try {
     output.writeMessage(makeErrorResponse(id, currentFailure()));
   } catch (...) {
-    // The first failure could not be put into words: there was no memory for it, or its text is not
-    // UTF-8. That is a failure too, and one with a short text.
+    // We could not write the first failure: there was no memory for it, or its text is not UTF-8.
+    // That is a failure too, and it has a short text.
     output.writeMessage(makeErrorResponse(id, currentFailure()));
   }
 }
@@ -36,8 +36,8 @@ void carryOut(InFlightRequest& request, const Method& method, Server& server) {
   try {
     auto result = handleRequest(request.message->object(), &method,
                                 {server.context, request.requestID, &request});
-    // `callAppControl` has checked this too, but the client may have cancelled since: MCP wants no
-    // response to what was cancelled.
+    // `callAppControl` has checked this, but the client may have cancelled since, and a cancelled
+    // request must not get a response (MCP).
     if (!result || request.isCancelled()) return;
     server.output.writeMessage(makeResultResponse(request.requestID, std::move(*result)));
   } catch (...) {
@@ -46,9 +46,9 @@ void carryOut(InFlightRequest& request, const Method& method, Server& server) {
 }
 
 /// Hands `message`, a request with this id, to a worker that carries it out and responds to it, and
-/// returns at once. From then until its response is out the request can be cancelled by its id.
-/// Throws `MCPError` -32603 when no thread is available for it, and `std::bad_alloc`, and then
-/// leaves no record of the request.
+/// returns at once. The request can be cancelled by its id until its response is out. Throws
+/// `MCPError` -32603 when no thread is available, and `std::bad_alloc`; then no record of the
+/// request remains.
 void dispatchRequest(std::shared_ptr<const JsonDocument> message, JsonValue id,
                      const Method& method, Server& server) {
   const auto request = std::make_shared<InFlightRequest>(std::move(message), id);
@@ -73,8 +73,8 @@ void serve(int descriptor, Server& server) {
       auto message = readNextPayload(reader, server.context.state);
       if (!message || !processPayload(std::move(*message), server)) return;
     } catch (const std::bad_alloc&) {
-      // Part of a message was lost. If there was a request in it, its id is not known, and so the
-      // client could not be told that it failed.
+      // Part of a message is lost. It may have been a request, but without its id we can't tell the
+      // client that it failed.
       server.output.endAfterFrame();
     } catch (...) {
       writeFailure(std::nullopt, server.output);
@@ -83,7 +83,7 @@ void serve(int descriptor, Server& server) {
 }
 
 bool processPayload(Bytes bytes, Server& server) {
-  // The id is a place in the message, which must stay until the response is out.
+  // The id points into the message, which must stay until the response is out.
   std::shared_ptr<const JsonDocument> message;
   std::optional<JsonValue> id;
   try {
@@ -108,8 +108,8 @@ bool processPayload(Bytes bytes, Server& server) {
     writeFailure(id, server.output);
     return true;
   } catch (...) {
-    // Without an id this is text that is not JSON, such as a blank line or a log's. It gets no
-    // response: an error with a null id could be taken for the response to something else.
+    // Without an id this is text that is not JSON, such as a blank line or a line of a log. We do
+    // not respond: a client could take an error with a null id for the response to something else.
     if (id) writeFailure(id, server.output);
     return true;
   }

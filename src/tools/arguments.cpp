@@ -1,6 +1,6 @@
-// A model writes arguments as it understands the schema, not always to the letter. We first put
-// right what can mean only one thing, names of keys above all. Then we check the rest against the
-// schema, and report the first fault in words that the model can act on.
+// A model writes arguments as it understands the schema, not always to the letter. We first correct
+// spellings that can mean only one thing, above all names of keys. Then we check the arguments
+// against the schema, and report the first fault in words that the model can act on.
 #include "tools/arguments.hpp"
 
 #include <algorithm>
@@ -22,7 +22,7 @@ struct KeyAlias {
   std::string_view canonicalName;
 };
 
-/// All of them, although those with a hyphen need no look-up: with an underscore for it they are
+/// All aliases, although those with a hyphen need no look-up: with an underscore instead they are
 /// canonical names already.
 constexpr KeyAlias keyAliases[] = {
     {"forwarddelete", "forward_delete"},
@@ -55,13 +55,13 @@ std::string loweredName(std::string_view text) {
 
 std::string canonicalKey(std::string_view text) {
   const std::string lowered = loweredName(text);
-  // With underscores for hyphens most spellings are canonical names already. The rest are aliases.
+  // With underscores instead of hyphens most spellings are canonical names. The rest are aliases.
   std::string candidate = lowered;
   std::ranges::replace(candidate, '-', '_');
   if (contains(Constants::allowedKeyValues, candidate)) return candidate;
   const auto* alias =
       std::ranges::find(Constants::keyAliases, lowered, &Constants::KeyAlias::alias);
-  // Validation refuses what is neither.
+  // Validation refuses anything else.
   return alias == std::end(Constants::keyAliases) ? candidate : std::string(alias->canonicalName);
 }
 
@@ -77,7 +77,7 @@ constexpr Rewrite rewrites[] = {
 };
 
 void refuseUnknownArguments(const Tool& tool, std::string_view name, const JsonObject& arguments) {
-  // The first by name, whatever the order in which they were sent.
+  // The first by name, not by place: the same arguments get the same message in any order.
   std::optional<std::string> firstUnknown;
   for (const JsonMember& argument : arguments) {
     const JsonString key = argument.key();
@@ -177,12 +177,11 @@ void validateSchemaArguments(const Tool& tool, std::string_view name, const Json
   demandRequiredArguments(tool, name, arguments);
   for (const JsonMember& argument : arguments.distinctMembers()) {
     const JsonValue value = argument.value();
-    // Null passes as if it had not been sent, and is not sent on. A required argument that is null
-    // counts as missing, above.
+    // Null passes as if it were absent, and is not sent on. A required argument that is null counts
+    // as missing, above.
     if (!value.isNull()) validateValue(value, *findProperty(tool, argument.key().view()));
   }
-  // Here a target of null counts as one, as it does in the JSON Schema: `required` asks for the
-  // key.
+  // Here a null target counts, as it does in the JSON Schema: `required` asks only for the key.
   if (contains(sessionTargetToolNames(), tool.name) && !arguments.contains("deviceSerial") &&
       !arguments.contains("sessionId")) {
     throw errors::missingSessionTarget(name);

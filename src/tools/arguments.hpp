@@ -1,5 +1,5 @@
-// What happens to a tool's arguments before they are sent: normalisation, then the check against
-// the tool's schema.
+// What happens to a tool's arguments before we send them: normalisation, then the check against the
+// tool's schema.
 #pragma once
 
 #include <memory>
@@ -11,7 +11,7 @@
 
 namespace quillmere {
 
-/// Arguments, and what they refer to if that is not the message that brought them.
+/// Arguments, and the document they refer to if it is not the client's message.
 struct NormalizedArguments {
   JsonObject object;
   /// Null when nothing was rewritten.

@@ -1,6 +1,6 @@
 // Texts, names and bounds here are what clients see, word for word. An argument that several tools
-// declare alike is written once, as a constant or in a fragment. Schemas are made of these rows,
-// and calls are checked against the same rows.
+// declare alike is written once, as a constant or in a fragment. Schemas and checks use the same
+// rows.
 #include "tools/catalogue.hpp"
 
 #include <algorithm>
@@ -210,7 +210,7 @@ constexpr Property adbCommandArguments[] = {
     {.name = "reason", .maxLength = 2048},
 };
 
-// What a call must give.
+// Arguments that a call must give.
 constexpr std::string_view aDevice[] = {"deviceSerial"};
 constexpr std::string_view aPoint[] = {"x", "y"};
 constexpr std::string_view twoPoints[] = {"startX", "startY", "endX", "endY"};
@@ -409,7 +409,7 @@ constexpr Tool tools[] = {
 static_assert(std::size(tools) == 20);
 static_assert(std::ranges::count(tools, std::string_view(), &Tool::toolToCommand) == 1);
 
-/// Reserved: a client that knows of it may call it, and models are not offered it.
+/// Reserved: a client that knows it may call it, but we do not offer it to models.
 constexpr std::string_view hiddenToolNames[] = {"quillmere.adb.command"};
 
 constexpr auto namesOfSessionTools = [] {
@@ -418,7 +418,7 @@ constexpr auto namesOfSessionTools = [] {
   for (const Tool& tool : tools) {
     if ((tool.fragments & sessionTarget) != 0) *end++ = tool.name;
   }
-  if (end != names.end()) throw "there is another number of them";
+  if (end != names.end()) throw "the number of session tools has changed";
   return names;
 }();
 
@@ -464,7 +464,7 @@ JsonText propertySchema(const Property& property) {
   return schema;
 }
 
-/// The condition that a session or a device is given.
+/// Requires that a session or a device is given.
 JsonText sessionTargetAnyOf() {
   JsonText anyOf = JsonText::array();
   for (const std::string_view target : {"sessionId", "deviceSerial"}) {
@@ -518,7 +518,7 @@ JsonText merged(const Tool& tool) {
 }
 
 JsonText visibleTools() {
-  // Never destroyed: the text is sent as it is from the second request on.
+  // Made once. Never destroyed: workers may use it while the process ends.
   static const auto& list = *new auto(std::make_shared<const std::string>([] {
     JsonText entries = JsonText::array();
     for (const Tool& tool : tools) {

@@ -1,4 +1,4 @@
-// The vocabulary towards the AI client: 20 tools and the arguments of each, as constant data.
+// The vocabulary of the AI client: 20 tools and their arguments, as constant data.
 #pragma once
 
 #include <array>
@@ -12,7 +12,7 @@
 
 namespace quillmere {
 
-/// The values that schemas name.
+/// Values that schemas name.
 namespace Constants {
 
 inline constexpr std::array<std::string_view, 5> helpTopics = {"quickstart", "workflow", "session",
@@ -31,7 +31,7 @@ inline constexpr std::array<std::string_view, 4> uiScrollDirections = {"up", "do
 
 enum class ArgumentType { string, boolean, integer, number };
 
-/// One argument of a tool: what its JSON Schema says. What is not set is absent from the schema.
+/// One argument of a tool, as its JSON Schema says. An unset field is absent from the schema.
 struct Property {
   std::string_view name;
   ArgumentType type = ArgumentType::string;
@@ -42,15 +42,15 @@ struct Property {
   /// Inclusive; only for integers and numbers.
   std::optional<std::int64_t> minimum = std::nullopt;
   std::optional<std::int64_t> maximum = std::nullopt;
-  /// Only shown to the client: what is missing is not filled in here.
+  /// Only shown to the client: we do not fill in missing arguments.
   std::variant<std::monostate, bool, std::int64_t, std::string_view> defaultValue = {};
-  /// The only values that pass; any, when empty. Only for strings.
+  /// The only values that pass; if empty, all pass. Only for strings.
   std::span<const std::string_view> allowed = {};
   std::span<const std::string_view> examples = {};
 };
 
-/// What a call does to the phone, for clients that ask a person before a call; the closest one.
-/// Repeatable means that the same call once more changes nothing more.
+/// What a call does to the phone, for clients that ask a person before a call. Each tool has the
+/// closest one. Repeatable means that repeating the call changes nothing more.
 enum class Effect {
   /// Changes nothing.
   readsPhone,
@@ -60,7 +60,7 @@ enum class Effect {
   changesView,
   /// Changes something each time, but destroys nothing.
   addsInput,
-  /// May do whatever the app on the screen does then: delete, buy or send.
+  /// May do whatever the app on the screen does in response: delete, buy or send.
   mayDestroy,
   mayDestroyRepeatable,
 };
@@ -77,13 +77,13 @@ struct Tool {
   std::string_view name;
   std::string_view title;
   std::string_view description;
-  /// The desktop app's command for it, such as `uiGetState`; empty for a tool that this server
-  /// carries out by itself.
+  /// The desktop app's command, such as `uiGetState`; empty for a tool that this server carries out
+  /// by itself.
   std::string_view toolToCommand = {};
   Effect effect = Effect::readsPhone;
   unsigned fragments = noFragment;
   std::span<const Property> ownProperties = {};
-  /// Arguments that must be given. The first one that is missing is reported.
+  /// Arguments that must be given. We report the first one that is missing.
   std::span<const std::string_view> required = {};
 };
 
@@ -93,7 +93,7 @@ struct Tool {
 /// The tool of exactly this name, or null.
 [[nodiscard]] const Tool* findTool(std::string_view name);
 
-/// The tools that `tools/list` leaves out. They are ordinary ones otherwise.
+/// Whether `tools/list` leaves out this tool. Such a tool works like any other.
 [[nodiscard]] bool isHidden(const Tool& tool);
 
 /// The tools whose calls must name a session or a device: all that can take a session.
