@@ -94,7 +94,7 @@ class Service {
     }
   }
 
-  /// Made when it is first asked for; empty when there is no such payload.
+  /// Made on first use; empty when there is no such payload.
   std::string_view frameOf(std::string_view name) {
     auto place = frames.find(name);
     if (place == frames.end()) {
@@ -145,12 +145,12 @@ App::~App() {
 
 void App::waitForArrival() {
   if (nextReport(reports.readEnd).kind != Report::Kind::arrived)
-    throw std::logic_error("No call came.");
+    throw std::logic_error("The expected call did not come.");
 }
 
 std::int64_t App::waitForBreak() {
   const Report entry = nextReport(reports.readEnd);
-  if (entry.kind != Report::Kind::broken) throw std::logic_error("A call too many came.");
+  if (entry.kind != Report::Kind::broken) throw std::logic_error("There was an unexpected call.");
   return entry.nanoseconds;
 }
 

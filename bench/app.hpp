@@ -11,24 +11,24 @@
 
 namespace quillmere::bench {
 
-/// Answers, as a call asks for them in its argument `taskId`, which servers pass on: the names of
-/// payloads, and two that are none. Asked for any other, the app closes the connection.
+/// What the app answers. A call selects it in its argument `taskId`, which servers pass on: the
+/// name of a payload or one of two special names. For any other name the app closes the connection.
 namespace answers {
 inline constexpr const char* small = "small";
-/// The small one, held back for `heldMs`.
+/// The small one, delayed by `heldMs`.
 inline constexpr const char* held = "held";
-/// None: the app waits until the connection breaks.
+/// Nothing: the app waits until the connection breaks.
 inline constexpr const char* none = "none";
 }  // namespace answers
 
 inline constexpr int heldMs = 50;
 
 /// A child process that listens at a control socket from construction to destruction. One thread
-/// serves all connections, so that its own scheduling adds nothing to what is measured.
+/// serves all connections, so that its own scheduling does not affect the measurement.
 class App {
  public:
-  /// Throws `std::system_error` when it can't listen at `socketPath` or be started. Call while the
-  /// process has one thread.
+  /// Throws `std::system_error` when it can't listen at `socketPath` or start the process. Call
+  /// while this process has only one thread.
   explicit App(const std::string& socketPath);
   App(const App&) = delete;
   App& operator=(const App&) = delete;
@@ -38,8 +38,8 @@ class App {
 
   [[nodiscard]] pid_t processID() const { return child; }
 
-  /// Waits until a call for `answers::none` has come in, or until the connection of one has broken.
-  /// The moment is in nanoseconds of the monotonic clock, which all processes share.
+  /// Waits until a call for `answers::none` arrives, or until the connection of one breaks. The
+  /// returned time is in nanoseconds of the monotonic clock, which all processes share.
   void waitForArrival();
   [[nodiscard]] std::int64_t waitForBreak();
 

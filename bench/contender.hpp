@@ -1,4 +1,4 @@
-// One of the programs that are compared, in one scenario.
+// One of the compared programs, in one scenario.
 #pragma once
 
 #include <memory>
@@ -18,13 +18,13 @@ struct Rival {
   bool takesHeaderFraming = true;
 };
 
-/// A rival at work, with its app. Starts the process when it is first asked for.
+/// A rival at work, with its app. Starts the process on first use.
 class Contender {
  public:
   Contender(const Rival& rivalToStart, ChildStreams streamKind, App& desktopApp)
       : app(desktopApp), rival(rivalToStart), streams(streamKind) {}
 
-  /// A new process, not spoken to yet.
+  /// A new process, before the handshake.
   [[nodiscard]] std::unique_ptr<ServerProcess> start() const;
   /// A new process after the handshake.
   [[nodiscard]] std::unique_ptr<ServerProcess> startInitialized() const;
@@ -42,10 +42,11 @@ class Contender {
 /// The next message's text. Throws `std::runtime_error` when the server has gone.
 [[nodiscard]] std::string_view receiveFrom(ServerProcess& server);
 
-/// Messages of the client, each a line.
+/// Messages of the client, one per line.
 [[nodiscard]] std::string initializeRequest();
 [[nodiscard]] std::string request(int id, std::string_view method, std::string_view params = "{}");
-/// Asks for one of the app's answers by a tool of `quillmere`, with `arguments` as its own ones.
+/// A tool call that makes the app answer with the given payload, with `arguments` as the tool's own
+/// arguments.
 [[nodiscard]] std::string callRequest(int id, std::string_view answer,
                                       std::string_view tool = "input.tap",
                                       std::string_view arguments = R"(,"x":120,"y":340.5)");

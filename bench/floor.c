@@ -201,7 +201,7 @@ static void take(const char* line, size_t length, const char* listPath) {
 
 int main(int argumentCount, char** arguments) {
   if (argumentCount != 3) return 2;
-  /* A limit that has to fetch fresh pages for every large answer would be none. */
+  /* If it had to fetch new pages for every large app response, it would not be a limit. */
   mallopt(M_MMAP_THRESHOLD, 32 << 20);
   mallopt(M_TRIM_THRESHOLD, INT_MAX);
   mallopt(M_ARENA_MAX, 1);

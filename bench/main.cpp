@@ -1,6 +1,6 @@
 // Measures the server beside its rivals: all of them in turn, round by round, in one run.
 //
-//   quillmere-bench [option...] SERVER FLOOR
+// quillmere-bench [option...] SERVER COMPAT FLOOR
 #include <sched.h>
 
 #include <algorithm>
@@ -26,10 +26,10 @@ namespace {
 constexpr std::string_view usage =
     "quillmere-bench [option...] SERVER COMPAT FLOOR    the programs to compare\n"
     "\n"
-    "  --sdk NODE SCRIPT   a third one: a script for Node.js\n"
+    "  --sdk NODE SCRIPT   one more program: a script for Node.js\n"
     "  --quick             fewer and shorter rounds\n"
     "  --only TEXT         only scenarios with TEXT in their name\n"
-    "  --guard FILE        fail when a ratio to the floor is more than twice the one recorded "
+    "  --guard FILE        fail if a ratio to the floor is more than twice the one recorded "
     "there\n"
     "  --record FILE       record the ratios there\n";
 
@@ -67,7 +67,7 @@ Options readOptions(std::vector<std::string> arguments) {
     } else if (option == "--record") {
       options.record = value();
     } else if (option.starts_with("-")) {
-      throw std::invalid_argument(option + " is no option.");
+      throw std::invalid_argument(option + " is not an option.");
     } else {
       programs.push_back(option);
     }
@@ -79,7 +79,7 @@ Options readOptions(std::vector<std::string> arguments) {
   return options;
 }
 
-/// Writes what the server answers to `tools/list` into a file for its rivals, and returns its path.
+/// Writes the server's `tools/list` result into a file for its rivals, and returns the path.
 std::string saveToolList(const Options& options, const TemporaryHome& home, App& app) {
   const Rival server{"server", options.server};
   Contender contender(server, ChildStreams::pipes, app);
@@ -96,13 +96,13 @@ std::string saveToolList(const Options& options, const TemporaryHome& home, App&
 constexpr std::size_t comparedRivals = 2;
 constexpr int roundsForScale = 3;
 
-/// Binds processes to one processor, where a call's cost shows without the wake-ups between
-/// processors that would hide it, and lets them go again. Processes that they start inherit it.
+/// Binds processes to one processor, and releases them. On one processor a call's cost is not
+/// hidden by wake-ups between processors. Child processes inherit the binding.
 class Affinity {
  public:
   Affinity() {
     check(::sched_getaffinity(0, sizeof all, &all));
-    // The last one: interrupts and other programs tend to the first.
+    // The last one: interrupts and other programs tend to use the first.
     std::size_t last = CPU_SETSIZE - 1;
     while (!CPU_ISSET(last, &all)) --last;
     CPU_SET(last, &one);
@@ -136,7 +136,7 @@ class Benchmark {
     }
   }
 
-  /// Returns whether the guard is content.
+  /// Returns whether the guard passes.
   bool run() {
     std::vector<std::string> names;
     for (const Rival& rival : rivals) names.push_back(rival.name);
@@ -176,7 +176,7 @@ class Benchmark {
     for (int round = 0; round < std::min(options.rounds, details.mostRounds); ++round) {
       for (std::size_t i = 0; i < contenders.size(); ++i) {
         if (details.inHeaderFraming && !compared[i]->takesHeaderFraming) continue;
-        // The others are for scale: a few rounds of their long ones will do.
+        // The others are for scale: a few rounds of their long scenarios are enough.
         if (i >= comparedRivals && round >= roundsForScale) continue;
         row.rounds[i].push_back(scenario.measure(scenario, contenders[i], options.budget));
       }
@@ -184,8 +184,8 @@ class Benchmark {
     return row;
   }
 
-  /// What fails is measured once more, and fails if it fails again: machines stumble. Where the
-  /// machine is too noisy for a verdict, nothing fails.
+  /// Measures a failing row once more and fails only if it fails again, since machines stall at
+  /// times. A row that is too noisy for a verdict does not fail.
   bool passes(const std::vector<Row>& rows, const RecordedRatios& recorded) {
     bool allPass = true;
     for (const Row& row : rows) {
@@ -193,7 +193,7 @@ class Benchmark {
       const Row again = measure(row.scenario);
       if (isNoisy(again) || !failsGuard(again, recorded)) continue;
       printRow(again);
-      std::printf("FAILED: %.*s: more than twice the recorded ratio, two times running.\n",
+      std::printf("FAILED: %.*s: more than twice the recorded ratio, twice in a row.\n",
                   static_cast<int>(row.scenario.name.size()), row.scenario.name.data());
       allPass = false;
     }
@@ -204,7 +204,7 @@ class Benchmark {
   const TemporaryHome home;
   App app;
   const Affinity affinity;
-  /// Those with a column.
+  /// The rivals that have a column.
   std::vector<Rival> rivals;
   const Rival compat{"compat", options.compat};
 };

@@ -1,4 +1,4 @@
-// The parts of a call that a profile shows to matter, each alone.
+// The parts of a call that matter in a profile, each by itself.
 #include <benchmark/benchmark.h>
 #include <unistd.h>
 
@@ -29,7 +29,7 @@ void parse(benchmark::State& state, const std::string& text) {
   countBytes(state, text.size());
 }
 
-/// What the server does with an answer: reads it, looks at it, and puts the response together.
+/// What the server does with an app response: parses it, looks at it, and builds the result.
 void answer(benchmark::State& state, const std::string& text) {
   while (state.KeepRunning()) {
     const auto payload = parseJson(text);
@@ -57,7 +57,7 @@ void normalise(benchmark::State& state) {
   }
 }
 
-/// As many characters as the longest argument may have, of which each takes `character`.
+/// The longest allowed argument, made of `character` only.
 void countCharacters(benchmark::State& state, const std::string& character) {
   constexpr std::size_t longest = 16'384;
   std::string text;
@@ -97,7 +97,8 @@ BENCHMARK(readLine);
 }  // namespace quillmere::bench
 
 int main(int argumentCount, char** arguments) {
-  // As the server does: it decides how much of a large answer's time is page faults.
+  // As the server does, since this decides how much time a large app response spends in page
+  // faults.
   quillmere::tuneAllocator();
   benchmark::Initialize(&argumentCount, arguments);
   benchmark::RunSpecifiedBenchmarks();

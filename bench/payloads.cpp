@@ -53,7 +53,7 @@ std::string imagePayload(std::size_t bytes, std::string_view slash) {
   constexpr std::string_view digits =
       "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
   constexpr std::string_view end = "\"}}";
-  // What every PNG begins with.
+  // The start of every PNG.
   std::string payload = R"({"ok":true,"image":{"mimeType":"image/png","data":"iVBORw0KGgoAAAAN)";
   payload.reserve(bytes);
   for (std::uint32_t state = 1; payload.size() + 4 * slash.size() + end.size() <= bytes;) {

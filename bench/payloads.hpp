@@ -1,4 +1,4 @@
-// What the desktop app of the benchmarks answers.
+// App responses for the benchmarks.
 #pragma once
 
 #include <cstddef>
@@ -7,11 +7,11 @@
 
 namespace quillmere::bench {
 
-/// `head`, `piece` as often as it fits, and `tail`: `bytes` at most.
+/// `head`, as many times `piece` as fit, and `tail`: at most `bytes`.
 [[nodiscard]] std::string filled(std::string_view head, std::string_view piece,
                                  std::string_view tail, std::size_t bytes);
 
-/// What a tap is answered with.
+/// The response to a tap.
 [[nodiscard]] std::string smallPayload();
 
 /// A screenshot: one long text of base64, `bytes` in all (or a few fewer), with each slash written
@@ -21,8 +21,8 @@ namespace quillmere::bench {
 /// A page of an Android app in Chinese: nodes of 13 members and some 290 bytes.
 [[nodiscard]] std::string uiPayload(std::size_t nodes);
 
-/// The payload called `name`: its kind and, where it has a size, a blank and how many bytes (or
-/// nodes) it is to have, as in "image 4194304". Empty when there is none of that kind.
+/// The payload called `name`: its kind and, if it has a size, a blank and its number of bytes (or
+/// nodes), as in "image 4194304". Empty for an unknown kind.
 [[nodiscard]] std::string payloadCalled(std::string_view name);
 
 }  // namespace quillmere::bench

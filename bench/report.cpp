@@ -15,7 +15,7 @@ constexpr std::size_t serverAt = 1;
 constexpr double noisySpread = 0.25;
 constexpr double guardFactor = 2;
 
-/// The value below which `part` of the sorted `values` lie, between two of them as it falls.
+/// The value below which `part` of the sorted `values` lie, interpolated between two of them.
 double quantile(const std::vector<double>& values, double part) {
   const double place = part * static_cast<double>(values.size() - 1);
   const auto below = static_cast<std::size_t>(place);
@@ -23,13 +23,13 @@ double quantile(const std::vector<double>& values, double part) {
   return std::lerp(values[below], values[above], place - static_cast<double>(below));
 }
 
-/// How far `values` are apart: the distance between their quartiles as a part of their median.
+/// The spread of `values`: the distance between their quartiles as a fraction of their median.
 double spread(std::vector<double> values) {
   std::ranges::sort(values);
   return (quantile(values, 0.75) - quantile(values, 0.25)) / quantile(values, 0.5);
 }
 
-/// How many columns `text` takes: every character of ours takes one.
+/// How many columns `text` takes: all our characters take one.
 std::size_t columns(std::string_view text) {
   std::size_t count = 0;
   for (const char byte : text) count += (static_cast<unsigned char>(byte) & 0xC0U) != 0x80U;
@@ -41,7 +41,7 @@ std::string padded(const std::string& text, std::size_t width, bool toTheRight) 
   return toTheRight ? blanks + text : text + blanks;
 }
 
-/// Three digits that count.
+/// Three significant digits.
 std::string number(double value) {
   char text[32];
   const int decimals = value >= 100 ? 0 : value >= 10 ? 1 : 2;
@@ -158,7 +158,7 @@ void writeRatios(const std::string& path, const std::vector<Row>& rows) {
 bool failsGuard(const Row& row, const RecordedRatios& recorded) {
   const auto found = recorded.find(row.scenario.name);
   if (found == recorded.end()) return false;
-  // Memory that is hardly there, or that the floor hardly takes, makes a ratio of anything.
+  // If the memory used is close to zero, for us or for the floor, the ratio can be anything.
   if (row.scenario.bar.kind == Bar::Kind::figure && meetsBar(row)) return false;
   const double ratio = ratioToFloor(row, serverAt);
   return row.scenario.details.moreIsBetter ? ratio * guardFactor < found->second

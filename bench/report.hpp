@@ -10,22 +10,21 @@
 
 namespace quillmere::bench {
 
-/// One scenario's figures, one a round, of the floor, the server and the other rivals in turn; none
-/// of a rival that can't take part.
+/// One scenario's figures, one per round, for the floor, the server and the other rivals in turn;
+/// none for a rival that can't take part.
 struct Row {
   const Scenario& scenario;
   std::vector<std::vector<double>> rounds;
 };
 
-/// The middle one of `values`, which must not be empty; of an even number the mean of the middle
-/// two.
+/// The median of `values`, which must not be empty; for an even number the mean of the middle two.
 [[nodiscard]] double median(std::vector<double> values);
 
-/// Median over the rounds of a contender's figure divided by the floor's of the same round: what
-/// slows the machine down for a while slows both.
+/// The median over all rounds of a contender's figure divided by the floor's figure in the same
+/// round: a slow phase of the machine slows both.
 [[nodiscard]] double ratioToFloor(const Row& row, std::size_t contender);
 
-/// Whether the floor's own rounds differ so much that the row says little.
+/// Whether the floor's own rounds vary so much that the row says little.
 [[nodiscard]] bool isNoisy(const Row& row);
 
 /// Prints the head of the table, a row, and how to read it. Markdown, aligned for a terminal.
@@ -33,14 +32,15 @@ void printHead(const std::vector<std::string>& rivals);
 void printRow(const Row& row);
 void printLegend(bool anyNoisy);
 
-/// The server's recorded ratios, by scenario. A file of lines: ratio, blank, name of the scenario.
+/// The server's recorded ratios, by scenario. Each line of the file: ratio, blank, name of the
+/// scenario.
 using RecordedRatios = std::map<std::string, double, std::less<>>;
 
 /// Throws `std::runtime_error` when the file can't be read.
 [[nodiscard]] RecordedRatios readRatios(const std::string& path);
 void writeRatios(const std::string& path, const std::vector<Row>& rows);
 
-/// Whether the server does more than twice as badly as recorded. A scenario that was never recorded
+/// Whether the server is more than twice as bad as recorded. A scenario that was never recorded
 /// passes, and so does a figure within its bar.
 [[nodiscard]] bool failsGuard(const Row& row, const RecordedRatios& recorded);
 

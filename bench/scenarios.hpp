@@ -1,4 +1,4 @@
-// What is measured.
+// The scenarios that the benchmark measures.
 #pragma once
 
 #include <chrono>
@@ -11,7 +11,7 @@
 
 namespace quillmere::bench {
 
-/// What the server is to reach: a ratio to the floor, or a figure in the scenario's own unit.
+/// What the server should reach: a ratio to the floor, or a figure in the scenario's own unit.
 struct Bar {
   enum class Kind { none, ratio, figure } kind = Kind::none;
   double value = 0;
@@ -24,7 +24,7 @@ struct Scenario {
   /// in `unit`.
   double (*measure)(const Scenario& scenario, Contender& contender,
                     std::chrono::milliseconds budget);
-  /// What is sent, where it is the same each time.
+  /// The message to send, if it is the same each time.
   std::string message;
   Bar bar = {};
 
@@ -36,11 +36,11 @@ struct Scenario {
     /// Client, server and app on one processor.
     bool onOneProcessor = true;
     bool moreIsBetter = false;
-    /// With `Content-Length` headers, which not every rival takes.
+    /// With `Content-Length` headers, which not every rival accepts.
     bool inHeaderFraming = false;
-    /// Of memory: how much one of `unit` is; a MB if nothing is said.
+    /// For memory: the bytes in one `unit`; a MB by default.
     std::size_t unitBytes = 1 << 20;
-    /// For what takes long and varies little.
+    /// Lower for scenarios that take long and vary little.
     int mostRounds = 100;
     Pair compared = Pair::floorAndServer;
   } details = {};

@@ -1,5 +1,5 @@
-// Command-line agents: what each is started with, to use a program with the model at an address and nothing
-// else of the network. `files` go into its home; `before` is a command that goes before.
+// Command-line agents: how to start each one, so that it uses a program and the model at an address and
+// nothing else on the network. `files` go into its home; `before` is a command to run first.
 import { spawn } from 'node:child_process';
 import { once } from 'node:events';
 import { mkdirSync, writeFileSync } from 'node:fs';
@@ -168,7 +168,7 @@ command = "${server.command}"
   },
 };
 
-/** Runs the agent until it has done its work; an abort is Ctrl-C. */
+/** Runs the agent until its work is done; an abort acts like Ctrl-C. */
 async function start(setUp, { program, env, address }) {
   const { files, env: more, before, command } = setUp({ server: { command: program }, address });
   for (const [name, text] of Object.entries(files)) {
@@ -176,7 +176,7 @@ async function start(setUp, { program, env, address }) {
     mkdirSync(path.dirname(file), { recursive: true });
     writeFileSync(file, text);
   }
-  // Whatever an agent wants of the network ends here.
+  // All other network traffic of the agent ends here.
   const nowhere = 'http://127.0.0.1:9';
   const proxies = { HTTP_PROXY: nowhere, HTTPS_PROXY: nowhere, NO_PROXY: '127.0.0.1' };
   const run = ([file, ...args]) =>

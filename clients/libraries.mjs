@@ -1,11 +1,11 @@
-// Client libraries: how each lets a model at an address use the tools of a program. `start` connects, and
-// returns what lets the model work until it is done or the signal aborts, and what ends the client.
+// Client libraries: how each lets a model at an address use the tools of a program. `start` connects and
+// returns two functions: one lets the model work until it is done or the signal aborts, one ends the client.
 
 const prompt = 'Buy milk.';
 const model = 'stand-in';
 const apiKey = 'none';
 
-/** The AI SDK, which speaks to each maker's interface through a package of its own. */
+/** The AI SDK, which has a package of its own for each maker's interface. */
 const aiSdk = (provider, makeModel) => ({
   packages: ['ai', '@ai-sdk/mcp', provider],
   async start({ program, env, address }) {

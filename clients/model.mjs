@@ -1,5 +1,5 @@
 // A stand-in for AI models on the loopback address. It takes chat requests in four forms, refuses what the
-// interfaces of model makers refuse, calls the tools that it is told to, and keeps what it was sent.
+// interfaces of model makers refuse, calls the tools that it is told to call, and records what it receives.
 import { once } from 'node:events';
 import { createServer } from 'node:http';
 import { json } from 'node:stream/consumers';
@@ -50,7 +50,7 @@ const forms = [
   },
   {
     path: /\/responses$/,
-    // A namespace holds the tools of one server, which are called by both names.
+    // A namespace holds the tools of one server; a call gives both names.
     tools: ({ tools }) =>
       tools.flatMap(({ type, name, parameters, tools: members }) =>
         type === 'namespace'
@@ -174,7 +174,7 @@ function* objectsIn(value) {
   for (const each of Object.values(value)) yield* objectsIn(each);
 }
 
-/** What the interfaces of model makers would not take of a request. */
+/** The parts of a request that the interfaces of model makers would refuse. */
 function refusalsOf(tools, text) {
   const refusals = longBase64.test(text) ? ['a picture as text'] : [];
   for (const { name, schema } of tools) {
@@ -186,7 +186,7 @@ function refusalsOf(tools, text) {
   return refusals;
 }
 
-/** The name of a tool, however its client has spelt it, with underscores. */
+/** The name of a tool with underscores, however the client spells it. */
 const plain = (name) => name.replace(/[^A-Za-z0-9]/g, '_');
 
 function send(response, status, body, events) {
@@ -211,7 +211,7 @@ export async function startModel(t, server, calls) {
     const { pathname } = new URL(request.url, 'http://model');
     const form = forms.find(({ path }) => path.test(pathname));
     if (request.method !== 'POST' || !form) {
-      // Lists of models, counts of tokens, and whatever else a client asks for.
+      // Lists of models, token counts, and anything else that a client asks for.
       const models = [{ id: 'stand-in', object: 'model' }];
       send(response, 200, { object: 'list', data: models, input_tokens: 1, totalTokens: 1 });
       return;

@@ -33,22 +33,22 @@ const task = [
   { tool: 'screen_observe', args: { ...phone, includeImage: true } },
 ];
 const oneCall = [{ tool: 'devices_list', args: {} }];
-/** The cells of the row, as far as they are known. */
+/** The cells of the row that are known so far. */
 const row = { connects: 'no', tools: '–', nodes: '–', picture: '–', cancel: '–', ends: '–' };
 
-/** The processes that have this home: those of one trial. `file` narrows them to those of a program. */
+/** The processes of one trial, which have this home. `file` limits them to one program. */
 function running(home, file) {
   return readdirSync('/proc').filter((entry) => {
     try {
       if (!/^\d+$/.test(entry) || (file && readlinkSync(`/proc/${entry}/exe`) !== file)) return false;
       return readFileSync(`/proc/${entry}/environ`, 'utf8').split('\0').includes(`HOME=${home}`);
     } catch {
-      return false; // It has ended, or is somebody else's.
+      return false; // It has ended or belongs to another user.
     }
   });
 }
 
-/** Waits up to five seconds until no process of the program runs. Returns whether that came. */
+/** Waits up to five seconds until no process of the program runs. Returns whether they are gone. */
 async function isGone(home) {
   for (let i = 0; i < 50 && running(home, program).length; ++i) await wait(100);
   return !running(home, program).length;
@@ -73,18 +73,18 @@ async function withClient(calls, options, body, wrap = () => program) {
     }
   } finally {
     for (const act of after) act();
-    // The simulator, and what agents leave in the background.
+    // The simulator, and processes that agents leave in the background.
     for (const pid of running(home)) process.kill(pid, 'SIGKILL');
     await ended;
     rmSync(home, { recursive: true, force: true, maxRetries: 5 });
   }
 }
 
-/** Lets the model do the task, and says what it was sent. */
+/** Lets the model do the task, and reports what it received. */
 async function tryTask() {
   await withClient(task, ['--quiet'], async ({ work, seen }) => {
     await work(new AbortController().signal).catch((error) => console.error(error));
-    // Of an agent it is known only by the tools that it offers.
+    // For an agent we know this only from the tools that it offers.
     row.connects = name in libraries || seen.names.length ? 'yes' : 'not seen';
     if (client.hasNoModel) row.tools = '–';
     else if (seen.refusals.length) row.tools = `refused: ${seen.refusals[0]}`;
@@ -98,7 +98,7 @@ async function tryTask() {
   });
 }
 
-/** A script that runs the program, and keeps in the home's file `said` what the client says to it. */
+/** A script that runs the program and records the client's messages in the home's file `said`. */
 function makeTap(home) {
   const file = `${home}/tap`;
   writeFileSync(file, `#!/bin/sh\ntee '${home}/said' | '${program}'\n`, { mode: 0o755 });
@@ -112,7 +112,7 @@ function makeTap(home) {
 async function tryCancel() {
   const body = async ({ work, home, log }) => {
     const giveUp = new AbortController();
-    // Closing the log ends the loop where the client never lets go, or never calls.
+    // Closing the log ends the loop if the client never gives up the call, or never makes it.
     const stopSoon = () => wait(5000).then(() => log.close());
     work(giveUp.signal).catch(() => {}).then(stopSoon);
     for await (const line of log) {
@@ -134,7 +134,7 @@ async function tryCancel() {
   await withClient(oneCall, ['--silence'], body, makeTap);
 }
 
-/** Packages with their versions; of one that npm left out, without. */
+/** Packages with their versions; no version if npm left the package out. */
 const label = client.packages.map((each) => {
   const file = new URL(`node_modules/${each}/package.json`, import.meta.url);
   return existsSync(file) ? `\`${each}\` ${JSON.parse(readFileSync(file)).version}` : `\`${each}\``;

@@ -18,7 +18,7 @@ void print(std::string_view text) {
   expect(writeAll(STDOUT_FILENO, {text, "\n"}), "standard output was closed");
 }
 
-/// The summary in a tool result, without the line that closes every one.
+/// The summary in a tool result, without the last line, which is the same in each.
 std::string summaryOf(const JsonObject& result) {
   const auto content = result.findArray("content");
   const auto item = content && content->size() > 0 ? (*content->begin()).asObject() : std::nullopt;
@@ -62,13 +62,13 @@ Answer DemoClient::request(std::string_view method, const JsonText& params) {
 
 void DemoClient::notify(std::string_view method, const JsonText& params) {
   const JsonText message{{"jsonrpc", "2.0"}, {"method", method}, {"params", params}};
-  expect(server.sendMessage(message), "the server does not read any more");
+  expect(server.sendMessage(message), "the server no longer reads");
 }
 
 Answer DemoClient::call(std::string_view tool, const JsonText& arguments, bool isErrorWanted) {
   const auto [document, response] = receiveResponse(beginCall(tool, arguments));
   const auto result = response.findObject("result");
-  expect(result.has_value(), "the call was answered with a JSON-RPC error");
+  expect(result.has_value(), "the call got a JSON-RPC error");
   const bool isError = result->findBoolean("isError") == true;
   say(isError ? "refused" : "gets", summaryOf(*result));
   expect(isError == isErrorWanted,
@@ -101,15 +101,15 @@ bool DemoClient::finish() {
 std::int64_t DemoClient::send(std::string_view method, const JsonText& params) {
   const JsonText message{
       {"jsonrpc", "2.0"}, {"id", ++lastID}, {"method", method}, {"params", params}};
-  expect(server.sendMessage(message), "the server does not read any more");
+  expect(server.sendMessage(message), "the server no longer reads");
   return lastID;
 }
 
 Answer DemoClient::receiveResponse(std::int64_t id) {
   const auto response = server.receive();
-  expect(response != nullptr, "the server gave no answer");
+  expect(response != nullptr, "the server sent no response");
   const auto answeredID = response->object().findNumber("id");
-  expect(answeredID && answeredID->integer() == id, "the answer is to another request");
+  expect(answeredID && answeredID->integer() == id, "the response is to another request");
   return {response, response->object()};
 }
 

@@ -1,5 +1,5 @@
-// The AI client of the demo: talks to the real server, says to a person what it does, and checks
-// what comes back.
+// The AI client of the demo: talks to the real server, tells a person what it does, and checks what
+// comes back.
 #pragma once
 
 #include <cstdint>
@@ -14,43 +14,44 @@
 
 namespace quillmere::demo {
 
-/// Something came back otherwise than it must.
+/// Something did not come back as it must.
 class DemoFailure : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-/// What came back, and the document that it is in.
+/// What came back, and the document that holds it.
 struct Answer {
   std::shared_ptr<const JsonDocument> document;
   JsonObject object;
 };
 
-/// Prints on standard output. Every function throws `DemoFailure` when the server's answer is
-/// missing or has another id than asked for. One thread.
+/// Prints to standard output. Every function throws `DemoFailure` when the server's response is
+/// missing or has the wrong id. One thread.
 class DemoClient {
  public:
-  /// Starts the server. Throws `std::system_error` when it can't be started.
+  /// Starts the server. Throws `std::system_error` when that fails.
   DemoClient(const std::string& serverProgram, bool isColoured);
 
   /// Begins a step of the story.
   void step(std::string_view sentence);
-  /// Prints a line below the step: a label, and what it is about.
+  /// Prints a line below the step: a label and a text.
   void say(std::string_view label, std::string_view text) const;
 
   /// Sends a request and returns the response, `result` or `error`.
   [[nodiscard]] Answer request(std::string_view method, const JsonText& params);
   void notify(std::string_view method, const JsonText& params);
 
-  /// Calls a tool, says what was asked and the summary that came, and returns the structured
-  /// content. Throws `DemoFailure` too when `isError` is other than wanted.
+  /// Calls a tool, prints the call and the summary of its result, and returns the structured
+  /// content. Also throws `DemoFailure` when `isError` is not as expected.
   Answer call(std::string_view tool, const JsonText& arguments, bool isErrorWanted = false);
-  /// Calls a tool with arguments that the server must refuse by itself.
+  /// Calls a tool with arguments that the server itself must refuse.
   void callBadly(std::string_view tool, const JsonText& arguments);
-  /// Sends a call and does not wait for it; returns its id.
+  /// Sends a call without waiting for its response; returns its id.
   std::int64_t beginCall(std::string_view tool, const JsonText& arguments);
 
-  /// Ends the server's input and returns whether it has ended well, with nothing more to say.
+  /// Ends the server's input. Returns whether the server then ends with status 0 and without more
+  /// output.
   [[nodiscard]] bool finish();
 
   [[nodiscard]] int stepCount() const { return steps; }

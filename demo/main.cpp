@@ -30,7 +30,7 @@ void print(int descriptor, std::string_view text) {
 }
 
 DemoFailure missing(std::string_view kind, std::string_view key) {
-  return DemoFailure("the answer has no " + std::string(kind) + " \"" + std::string(key) + "\"");
+  return DemoFailure("the response has no " + std::string(kind) + " \"" + std::string(key) + "\"");
 }
 
 JsonObject objectIn(const JsonObject& object, std::string_view key) {
@@ -112,7 +112,7 @@ void shakeHands(DemoClient& ai) {
   expect(textIn(result, "protocolVersion") == newestProtocolVersion, "another protocol was chosen");
   ai.notify("notifications/initialized", JsonText::object());
 
-  ai.step("Ask which tools there are");
+  ai.step("List the tools");
   ai.say("asks", "tools/list");
   const Answer listed = ai.request("tools/list", JsonText::object());
   const auto tools = objectIn(listed.object, "result").findArray("tools");
@@ -135,11 +135,11 @@ std::string findPhone(DemoClient& ai) {
   expect(phone.has_value(), "a phone should be an object");
   std::string serial = textIn(*phone, "serial");
 
-  ai.step("See whether it is mirrored already");
+  ai.step("Check whether it is mirrored already");
   const Answer sessions = ai.call("quillmere.sessions.list", {{"deviceSerial", serial}});
   expect(
       textIn(objectIn(sessions.object, "nextRecommendedTool"), "name") == "quillmere.session.start",
-      "the server should recommend to start a session");
+      "the server should recommend starting a session");
   return serial;
 }
 
@@ -185,7 +185,7 @@ void addItem(DemoClient& ai, const std::string& sessionId) {
           {{"sessionId", sessionId}, {"x", middle("x", "width")}, {"y", middle("y", "height")}});
   ai.call("quillmere.input.text", {{"sessionId", sessionId}, {"text", newItem}});
 
-  ai.step("Click Add by the screen as it was before: the app notices");
+  ai.step("Click Add with the old screen's signature: the app notices");
   ai.call("quillmere.ui.click_element", before.target(sessionId, "text", "Add"), true);
 
   ai.step("Read the screen again, and click Add");
@@ -202,7 +202,7 @@ void addItem(DemoClient& ai, const std::string& sessionId) {
 }
 
 void refuseBadArgument(DemoClient& ai, const std::string& sessionId) {
-  ai.step("Get an argument wrong: the server refuses, and the app never hears of it");
+  ai.step("Send a wrong argument: the server refuses it, and the app never sees it");
   ai.callBadly("quillmere.input.swipe", {{"sessionId", sessionId},
                                          {"startX", 270},
                                          {"startY", 900},
@@ -212,19 +212,19 @@ void refuseBadArgument(DemoClient& ai, const std::string& sessionId) {
 }
 
 void cancelCall(DemoClient& ai, const std::string& serial) {
-  ai.step("Cancel a call that takes long, while others go on");
+  ai.step("Cancel a slow call while others go on");
   const std::int64_t id = ai.beginCall("quillmere.wait", {{"durationMs", 10000}});
-  // Answered first, although it was asked later.
+  // This one gets its response first, although it was sent later.
   ai.call("quillmere.sessions.list", {{"deviceSerial", serial}});
   ai.say("asks", "notifications/cancelled for the call that still waits, then ping");
   ai.notify("notifications/cancelled", {{"requestId", id}, {"reason", "the user changed plans"}});
   expect(ai.request("ping", JsonText::object()).object.contains("result"),
          "the ping should be answered");
-  ai.say("gets", "the answer to the ping, and none to the cancelled call");
+  ai.say("gets", "a response to the ping, and none to the cancelled call");
 }
 
 void tellRobin(DemoClient& ai, const std::string& serial, const std::string& sessionId) {
-  ai.step("Open the messages: the app wants the user's word first");
+  ai.step("Open the messages: the app needs the user's agreement first");
   ai.call("quillmere.app.launch",
           {{"deviceSerial", serial}, {"packageName", "com.example.messages"}});
   UiState screen = readScreen(ai, sessionId);
@@ -256,7 +256,7 @@ void keepScreenshot(DemoClient& ai, const std::string& sessionId, const std::str
   const Answer answer =
       ai.call("quillmere.screen.observe", {{"sessionId", sessionId}, {"includeImage", true}});
   const auto png = simulator::bytesOfBase64(textIn(objectIn(answer.object, "image"), "base64"));
-  expect(png && png->starts_with("\x89PNG"), "the answer should hold a PNG");
+  expect(png && png->starts_with("\x89PNG"), "the response should hold a PNG");
   std::ofstream file(path, std::ios::binary);
   file << *png << std::flush;
   expect(static_cast<bool>(file), "the screenshot can't be written");
@@ -274,7 +274,7 @@ void play(DemoClient& ai, const std::string& screenshot) {
   tellRobin(ai, serial, session.id);
   stopControl(ai, session.id);
   keepScreenshot(ai, session.id, screenshot);
-  expect(ai.finish(), "the server should end with status 0 and without another word");
+  expect(ai.finish(), "the server should end with status 0 and without more output");
 }
 
 }  // namespace
@@ -291,7 +291,7 @@ int main(int argumentCount, char** arguments) {
     DemoClient ai(given[1], isColoured);
     play(ai, given[2]);
     print(STDOUT_FILENO, "\nPASSED: all " + std::to_string(ai.stepCount()) +
-                             " steps of the demo went as they should.");
+                             " steps of the demo worked as expected.");
     return 0;
   } catch (const std::exception& failure) {
     print(STDOUT_FILENO, std::string("\nFAILED: ") + failure.what() + ".");

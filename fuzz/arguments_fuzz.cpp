@@ -1,5 +1,5 @@
-// Any arguments, for every tool: normalised once is normalised for good, a refusal is one of ours,
-// and what passes leaves the process under known names only.
+// Any arguments, for every tool: normalising twice changes nothing more, every refusal is one of
+// ours, and only known names leave the process.
 #include <algorithm>
 #include <set>
 

@@ -1,4 +1,4 @@
-// Any bytes, over every kind of input and in any pieces, give the same payloads and errors.
+// Any bytes give the same messages and errors over every kind of input and in any pieces.
 #include <string>
 #include <vector>
 

@@ -15,7 +15,7 @@
 
 namespace quillmere {
 
-/// Ends the run as a finding unless `holds`.
+/// Reports a finding and ends the run unless `holds`.
 inline void demand(bool holds) {
   if (!holds) std::abort();
 }
@@ -24,14 +24,15 @@ inline void demand(bool holds) {
   return {reinterpret_cast<const char*>(data), size};
 }
 
-/// A desktop app at its usual place in a home of this process's own, that answers each call with
-/// the same bytes and hangs up.
+/// A desktop app at its usual place in this process's own home. It answers each call with the same
+/// bytes and hangs up.
 class AnsweringApp {
  public:
-  /// The one of the process; it lives until the process ends.
+  /// The only one; it lives until the process ends.
   static AnsweringApp& instance() {
     static auto& app = *new AnsweringApp;
-    // Its threads use it to the end, so it is never destroyed; its folder must not stay.
+    // Its threads use it until the process ends, so we never destroy it, but we must remove its
+    // folder.
     static const int registered = std::atexit([] { std::filesystem::remove_all(app.home.path()); });
     static_cast<void>(registered);
     return app;

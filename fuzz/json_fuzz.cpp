@@ -1,5 +1,5 @@
-// A document holds what its text says, by the judgement of a reader of its own; and what is made of
-// it to be passed on says the same.
+// A document holds what its text says, checked against a second, independent reader; and the texts
+// we make from it to pass on say the same.
 #include <algorithm>
 #include <map>
 #include <vector>
@@ -12,13 +12,13 @@
 namespace quillmere {
 namespace {
 
-/// One text for all spellings of a string, which no other string has.
+/// A text that is the same for all spellings of a string and differs for different strings.
 std::string canonicalString(std::string_view text) {
   return std::to_string(text.size()) + "\"" + std::string(text);
 }
 
-/// Reads valid JSON by the grammar alone, and gives one text for all spellings of what it says;
-/// numbers keep theirs. Throws `std::out_of_range` where a text stops short.
+/// Reads valid JSON by the grammar alone, and returns one text for all spellings of the same value;
+/// numbers keep their spelling. Throws `std::out_of_range` if a text ends too early.
 struct Reader {
   std::string_view rest;
   bool isCompact = true;
@@ -92,7 +92,7 @@ struct Reader {
   }
 };
 
-/// The same of what a document holds.
+/// The same text, made from a document.
 std::string canonical(const JsonValue& value) {
   if (const auto string = value.asString()) return canonicalString(string->view());
   std::string text;
@@ -117,7 +117,7 @@ void checkPassedOn(std::string_view text, const std::string& meant) {
   demand(parseJson(text)->root().text() == text);
 }
 
-/// Takes the object apart and together again: all but its last member, and that one by itself.
+/// Takes the object apart and rebuilds it: all members but the last, then the last one by itself.
 void checkWritten(const JsonObject& object, const std::string& meant) {
   const std::vector<JsonMember> members = object.distinctMembers();
   if (members.empty()) return;

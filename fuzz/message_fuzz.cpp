@@ -1,5 +1,6 @@
-// A whole message through the server, in both forms, with a desktop app that answers anything: each
-// request gets the one response that it must get, with its own id, and nothing else comes.
+// A whole message through the server, in both dialects, with a desktop app that answers anything:
+// each request gets exactly the one response that it must get, with its own id, and nothing else
+// comes.
 #include <map>
 
 #include "compat/dialect.hpp"
@@ -11,8 +12,7 @@
 namespace quillmere {
 namespace {
 
-/// A server that has been shaken hands with, and what reads its output. Never destroyed: workers
-/// use it.
+/// A server after the handshake, and the reader of its output. Never destroyed: workers use it.
 struct Served {
   const Channel channel = makeSocketPair();
   Server server;
@@ -34,7 +34,7 @@ struct Served {
   }
 };
 
-/// The id that a message waits for an answer with, if it is a request for a worker.
+/// The id of a message's response, if the message is a request for a worker.
 std::optional<std::string> workerRequestID(std::string_view payload, const Dialect& dialect) {
   try {
     const auto message = parseMessage(bytesOf(payload));
@@ -58,8 +58,8 @@ void check(Served& served, std::string_view payload) {
   static_cast<void>(processPayload(
       bytesOf(R"({"jsonrpc":"2.0","method":"ping","id":)" + fence + "}"), served.server));
 
-  // Whatever the main thread has to say about the message comes before the fence; a worker's answer
-  // comes when it comes.
+  // Any response of the main thread comes before the fence; a worker's response may come at any
+  // time.
   int fromMainThread = 0;
   while (!expected.empty()) {
     const auto place = expected.find(served.nextID());
@@ -76,7 +76,7 @@ void check(Served& served, std::string_view payload) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using namespace quillmere;
-  // The message, a NUL, and what the app answers.
+  // The message, a NUL, and the app response.
   const std::string_view input = textOf(data, size);
   const std::size_t split = std::min(input.find('\0'), input.size());
   AnsweringApp::instance().setAnswer(std::string(input.substr(std::min(split + 1, input.size()))));

@@ -1,4 +1,4 @@
-// Any bytes for a property list give a text that can be reported, or none.
+// Any bytes taken as a property list give a text that can be reported, or none.
 #include "fuzz_support.hpp"
 #include "platform/property_list.hpp"
 #include "platform/text.hpp"

@@ -1,4 +1,4 @@
-// Bytes to be read, over each kind of descriptor and in pieces.
+// Input bytes for a reader, over each kind of descriptor and in pieces.
 #pragma once
 
 #include <array>
@@ -10,8 +10,8 @@
 
 namespace quillmere {
 
-/// An input with `wire` in it, and the thread that writes it there, `piece` bytes at a time. The
-/// input can be given up with bytes left.
+/// An input that holds `wire`, and the thread that writes it, `piece` bytes at a time. May be
+/// destroyed with bytes left unread.
 class ByteSource {
  public:
   enum class Kind { pipe, socket, file };

@@ -15,7 +15,7 @@ namespace {
 const std::string aConnection = "a connection to the app";
 
 bool startTask(std::function<void()> task) {
-  // Its threads are never joined, so it lives as long as the process.
+  // Its threads are never joined, so the pool lives as long as the process.
   static auto& workers = *new WorkerPool;
   static std::mutex submitting;
   const std::lock_guard hold(submitting);
@@ -64,7 +64,7 @@ void DesktopApp::acceptAll() {
     std::unique_lock hold(lock);
     const auto place = _open.emplace(_open.end(), std::move(*descriptor));
     hold.unlock();
-    // Without a thread the connection stays open, and whoever waits for it times out.
+    // Without a thread the connection stays open, and the test that waits for it times out.
     static_cast<void>(startTask([this, place] { handle(place); }));
   }
 }

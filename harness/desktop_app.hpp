@@ -15,10 +15,10 @@
 
 namespace quillmere {
 
-/// Listens at one of a home's socket paths. Either the test takes each connection itself, by
-/// `accept`, and so holds and answers them in the order it likes; or it gives a handler, which then
-/// runs for each connection on a thread of its own and closes it by returning. What a handler
-/// throws ends the process.
+/// Listens at one of a home's socket paths. Either the test takes each connection itself with
+/// `accept`, to hold and answer them in any order; or it passes a handler, which runs for each
+/// connection on its own thread and closes it by returning. An exception from a handler ends the
+/// process.
 class DesktopApp {
  public:
   using Handler = std::function<void(const AppConnection&)>;
@@ -26,14 +26,14 @@ class DesktopApp {
   explicit DesktopApp(std::string socketPath, Handler connectionHandler = {});
   DesktopApp(const DesktopApp&) = delete;
   DesktopApp& operator=(const DesktopApp&) = delete;
-  /// Closes the connections whose handlers still wait for the server, and waits for the handlers.
-  /// One that does not return ends the process, since it uses this object.
+  /// Closes the connections whose handlers still wait for the server, and waits for the handlers. A
+  /// handler that does not return ends the process, since it uses this object.
   ~DesktopApp();
 
   /// Waits for the next connection. Only without a handler. Throws `TimedOut`.
   [[nodiscard]] AppConnection accept() const;
-  /// The same, but nothing once the server has said something while no connection waits: for a
-  /// connection that may never come.
+  /// The same, for a connection that may never come: returns nothing once the server has written
+  /// something and no connection is waiting.
   [[nodiscard]] std::optional<AppConnection> acceptUnless(const ServerProcess& server) const;
 
   /// Waits until every handler has returned. Throws `TimedOut`.

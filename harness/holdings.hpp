@@ -15,7 +15,7 @@ struct Holdings {
   bool operator==(const Holdings&) const = default;
 };
 
-/// What it has now. Throws `std::filesystem::filesystem_error` when it has ended.
+/// What the process holds now. Throws `std::filesystem::filesystem_error` when it has ended.
 [[nodiscard]] Holdings holdingsOf(pid_t process);
 
 /// Resident memory, the process's share of it (PSS), and the most that was ever resident. In bytes.

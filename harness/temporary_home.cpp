@@ -13,8 +13,8 @@ namespace quillmere {
 
 namespace {
 
-/// What gives a program another home. The variable for macOS is read by the system's own libraries,
-/// never by the server.
+/// The variable that sets a program's home. On macOS the system's own libraries read it, never the
+/// server.
 #ifdef __APPLE__
 constexpr const char* homeVariable = "CFFIXED_USER_HOME";
 #else

@@ -1,4 +1,4 @@
-// Files of a test's own: a home folder, and what may be in it.
+// Files for one test: a home folder and its content.
 #pragma once
 
 #include <optional>
@@ -9,8 +9,8 @@ namespace quillmere {
 
 /// Makes an empty folder with a short path, since socket paths are limited, and makes it the home
 /// of this process and of those that it starts. Restores the old home and removes the folder with
-/// all it holds when it goes out of scope. No other thread may look at the environment when one is
-/// made or goes.
+/// all it holds when it goes out of scope. No other thread may use the environment while one is
+/// created or destroyed.
 class TemporaryHome {
  public:
   TemporaryHome();

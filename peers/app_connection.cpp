@@ -47,9 +47,9 @@ std::shared_ptr<const JsonDocument> AppConnection::receive() const {
 }
 
 bool AppConnection::send(std::string_view bytes) const {
-  // Blocks until all is sent, or for too long.
+  // Blocks until everything is sent, or times out.
   const ssize_t count = ::send(number(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
-  if (count < 0 && errno == EAGAIN) throw TimedOut("the server to read its answer");
+  if (count < 0 && errno == EAGAIN) throw TimedOut("the server to read its app response");
   return count == static_cast<ssize_t>(bytes.size());
 }
 
@@ -68,7 +68,7 @@ std::size_t AppConnection::waitUntilClosed() const {
 }
 
 void AppConnection::close() const {
-  // The number stays taken: another thread may be about to end this connection too.
+  // The number stays taken, since another thread may be about to end this connection too.
   ::shutdown(number(), SHUT_RDWR);
 }
 

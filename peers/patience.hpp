@@ -1,5 +1,5 @@
-// Waits with a time limit. Whoever plays the client or the app waits for the server all the time,
-// and must not wait forever when the server is broken.
+// Waits with a time limit. A peer that plays the client or the app waits for the server all the
+// time, and must not wait forever if the server is broken.
 #pragma once
 
 #include <chrono>
@@ -13,10 +13,11 @@ namespace quillmere {
 
 /// How long to wait for anything: 30 seconds, many times what it takes. Once a wait has timed out,
 /// the server is broken: later waits get 2 seconds, so that a test run ends within a minute and
-/// still shows all that fails. Thread-safe.
+/// still shows every failure. Thread-safe.
 [[nodiscard]] std::chrono::seconds patience();
 
-/// What we waited for has not come in time. A test that throws this fails with its text.
+/// A wait took too long. A test that throws this fails with its text, which names what we waited
+/// for.
 class TimedOut : public std::runtime_error {
  public:
   /// Makes all later waits short.
@@ -37,7 +38,8 @@ void waitUntil(const std::string& what, Condition isTrue) {
   }
 }
 
-/// The same, but called whenever `changed` is notified, with `hold`'s lock held. Throws `TimedOut`.
+/// The same, but calls `isTrue` whenever `changed` is notified, holding `hold`'s lock. Throws
+/// `TimedOut`.
 template <typename Condition>
 void waitUntil(const std::string& what, std::condition_variable& changed,
                std::unique_lock<std::mutex>& hold, Condition isTrue) {

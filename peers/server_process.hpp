@@ -16,12 +16,13 @@
 
 namespace quillmere {
 
-/// How the child's standard input and output are made: as shells do, or as Node-based clients do.
+/// The kind of the child's standard input and output: pipes as shells use, or sockets as Node-based
+/// clients use.
 enum class ChildStreams { pipes, socketPairs };
 
-/// One running program, which has the environment of this process. Killed, if it still runs, when
-/// it goes out of scope; when this process ends in another way, its input ends. Every wait that
-/// is too long throws `TimedOut`. One thread at a time.
+/// One running program, with the environment of this process. The destructor kills it if it still
+/// runs; if this process ends in another way, the program's input ends. A wait that takes too long
+/// throws `TimedOut`. One thread at a time.
 class ServerProcess {
  public:
   struct Options {
@@ -38,20 +39,21 @@ class ServerProcess {
   ServerProcess& operator=(ServerProcess&&) = delete;
   ~ServerProcess();
 
-  /// Writes bytes as they are. Returns false when the server does not read any more.
+  /// Writes bytes unchanged. Returns false when the server no longer reads.
   bool send(std::string_view bytes);
   /// Writes a message as one line.
   bool sendMessage(const JsonText& message) { return send(message.str() + "\n"); }
 
-  /// The text of the next message, in either framing, and what there is of it at the end of output;
-  /// nothing after that. Valid until more is received.
+  /// The text of the next message, in either framing. At the end of output, the part of a message
+  /// that is left; nothing after that. Valid until the next read.
   [[nodiscard]] std::optional<std::string_view> receiveText();
   /// The next message; null when the server has closed its output.
   [[nodiscard]] std::shared_ptr<const JsonDocument> receive();
-  /// The next `size` bytes as they come, or all up to the end of output. Valid as above.
+  /// The next `size` bytes, or fewer at the end of output. Valid until the next read.
   [[nodiscard]] std::string_view receiveBytes(std::size_t size = std::string::npos);
 
-  /// Whether there is output that was not received yet, of which its descriptor may not know.
+  /// Whether there is output that the caller has not received yet. The descriptor alone does not
+  /// tell, since we may have read ahead.
   [[nodiscard]] bool hasMore() const { return begin < end; }
   void waitForOutput() const;
 
@@ -59,7 +61,7 @@ class ServerProcess {
   void closeInput() { input = Descriptor(); }
   void closeOutput() { output = Descriptor(); }
 
-  /// The exit status, once the process has ended; 128 and the signal's number when a signal ended
+  /// The exit status, once the process has ended; 128 plus the signal's number if a signal ended
   /// it.
   int waitForExit();
 
@@ -67,7 +69,7 @@ class ServerProcess {
   [[nodiscard]] int outputDescriptor() const { return output.number(); }
 
  private:
-  /// Appends to what was read. Returns false at the end of output.
+  /// Reads more output. Returns false at its end.
   bool readMore();
   std::string_view take(std::size_t size);
   [[nodiscard]] std::string_view waiting() const { return {&buffer[begin], end - begin}; }
@@ -77,7 +79,7 @@ class ServerProcess {
   std::optional<int> exitStatus;
   Descriptor input;
   Descriptor output;
-  /// What was read and not received yet is from `begin` to `end`.
+  /// The bytes from `begin` to `end` were read but not received yet.
   std::unique_ptr<char[]> buffer;
   std::size_t room = 0;
   std::size_t begin = 0;

@@ -22,17 +22,16 @@ namespace {
   throw std::system_error(errorNumber, std::generic_category(), what);
 }
 
-/// Whoever connects next waits until a connection has ended, and the listener doesn't spin
-/// meanwhile.
+/// The next peer waits until a connection has ended, and the listener does not spin meanwhile.
 void waitForDescriptors(const Descriptor& stop) {
   constexpr int pauseMs = 10;
   pollfd entry{.fd = stop.number(), .events = POLLIN, .revents = 0};
   static_cast<void>(::poll(&entry, 1, pauseMs));
 }
 
-/// Whether the socket at `path` is left over from a program that is gone: the one case in which
-/// nobody else's socket is in the way. A fresh socket does not wait for a program that lives but is
-/// too busy to take us.
+/// Whether the socket at `path` is left over from a program that is gone: the only case in which we
+/// may replace it. A new socket is non-blocking, so it does not wait for a program that is alive
+/// but too busy to accept.
 bool isStale(const std::string& path) {
   const auto probe = UnixSocket::create();
   if (!probe) return false;

@@ -13,9 +13,9 @@ namespace quillmere {
 /// Listens on a Unix-domain stream socket and removes its file when it goes out of scope.
 class UnixListener {
  public:
-  /// Listens at `path`, creating missing folders, for at most `backlog` connections that wait. A
-  /// stale socket in its place is replaced.
-  /// Throws `std::system_error` (EADDRINUSE when something lives there) or `std::filesystem_error`.
+  /// Listens at `path`, creating missing folders, with at most `backlog` waiting connections.
+  /// Replaces a stale socket. Throws `std::system_error` (EADDRINUSE when something lives there) or
+  /// `std::filesystem_error`.
   explicit UnixListener(std::string path, int backlog = 128);
   UnixListener(const UnixListener&) = delete;
   UnixListener& operator=(const UnixListener&) = delete;
@@ -24,13 +24,13 @@ class UnixListener {
   ~UnixListener();
 
   [[nodiscard]] const std::string& path() const { return socketPath; }
-  /// The descriptor, which can be read while a connection waits.
+  /// The descriptor, which is readable while a connection waits.
   [[nodiscard]] int number() const { return listener.number(); }
 
   /// Waits for the next connection; nothing once `stop` has been called. One thread at a time.
   [[nodiscard]] std::optional<Descriptor> accept() const;
 
-  /// Makes `accept`, also one that waits, return nothing. From any thread, and from a signal
+  /// Makes `accept` return nothing, even one that is waiting. Thread-safe, and safe in a signal
   /// handler.
   void stop() const;
 

@@ -10,7 +10,7 @@ namespace quillmere::simulator {
 /// Pure.
 [[nodiscard]] std::string base64(std::string_view bytes);
 
-/// The bytes that `text` encodes, or nothing when it is not what `base64` writes. Pure.
+/// The bytes that `text` encodes, or nothing if `base64` would not write it that way. Pure.
 [[nodiscard]] std::optional<std::string> bytesOfBase64(std::string_view text);
 
 }  // namespace quillmere::simulator

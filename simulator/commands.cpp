@@ -19,12 +19,12 @@ namespace {
 constexpr std::size_t rememberedViews = 32;
 constexpr std::int64_t defaultMaximumNodes = 80;
 
-/// One call, with what most commands ask for.
+/// One call, and what most commands need.
 struct Context {
   World& world;
   Call& call;
   WorldTime now;
-  /// The phone that the request names, for commands of a session; else null.
+  /// For commands of a session the phone that the request names; else null.
   MirroredDevice* target = nullptr;
 
   [[nodiscard]] const JsonObject& request() const { return call.request; }
@@ -71,7 +71,7 @@ MirroredDevice& sessionTarget(World& world, const JsonObject& request) {
   return device;
 }
 
-/// What the phone shows now, remembered as what the client has seen of it.
+/// What the phone shows now, remembered as seen by the client.
 View show(MirroredDevice& device, WorldTime now) {
   View view = viewOf(device.phone, now);
   std::erase_if(device.shownViews,
@@ -115,8 +115,8 @@ JsonText warningsOf(std::string_view warning) {
   return JsonText::arrayOf(std::span(&warning, 1));
 }
 
-/// The answer to an action: what it did, with what is to be said of it besides, and what is to be
-/// seen after it.
+/// The response to an action: what it did, a detail or a warning if there is one, and what the
+/// screen shows afterwards.
 JsonText actionAnswer(MirroredDevice& device, WorldTime now, const Outcome& outcome,
                       std::string_view key = {}, const JsonText& detail = {}) {
   JsonText action{{"message", outcome.message}};
@@ -130,14 +130,14 @@ Turn acted(const Context& context, const Outcome& outcome) {
   return answered(actionAnswer(*context.target, context.now, outcome));
 }
 
-/// The node that the request names, if the screen is still the one that the client has seen.
+/// The node that the request names, if the client has seen the present screen.
 VisibleNode requestedNode(const Context& context) {
   const std::string signature = textArgument(context.request(), "stateSignature");
   const std::int64_t id = wholeNumber(context.request(), "nodeId", 1, 2000);
   const View view = viewOf(context.target->phone, context.now);
   if (signature != view.signature) {
     throw Refusal("staleStateSignature",
-                  "The screen has changed since this stateSignature was told. Read the UI state "
+                  "The screen has changed since this stateSignature was given. Read the UI state "
                   "again and use its nodeId and stateSignature.");
   }
   const auto node = std::ranges::find(view.nodes, id, &VisibleNode::id);
@@ -245,7 +245,7 @@ Turn uiGetState(Context& context) {
        {"uiState", uiStateOf(view, includeNonInteractive, static_cast<std::size_t>(most))}});
   const bool hasWebView = std::ranges::count(view.nodes, Role::webView, &VisibleNode::role) > 0;
   if (hasWebView && !includeNonInteractive) {
-    turn.answer->set("warnings", warningsOf("The content of a web page is left out. Set "
+    turn.answer->set("warnings", warningsOf("The content of web pages is omitted. Set "
                                             "includeNonInteractive=true to see it."));
   }
   if (includeImage) turn.picture = std::move(view);
@@ -396,9 +396,9 @@ Turn adbCommand(Context&) {
 struct Command {
   std::string_view name;
   Turn (*run)(Context& context);
-  /// Acts inside a session that the request must name.
+  /// Acts within a session that the request must name.
   bool needsSession = false;
-  /// Changes something on a phone, and so is refused once control has been stopped.
+  /// Changes something on a phone, so it is refused once control has been stopped.
   bool isAction = false;
 };
 
@@ -430,8 +430,8 @@ const Command* findCommand(std::string_view name) {
   return command == std::end(commands) ? nullptr : command;
 }
 
-/// Lets an action in an app that needs the user's acknowledgement pass only with it. Once given, it
-/// holds for the app until the simulator ends.
+/// Refuses an action in an app that needs the user's acknowledgement, unless the request has it or
+/// an earlier one had. An acknowledgement holds for the app until the simulator ends.
 void checkAcknowledgement(const Context& context) {
   MirroredDevice& device = *context.target;
   const View view = viewOf(device.phone, context.now);
@@ -470,7 +470,7 @@ JsonText refusalAnswer(const Refusal& refusal) {
   return body;
 }
 
-/// Puts around an answer what every one has.
+/// Adds the members that every response has.
 JsonText finished(World& world, const JsonObject& request, bool ok, const JsonText& body) {
   JsonText answer = JsonText::object();
   if (const auto id = request.find("id")) answer.set("id", *id);

@@ -1,5 +1,5 @@
-// The rules of the simulated world: a request and a moment in, a changed world and an answer out.
-// Pure: nothing is read, drawn, waited for or sent here.
+// The rules of the simulated world: a request and a time in, a changed world and a response out.
+// Pure: nothing here reads, draws, waits or sends.
 #pragma once
 
 #include <cstdint>
@@ -16,15 +16,15 @@
 
 namespace quillmere::simulator {
 
-/// A phone with what the desktop app knows about it.
+/// A phone and what the desktop app knows about it.
 struct MirroredDevice {
   const Device* device = nullptr;
   Phone phone = {};
   /// Empty while the phone is not mirrored.
   std::string sessionId = {};
-  /// Packages for which the user's acknowledgement has been given.
+  /// Packages that the user has acknowledged.
   std::set<std::string_view> acknowledgedPackages = {};
-  /// The latest views of which an answer had the signature, each once.
+  /// The latest views whose signature was in a response, each once.
   std::deque<View> shownViews = {};
 };
 
@@ -37,29 +37,28 @@ struct World {
 
 [[nodiscard]] World makeWorld();
 
-/// A request on its way through the rules. Keep it, and the document of the request, from turn to
-/// turn.
+/// A request on its way through the rules. Keep it and the request's document from turn to turn.
 struct Call {
   JsonObject request;
   std::optional<WorldTime> startedAt = {};
-  /// What a wait for a stable screen has seen last, and since when.
+  /// What a wait for a stable screen saw last, and since when.
   std::string lastSignature = {};
   WorldTime unchangedSince{0};
 };
 
-/// Either the answer, or how long to wait before the rules are asked again.
+/// Either the response, or how long to wait before the next turn.
 struct Turn {
   std::optional<JsonText> answer = {};
-  /// The view whose picture the answer is to hold under `image`.
+  /// The view whose picture the response must hold under `image`.
   std::optional<View> picture = {};
   WorldTime askAgainIn{0};
 };
 
-/// Goes on with a call. Whatever the request holds, it is answered in the end: with `ok` false and
-/// an `error` when it makes no sense.
+/// Takes the next turn of a call. Every request gets a response in the end; one that makes no sense
+/// gets `ok` false and an `error`.
 [[nodiscard]] Turn takeTurn(World& world, Call& call, WorldTime now);
 
-/// The answer to a request that is to fail for no reason of its own.
+/// The response to a request that must fail on demand.
 [[nodiscard]] JsonText failedAnswer(World& world, const JsonObject& request);
 
 /// Whether there is a command of this name.

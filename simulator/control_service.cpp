@@ -23,13 +23,13 @@ namespace quillmere::simulator {
 
 namespace {
 
-/// Bytes that are no control request; the connection is closed without an answer.
+/// The bytes are not a control request; we close the connection without a response.
 class MalformedFrame : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-/// Reads until there are `count` bytes.
+/// Reads until `bytes` holds `count` bytes.
 void fill(InputStream& input, std::size_t count, Bytes& bytes) {
   while (bytes.size() < count) {
     if (!input.readSome(count - bytes.size(), bytes)) throw MalformedFrame("it ends too early");
@@ -57,7 +57,7 @@ std::shared_ptr<const JsonDocument> readRequest(const Descriptor& connection) {
   throw MalformedFrame("its body is not a JSON object");
 }
 
-/// Waits, or less long if the client hangs up before. Returns whether it is still there.
+/// Waits until the time is up or the client hangs up. Returns whether the client is still there.
 bool waitWhileConnected(const Descriptor& connection,
                         std::optional<std::chrono::milliseconds> time) {
   pollfd entry{.fd = connection.number(), .events = 0, .revents = 0};
@@ -77,7 +77,8 @@ std::string timeOfDay() {
   return text.data();
 }
 
-/// The request's command, if it is one; a log is no place for whatever else a client sends.
+/// The request's command, if it is a known one; anything else that a client sends does not belong
+/// in a log.
 std::string commandOf(const JsonObject& request) {
   const auto command = request.findString("command");
   const bool isKnown = command && isCommand(command->view());
@@ -133,7 +134,7 @@ void ControlService::answerConnection(const Descriptor& connection) {
 std::optional<JsonText> ControlService::answerTo(const JsonObject& request,
                                                  const Descriptor& connection) {
   if (faults.isSilent) {
-    // Told now: it may be long until the client hangs up, and people look here whether the call
+    // Log it now: the client may hang up much later, and people look here to see whether the call
     // came.
     log(commandOf(request), "unanswered on purpose");
     waitWhileConnected(connection, std::nullopt);
@@ -191,7 +192,7 @@ void ControlService::log(std::string_view what, std::string_view outcome) {
   line += "  ";
   line += outcome;
   const std::lock_guard hold(logLock);
-  // Whoever reads the log may have gone; the service goes on.
+  // Nobody may be reading the log any more; the service goes on.
   static_cast<void>(writeAll(STDERR_FILENO, {line, "\n"}));
 }
 

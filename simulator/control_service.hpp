@@ -1,4 +1,4 @@
-// The simulator's side of the control socket: a request and an answer a connection, many
+// The simulator's side of the control socket: one request and one response per connection, many
 // connections at a time, one world for all of them.
 #pragma once
 
@@ -18,20 +18,20 @@
 
 namespace quillmere::simulator {
 
-/// Must live until the process ends: its threads are never waited for.
+/// Must live until the process ends, since nobody waits for its threads.
 class ControlService {
  public:
-  /// Writes a line for each call on standard error, unless it is to be quiet.
+  /// Writes a line for each call to standard error unless `quiet`.
   ControlService(Faults wantedFaults, bool isQuiet);
 
-  /// Answers whoever connects, until the listener is stopped. Calls may still run then.
+  /// Answers every connection until the listener is stopped. Calls may still be running then.
   void serve(const UnixListener& listener);
 
  private:
   void answerConnection(const Descriptor& connection);
-  /// The answer, or nothing when the client hung up before there was one.
+  /// The response, or nothing if the client hung up first.
   std::optional<JsonText> answerTo(const JsonObject& request, const Descriptor& connection);
-  /// Sends the answer, or what the faults leave of it. Returns what is to be logged.
+  /// Sends the response, or as much of it as the faults allow. Returns the text to log.
   std::string sendAnswer(const JsonText& answer, const Descriptor& connection) const;
   [[nodiscard]] WorldTime now() const;
   void log(std::string_view what, std::string_view outcome);

@@ -62,7 +62,7 @@ class Canvas {
     cairo_stroke(context.get());
   }
 
-  /// Writes in the middle of the height, cut off at the end of the box.
+  /// Writes at half the height of the box, cut off at its end.
   void text(const Bounds& bounds, const std::string& words, Colour colour, double size,
             bool isCentred = false) {
     cairo_save(context.get());
@@ -128,7 +128,7 @@ void drawCheck(Canvas& canvas, const VisibleNode& node) {
   canvas.frame(mark, accent, 2);
 }
 
-/// A bar beside a list, where more of it is to be found.
+/// A bar beside a list that shows where the visible part is.
 void drawScrollBar(Canvas& canvas, const VisibleNode& list) {
   if (!list.isScrollable()) return;
   const int length = list.bounds.height / 2;
@@ -140,7 +140,7 @@ void drawScrollBar(Canvas& canvas, const VisibleNode& list) {
 void draw(Canvas& canvas, const VisibleNode& node) {
   const bool isEmptyField = node.isEditable() && node.text.empty();
   std::string shown = isEmptyField ? std::string(node.hint) : node.text;
-  // Control characters have no shape, and a NUL would end the text.
+  // Control characters have no glyph, and a NUL would end the text.
   std::ranges::replace_if(
       shown, [](char each) { return static_cast<unsigned char>(each) < ' '; }, ' ');
   switch (node.role) {

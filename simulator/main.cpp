@@ -26,7 +26,7 @@ constexpr int failed = 1;
 constexpr int wronglyUsed = 2;
 
 void print(int descriptor, std::string_view text) {
-  // Nobody may be there to read it.
+  // Nobody may be reading it.
   static_cast<void>(writeAll(descriptor, {text}));
 }
 
@@ -34,7 +34,7 @@ void complain(std::string_view text) {
   print(STDERR_FILENO, "quillmere-desktop-simulator: " + std::string(text) + "\n");
 }
 
-/// Where the installed app listens, so that the server finds the simulator in its place.
+/// Where the installed app listens, so that the server finds the simulator instead.
 std::string appSocketPath() {
   const std::string folder =
       "/" + std::string(preferredAppGroup("com.tallowbrook.wickfern").value()) + "/";
@@ -60,8 +60,8 @@ sigset_t endingSignals() {
 }
 
 int listenAndServe(const SimulatorOptions& options) {
-  // Blocked before the socket is made, and in every thread: a signal ends the service in good
-  // order.
+  // Blocked in every thread before the socket exists, so that a signal always ends the service in
+  // good order.
   const sigset_t signals = endingSignals();
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   const UnixListener listener(options.socketPath.empty() ? appSocketPath() : options.socketPath);
@@ -75,7 +75,7 @@ int listenAndServe(const SimulatorOptions& options) {
   static auto& service = *new ControlService(options.faults, options.isQuiet);
   print(STDOUT_FILENO, "Listening on " + listener.path() + "\n");
   service.serve(listener);
-  // Only the ender stops the listener; it must have let go of it before the listener goes.
+  // Only the ender stops the listener, so it must finish before the listener is destroyed.
   ender.join();
   return 0;
 }
@@ -86,7 +86,7 @@ int run(const SimulatorOptions& options) {
     return listenAndServe(options);
   } catch (const std::system_error& error) {
     complain(error.code() == std::errc::address_in_use
-                 ? "another app is listening already, or a file is in the way: " +
+                 ? "another app is already listening, or a file is in the way: " +
                        std::string(error.what())
                  : error.what());
   } catch (const std::exception& error) {
@@ -114,7 +114,7 @@ int main(int argumentCount, char** arguments) {
     return 0;
   }
   const int status = run(options);
-  // Without destructors of static objects: calls may still be under way.
+  // Runs no destructors of static objects: calls may still be running.
   if (status == 0) endProcess();
   return status;
 }

@@ -1,4 +1,4 @@
-// What the simulator is asked for on its command line.
+// The simulator's command line.
 #pragma once
 
 #include <chrono>
@@ -12,37 +12,37 @@
 
 namespace quillmere::simulator {
 
-/// What goes wrong on purpose, for those who test their own clients.
+/// What goes wrong on purpose, for people who test their own clients.
 struct Faults {
-  /// How long each answer is held back.
+  /// How long to delay each response.
   std::chrono::milliseconds delay{0};
-  /// How many bytes of each answer frame are sent before the connection is closed.
+  /// How many bytes of each response frame to send before closing the connection.
   std::optional<std::size_t> dropAfter;
-  /// Commands that are answered with a failure, and not carried out.
+  /// Commands to answer with a failure and not carry out.
   std::set<std::string> failingCommands;
-  /// Whether each answer frame ends in the middle of its body.
+  /// Whether each response frame ends in the middle of its body.
   bool truncates = false;
-  /// Whether nothing is ever answered.
+  /// Whether to leave every request unanswered.
   bool isSilent = false;
 };
 
 struct SimulatorOptions {
   /// Where to listen; empty for where the server looks.
   std::string socketPath;
-  /// Write the first screen there, and leave; empty to listen.
+  /// Where to write the first screen before exiting; empty to listen.
   std::string screenshotFile;
   bool isQuiet = false;
   bool wantsHelp = false;
   Faults faults;
 };
 
-/// An option that there is not, or a value that makes no sense.
+/// An unknown option, or a value that makes no sense.
 class UsageError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-/// The one line that a wrong option is answered with, and the text of `--help`.
+/// The line to print for a wrong option, and the text of `--help`.
 extern const std::string_view simulatorUsage;
 extern const std::string_view simulatorHelp;
 

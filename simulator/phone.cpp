@@ -14,10 +14,10 @@ namespace {
 constexpr std::size_t longestRecents = 5;
 constexpr Bounds keyboardBounds = {0, 1040, 540, 160};
 
-/// FNV-1a, 64 bits: not against an adversary, only to distinguish views.
+/// FNV-1a, 64 bits: only to distinguish views, not against an adversary.
 class Fingerprint {
  public:
-  /// Takes the length too, so that two texts never run into one.
+  /// Hashes the length too, so that two adjacent texts never look like one.
   void add(std::string_view text) {
     add(text.size());
     for (const char byte : text) addByte(static_cast<unsigned char>(byte));
@@ -152,7 +152,7 @@ class ViewBuilder {
   View view;
 };
 
-/// Never the same for long, so that nobody takes a loading app for a stable screen.
+/// Changes all the time, so that a loading app never looks like a stable screen.
 std::string loadingText(const Phone& phone, WorldTime now) {
   const auto tenths = 10 * (now - phone.launchedAt) / (phone.loadedAt - phone.launchedAt);
   return "Loading " + std::to_string(10 * tenths) + " %";
@@ -168,7 +168,7 @@ Outcome goBack(Phone& phone) {
     return {"Closed the keyboard."};
   }
   if (phone.screens.size() == 1) {
-    return {"Pressed back.", "The home screen is shown already: there is nothing to go back to."};
+    return {"Pressed back.", "This is the home screen: there is nothing to go back to."};
   }
   phone.screens.pop_back();
   phone.loadedAt = WorldTime(0);
@@ -214,7 +214,7 @@ Outcome perform(Phone& phone, const Transition& transition, std::optional<int> r
     case Effect::tickItem: {
       ListItem& item = phone.lists[transition.node][static_cast<std::size_t>(row.value_or(0))];
       item.isTicked = !item.isTicked;
-      return {(item.isTicked ? "Ticked " : "Took the tick from ") + quoted(item.text) + "."};
+      return {(item.isTicked ? "Ticked " : "Unticked ") + quoted(item.text) + "."};
     }
     case Effect::appendToList:
       return appendFieldToList(phone, transition);
@@ -243,7 +243,7 @@ Outcome moveFirstList(Phone& phone, WorldTime now, int linesUpOrDown, bool byPag
 Outcome pressEnter(Phone& phone, WorldTime now) {
   const Transition* transition = findTransitionOfField(phone.focusedField);
   if (phone.focusedField.empty() || transition == nullptr) {
-    return {"Pressed the key.", "Nothing that reacts to it has the focus."};
+    return {"Pressed the key.", "Nothing that has the focus reacts to this key."};
   }
   return perform(phone, *transition, std::nullopt, now);
 }
@@ -293,7 +293,7 @@ constexpr KeyRow keys[] = {
     {"delete", [](Phone& phone, WorldTime) { return deleteLast(phone); }},
     {"forward_delete",
      [](Phone&, WorldTime) {
-       return Outcome{"Pressed forward delete.", "The cursor stands at the end of the text."};
+       return Outcome{"Pressed forward delete.", "The cursor is at the end of the text."};
      }},
     {"escape", [](Phone& phone, WorldTime) { return closeKeyboard(phone); }},
     {"dpad_up", [](Phone& phone, WorldTime now) { return moveFirstList(phone, now, -1, false); }},

@@ -1,6 +1,6 @@
-// One simulated phone: its state, what of it is to be seen, and what touching, typing and scrolling
-// do to it. All pure: state and time in, state and a description out. No input comes from anywhere
-// else, so that the same calls at the same times always give the same screens.
+// One simulated phone: its state, what its screen shows, and what touching, typing and scrolling do
+// to it. All pure: state and time in, state and a description out. There is no other input, so the
+// same calls at the same times always give the same screens.
 #pragma once
 
 #include <chrono>
@@ -25,26 +25,26 @@ struct ListItem {
 
 /// Everything that can change on a phone. Keys are names of the world's tables.
 struct Phone {
-  /// The way back to the home screen; the last one is shown.
+  /// The screens from the home screen on; the last one is shown.
   std::vector<std::string_view> screens = {homeScreen};
-  /// The text field that has the focus of the input method; empty for none.
+  /// The text field that has the input focus; empty for none.
   std::string_view focusedField;
   std::map<std::string_view, std::string> fields;
   std::map<std::string_view, std::vector<ListItem>> lists;
-  /// The item of a list that is shown at its top.
+  /// The item at the top of each list's visible part.
   std::map<std::string_view, int> firstRows;
   std::set<std::string_view> togglesOn;
-  /// From the one until the other the shown app only shows how far it has loaded.
+  /// From the first until the second time the app only shows how far it has loaded.
   WorldTime launchedAt{0};
   WorldTime loadedAt{0};
 };
 
 /// A node as it is on the screen at one moment.
 struct VisibleNode {
-  /// 1 for the first node of the screen, and so on, whatever part of them an answer shows.
+  /// 1 for the first node of the screen, and so on, even if a response shows only some of them.
   int id = 0;
   Role role = Role::label;
-  /// Name in the world's tables; of a list item that of its list.
+  /// Name in the world's tables; for a list item the name of its list.
   std::string_view name;
   /// Place of a list item in its list, from 0.
   std::optional<int> row = {};
@@ -59,41 +59,41 @@ struct VisibleNode {
 
   [[nodiscard]] bool isEditable() const { return role == Role::textField; }
   [[nodiscard]] bool isScrollable() const { return canScrollUp || canScrollDown; }
-  /// What the node is called in answers, such as `shopping.items[3]`.
+  /// The node's name in responses, such as `shopping.items[3]`.
   [[nodiscard]] std::string resourceId() const;
 };
 
-/// All that is to be seen on a phone at one moment. Answers and pictures are made from it alone.
+/// Everything a phone shows at one moment. Responses and pictures are made only from it.
 struct View {
   std::string_view packageName;
   std::string_view title;
   std::vector<VisibleNode> nodes;
   bool isImeActive = false;
-  /// The same text for the same view, another one for any other.
+  /// The same text for equal views, a different one otherwise.
   std::string signature;
 };
 
 /// What an action did, in words.
 struct Outcome {
   std::string message;
-  /// Empty when the action had its effect.
+  /// Empty if the action had an effect.
   std::string warning = {};
 };
 
 enum class Direction { up, down, left, right };
 
-/// A phone as the world begins.
+/// A phone in its initial state.
 [[nodiscard]] Phone makePhone();
 
 [[nodiscard]] View viewOf(const Phone& phone, WorldTime now);
 
-/// Touches a node of the phone's present view.
+/// Touches a node of the phone's current view.
 Outcome touch(Phone& phone, const VisibleNode& node, WorldTime now);
-/// Touches what is at a point of the mirror.
+/// Touches whatever is at a point of the mirror.
 Outcome touchAt(Phone& phone, double x, double y, WorldTime now);
 /// Moves the list under the start of the swipe by as many lines as the swipe covers.
 Outcome swipe(Phone& phone, double startX, double startY, double endX, double endY, WorldTime now);
-/// Moves a list by nearly its height, so that one line stays in sight.
+/// Moves a list by nearly its height, so that one line stays visible.
 Outcome scroll(Phone& phone, const VisibleNode& list, Direction direction);
 /// Gives a text field the focus.
 Outcome focus(Phone& phone, const VisibleNode& field);

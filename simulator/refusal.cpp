@@ -21,7 +21,7 @@ Refusal acknowledgementRequired(const App& app, bool otherWordsWereGiven) {
   const std::string wanted(app.acknowledgement);
   const std::string title(app.title);
   const std::string reason =
-      otherWordsWereGiven ? "These are not the words of acknowledgement that " + title + " needs."
+      otherWordsWereGiven ? "These are not the acknowledgement words that " + title + " needs."
                           : title + " needs the user's explicit acknowledgement.";
   Refusal refusal(
       "userAcknowledgementRequired",

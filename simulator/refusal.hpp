@@ -10,7 +10,7 @@
 
 namespace quillmere::simulator {
 
-/// Becomes an answer with `ok` false and an `error` of this code and message.
+/// Becomes a response with `ok` false and an `error` of this code and message.
 class Refusal : public std::runtime_error {
  public:
   Refusal(std::string_view errorCode, const std::string& message)
@@ -18,17 +18,18 @@ class Refusal : public std::runtime_error {
 
   /// Constant text.
   std::string_view code;
-  /// Members of the answer besides `error`.
+  /// Members of the response besides `error`.
   JsonText besides = JsonText::object();
 };
 
-/// Refusals for which more than one command has a use, or that say more than a message. Pure.
+/// Refusals that several commands use, or that carry more than a message. Pure.
 namespace refusals {
 [[nodiscard]] Refusal invalidArgument(std::string_view key, std::string_view must);
-/// Recommends the tool that starts a session, for the device with this serial if one was named.
+/// Recommends the tool that starts a session, for the device with this serial if the request named
+/// one.
 [[nodiscard]] Refusal noSession(std::string_view code, const std::string& message,
                                 const std::string& serial);
-/// Names the words that the app wants to hear from the user.
+/// Says which words the app expects from the user.
 [[nodiscard]] Refusal acknowledgementRequired(const App& app, bool otherWordsWereGiven);
 }  // namespace refusals
 

@@ -1,4 +1,4 @@
-// What answers say of a screen.
+// What responses say about a screen.
 #pragma once
 
 #include <cstddef>
@@ -8,12 +8,12 @@
 
 namespace quillmere::simulator {
 
-/// The view's nodes, at most `maximumNodes` of them, with how many there are. What is inside a
-/// web view counts only with `includeNonInteractive`. Pure.
+/// The view's nodes, at most `maximumNodes` of them, and their total number. The content of a web
+/// view counts only with `includeNonInteractive`. Pure.
 [[nodiscard]] JsonText uiStateOf(const View& view, bool includeNonInteractive,
                                  std::size_t maximumNodes);
 
-/// Which package is in front and what the view's signature is. Pure.
+/// The package in front and the view's signature. Pure.
 [[nodiscard]] JsonText visibleStateOf(const View& view);
 
 /// What changed from one view to another: nodes added, removed and changed, by resource id. Pure.

@@ -140,7 +140,7 @@ constexpr ListContent lists[] = {
 
 constexpr std::string_view togglesOn[] = {"settings.wifi"};
 
-// The tables name one another; a name that leads nowhere does not compile.
+// The tables refer to each other by name; a wrong name does not compile.
 constexpr bool isNode(std::string_view name) {
   return std::ranges::any_of(screens, [&](const Screen& screen) {
     return std::ranges::count(screen.nodes, name, &Node::name) == 1;

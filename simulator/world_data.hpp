@@ -35,14 +35,14 @@ struct App {
   std::string_view title;
   std::string_view firstScreen;
   bool isSystem = false;
-  /// How long the app shows that it loads after a launch.
+  /// How long the app keeps loading after a launch.
   std::chrono::milliseconds loadTime{0};
-  /// What the user must have said before an AI acts in the app; empty for most apps.
+  /// What the user must say before an AI may act in the app; empty for most apps.
   std::string_view acknowledgement = {};
 };
 
-/// A part of a screen. Names are unique in the world: what a field holds, which items a list has
-/// and whether a toggle is on are kept under them.
+/// A part of a screen. Names are unique in the world: the content of fields, the items of lists and
+/// the state of toggles are stored under them.
 struct Node {
   std::string_view name;
   Role role = Role::label;
@@ -62,7 +62,7 @@ enum class Effect {
   openScreen,    ///< shows the screen named in `target`
   launchApp,     ///< launches the package named in `target`
   launchItem,    ///< launches the app whose title the touched list item shows
-  tickItem,      ///< ticks the touched list item, or takes the tick away
+  tickItem,      ///< ticks or unticks the touched list item
   appendToList,  ///< moves the text of `field` to the end of the list named in `target`
 };
 
@@ -83,10 +83,10 @@ struct ListContent {
 
 inline constexpr std::string_view homeScreen = "launcher.home";
 inline constexpr std::string_view recentsScreen = "launcher.recents";
-/// The list of the apps that were launched, latest first.
+/// The list of launched apps, latest first.
 inline constexpr std::string_view recentApps = "recents.apps";
 
-/// The tables, in the order in which answers show them. Constant data.
+/// The tables, in the order in which responses show them. Constant data.
 [[nodiscard]] std::span<const Device> allDevices();
 [[nodiscard]] std::span<const App> allApps();
 [[nodiscard]] std::span<const Screen> allScreens();
