@@ -1,4 +1,4 @@
-// From the search for the desktop app's socket to the end of one call.
+// One call, from the search for the desktop app's socket to the end.
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <sys/socket.h>
@@ -26,7 +26,7 @@ std::size_t openDescriptors() {
       std::distance(fs::directory_iterator("/dev/fd"), fs::directory_iterator()));
 }
 
-/// A home of its own for each test, and the promise that no descriptor is left open.
+/// A separate home for each test, and a check that no descriptor stays open.
 class ControlTest : public testing::Test {
  protected:
   static void SetUpTestSuite() { prepareProcess(); }
@@ -42,7 +42,7 @@ using Discovery = ControlTest;
 using Connecting = ControlTest;
 using ControlCall = ControlTest;
 
-TEST_F(Discovery, TheInnermostBundleNamesItself) {
+TEST_F(Discovery, FindsTheInnermostBundle) {
   home.write("Outer.app/Contents/Info.plist", infoPlist("outer"));
   home.write("Outer.app/Contents/Helper.app/Contents/Info.plist", infoPlist("inner"));
   home.write("Outer.app/Contents/Bare.app/Contents/PkgInfo", "no property list here");
@@ -72,14 +72,14 @@ constexpr std::string_view notFound =
     "-32000 Quillmere MCP control socket was not found. Start Quillmere first.";
 const std::string notReached = "-32000 Could not reach Quillmere MCP control socket: ";
 
-TEST_F(Connecting, EachCandidateThatFailsIsNamedInOrder) {
+TEST_F(Connecting, NamesEachFailingCandidateInOrder) {
   fs::create_directories(fs::path(home.releaseSocket()).parent_path());
   fs::create_symlink(home.path() + "/live", home.releaseSocket());
-  EXPECT_EQ(connectFailure(), notFound) << "a dangling link is nothing";
+  EXPECT_EQ(connectFailure(), notFound) << "a dangling link does not count";
 
   const DesktopApp elsewhere(home.path() + "/live");
   std::string failures = home.releaseSocket() + ": not a socket";
-  EXPECT_EQ(connectFailure(), notReached + failures) << "a link to a live socket is none";
+  EXPECT_EQ(connectFailure(), notReached + failures) << "a link to a live socket is not a socket";
   home.write(home.ungroupedSocket(), "a file");
   failures += "; " + home.ungroupedSocket() + ": not a socket";
   leaveStaleSocket(home.debugSocket());
@@ -91,21 +91,21 @@ TEST_F(Connecting, EachCandidateThatFailsIsNamedInOrder) {
   EXPECT_EQ(connectFailure(), "") << "a live socket after a stale one";
 }
 
-TEST_F(Connecting, APathThatIsNoUtf8IsNamedAsFarAsItIs) {
+TEST_F(Connecting, NamesAPathThatIsNotUtf8WithReplacements) {
   ::setenv("HOME", (home.path() + "/\xFF").c_str(), 1);
   const std::string socket = home.releaseSocket().substr(home.path().size());
   home.write(home.path() + "/\xFF" + socket, "a file");
   EXPECT_EQ(connectFailure(), notReached + home.path() + "/\uFFFD" + socket + ": not a socket");
 }
 
-TEST_F(Connecting, ASilentAppIsGivenUpAfter75Seconds) {
+TEST_F(Connecting, GivesUpASilentAppAfter75Seconds) {
   const DesktopApp app(home.releaseSocket());
   const int number = Descriptor(::dup(STDIN_FILENO)).number();
   const UnixSocket socket = connectAppControlSocket();
   for (const int direction : {SO_RCVTIMEO, SO_SNDTIMEO}) {
     timeval limit{};
     socklen_t size = sizeof limit;
-    // The lowest number that was free is the socket's.
+    // The socket got the lowest free number.
     ASSERT_EQ(0, ::getsockopt(number, SOL_SOCKET, direction, &limit, &size));
     EXPECT_EQ(75, limit.tv_sec);
   }
@@ -124,7 +124,7 @@ TEST_F(Connecting, APathMayHave103Bytes) {
   EXPECT_EQ(failure(104), "The MCP control socket path is too long.");
 }
 
-TEST_F(Connecting, AFullBacklogIsAFailureLikeAnyOther) {
+TEST_F(Connecting, AFullBacklogIsAnOrdinaryFailure) {
   const DesktopApp app(home.releaseSocket());
   std::vector<UnixSocket> waiting;
   std::string failure;
@@ -141,13 +141,13 @@ TEST(ControlRequest, HoldsControlFieldsBesideItsOwnKeys) {
     std::string_view name, command, arguments, request;
   };
   constexpr RequestCase cases[] = {
-      {"arguments are flat, as they came", "tap",
+      {"arguments are flat and unchanged", "tap",
        R"({"taskName":" a\u002Fb\n", "x":1.0,"includeImage" : false,"text":[1, {}]})",
        R"(,"command":"tap","taskName":" a\u002Fb\n","x":1.0,"includeImage":false,"text":[1,{}]})"},
-      {"null and what is no control field are left out", "wait",
+      {"leaves out null and what is not a control field", "wait",
        R"({"id":"mine","command":"tap","topic":"ui","X":1,"sessionId":null,"durationMs":5})",
        R"(,"command":"wait","durationMs":5})"},
-      {"of equal keys the last counts", "wait",
+      {"the last of equal keys counts", "wait",
        R"({"durationMs":5,"durationM\u0073":6,"sessionId":"s","sessionId":null})",
        R"(,"command":"wait","durationMs":6})"},
       {"adbCommand takes its value from command", "adbCommand",
@@ -169,7 +169,7 @@ TEST(ControlRequest, HoldsControlFieldsBesideItsOwnKeys) {
 constexpr std::string_view closed = "-32000 Quillmere closed the MCP control connection.";
 constexpr std::string_view writeFailed = "-32000 Could not write to Quillmere MCP control socket.";
 
-/// What becomes of a call: the answer as JSON text, or the failure.
+/// The outcome of a call: the app response as JSON text, or the failure.
 std::string outcomeOf(const JsonObject& arguments, InFlightRequest& inFlight) {
   std::string answer;
   const std::string failure =
@@ -183,13 +183,13 @@ std::string outcomeOf(const JsonObject& arguments) {
   return outcomeOf(arguments, request);
 }
 
-TEST_F(ControlCall, ArgumentsAreJudgedBeforeTheSocket) {
+TEST_F(ControlCall, ChecksArgumentsBeforeTheSocket) {
   const auto with = [](std::string_view key, const std::string& text) {
     return json(JsonText{{key, text}}.str());
   };
   EXPECT_EQ(outcomeOf(with("command", times(4097, "c"))), "-32602 command is too long.");
 
-  // Characters that a writer might escape, and so pass the limit where it must not.
+  // If the writer escaped these characters, the request would wrongly exceed the limit.
   const std::string text = "/é为😀";
   const std::size_t own = controlRequest("tap", with("x", text)).size();
   const auto ofBytes = [&](std::size_t size) { return with("x", text + times(size - own, "x")); };
@@ -208,7 +208,7 @@ TEST_F(ControlCall, ArgumentsAreJudgedBeforeTheSocket) {
   EXPECT_EQ(outcomeOf(ofBytes(1'048'576)), "{}");
 }
 
-TEST_F(ControlCall, EndsAsTheAnswerSays) {
+TEST_F(ControlCall, EndsAsTheAppResponseSays) {
   using std::string_literals::operator""s;
   constexpr std::string_view badFrame =
       "-32000 Quillmere returned an invalid MCP control response frame.";
@@ -222,12 +222,12 @@ TEST_F(ControlCall, EndsAsTheAnswerSays) {
   std::vector<std::string> bytes;
   for (const char byte : frame) bytes.emplace_back(1, byte);
   std::vector<AnswerCase> cases = {
-      {"an answer", {frame}, answer},
+      {"a response", {frame}, answer},
       {"byte by byte", bytes, answer},
       {"no length", {"\0\0\0\0"s}, badFrame},
       {"a length past the limit", {"\x02\0\0\1"s}, badFrame},
       {"the largest number", {"\xFF\xFF\xFF\xFF"}, badFrame},
-      {"the greatest length, and no body", {"\x02\0\0\0"s}, closed},
+      {"the largest allowed length, and no body", {"\x02\0\0\0"s}, closed},
   };
   for (std::size_t i = 0; i < frame.size(); ++i) {
     cases.push_back({"cut at byte " + std::to_string(i), {frame.substr(0, i)}, closed});
@@ -236,7 +236,7 @@ TEST_F(ControlCall, EndsAsTheAnswerSays) {
     const DesktopApp app(home.releaseSocket(), [&](const AppConnection& connection) {
       EXPECT_EQ(*connection.receive()->object().findString("command"), "tap");
       for (const std::string& piece : each.pieces) connection.send(piece);
-      // Where the app does not close, the server must: it waits for no byte more.
+      // If the app does not close, the server must: it waits for no further byte.
       if (each.outcome != closed) {
         EXPECT_EQ(connection.waitUntilClosed(), 0) << "nothing follows the request";
       }
@@ -247,7 +247,7 @@ TEST_F(ControlCall, EndsAsTheAnswerSays) {
 
 TEST_F(ControlCall, AnAppThatDoesNotReadGivesAFailedWrite) {
   const DesktopApp app(home.releaseSocket(), [](const AppConnection&) {});
-  // More than any socket buffer takes.
+  // More than any socket buffer holds.
   EXPECT_EQ(outcomeOf(json("{\"x\":\"" + times(1'000'000, "x") + "\"}")), writeFailed);
 }
 

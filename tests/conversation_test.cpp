@@ -1,5 +1,5 @@
 // Whole conversations with the real programs, each in a file: what the client sends, what the
-// desktop app gets and answers, what comes back. tests/conversations/README.md has the form.
+// desktop app gets and answers, what comes back. tests/conversations/README.md describes the form.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -20,7 +20,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// The bytes that a JSON string stands for, a byte for each of its characters.
+/// The bytes that a JSON string stands for, one for each of its characters.
 std::string bytesIn(const std::string& string) {
   const JsonString characters = *json("{\"bytes\":" + string + "}").findString("bytes");
   std::string bytes;
@@ -33,7 +33,7 @@ std::string bytesIn(const std::string& string) {
 
 struct Conversation : RunningServer, testing::WithParamInterface<fs::path> {
   std::optional<DesktopApp> app;
-  /// The app's connections by their digits.
+  /// The app's connections by their numbers.
   std::map<std::string, AppConnection> connections;
   std::set<std::string> uuids;
 
@@ -42,12 +42,11 @@ struct Conversation : RunningServer, testing::WithParamInterface<fs::path> {
                                                                                : QUILLMERE_SERVER) {
   }
 
-  /// Most conversations begin with a handshake, but not all.
+  /// Not every conversation begins with a handshake.
   void SetUp() override {}
 
-  /// `line`, which the server sends or the app gets, must be `expected`: UUID there stands for a
-  /// random identifier that has not been seen before, VERSION for ours, and ... at the end for
-  /// anything.
+  /// Expects that `line`, which the server sends or the app gets, is `text`, where UUID stands for
+  /// a new random identifier, VERSION for ours, and ... at the end for anything.
   void expectLine(const std::string& text, std::string line) {
     const std::string expected =
         std::regex_replace(text, std::regex("VERSION"), QUILLMERE_PROJECT_VERSION);
@@ -130,7 +129,7 @@ TEST_P(Conversation, GoesAsItIsWritten) {
     try {
       play(lines[number]);
     } catch (const std::exception& failure) {
-      // Here, where the trace still names the file and the line.
+      // Here, because the trace still names the file and the line.
       FAIL() << failure.what();
     }
   }

@@ -1,4 +1,4 @@
-// `--doctor` as a user runs it: the real program in all sorts of surroundings.
+// `--doctor` as a user runs it: the real program in many surroundings.
 #include "server/doctor.hpp"
 
 #include <gtest/gtest.h>
@@ -20,7 +20,7 @@
 namespace {
 std::function<void()> afterConnect;
 }
-/// Stands in for the system's function within this program: what happens at once after a connect.
+/// Replaces the system's function in this program, to act right after a connect.
 // NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name): glibc's have underscores
 extern "C" int connect(int socket, const sockaddr* address, socklen_t size) {
   const auto result = static_cast<int>(::syscall(SYS_connect, socket, address, size));
@@ -46,8 +46,8 @@ constexpr std::string_view release = "com.tallowbrook.wickfern";
 constexpr std::string_view debug = "com.tallowbrook.wickfern.debug";
 const std::string notFound = "Quillmere MCP control socket was not found. Start Quillmere first.";
 
-/// What the doctor says inside the app `identifier`, or outside of any; what it finds in the
-/// released app's place; and what a call would fail with.
+/// The doctor's report inside the app `identifier`, or outside any; what it finds in the released
+/// app's place; and how a call would fail.
 std::string report(const TemporaryHome& home, std::string_view identifier = "", bool exists = false,
                    bool isSocket = false, const std::optional<std::string>& error = notFound) {
   const auto candidate = [](const std::string& path, bool isThere, bool isOne) {
@@ -79,13 +79,13 @@ void linkTo(const fs::path& target, const fs::path& link) {
   fs::create_symlink(target, link);
 }
 
-TEST(Doctor, SaysWhatIsInTheSocketsPlace) {
+TEST(Doctor, ReportsWhatIsInTheSocketsPlace) {
   std::optional<DesktopApp> app;
   struct Situation {
     std::string_view name;
     std::function<void(const TemporaryHome& home, const std::string& path)> arrange;
     bool exists, isSocket;
-    /// Why it can't be reached, if it exists and can't.
+    /// Why the app can't be reached, if there is something in its place.
     std::string_view failure = {};
   };
   const Situation situations[] = {
@@ -112,7 +112,7 @@ TEST(Doctor, SaysWhatIsInTheSocketsPlace) {
     EXPECT_EQ(output, report(home, "", exists, isSocket, error));
     EXPECT_EQ(status, 0);
     if (app) {
-      EXPECT_EQ(app->accept().waitUntilClosed(), 0) << "nothing is sent to the app";
+      EXPECT_EQ(app->accept().waitUntilClosed(), 0) << "the doctor must send nothing to the app";
       app.reset();
     }
   }
@@ -139,7 +139,7 @@ TEST(Doctor, SaysNothingThatWouldNotBeUtf8) {
 }
 #endif
 
-/// A copy of the program inside an app of its own, in a home of its own.
+/// A copy of the program inside its own app, in its own home.
 struct Bundle : testing::Test {
   TemporaryHome home;
   const fs::path server = serverInsideApp(home, release);
@@ -154,7 +154,7 @@ TEST_F(Bundle, NamesTheGroupToLookInFirst) {
   }
 }
 
-TEST_F(Bundle, IsFoundUnderWhateverNameItsProgramWasStarted) {
+TEST_F(Bundle, IsFoundUnderAnyNameOfItsProgram) {
   home.write("Other.app/Contents/Info.plist", infoPlist("com.example.other"));
   linkTo(server, home.path() + "/link");
   linkTo(contents / "MacOS", home.path() + "/folder");
@@ -172,11 +172,11 @@ TEST_F(Bundle, IsFoundUnderWhateverNameItsProgramWasStarted) {
       {home.path() + "/link", "/", release},
       {"folder/server", home.path(), release},
       {"server", home.path() + "/folder", release},
-      // A bare name counts from the current folder, wherever the shell has found the program.
+      // A bare name is resolved against the current folder, wherever the shell found the program.
       {"server", home.path(), ""},
       {"", contents / "MacOS", release},
       {"", contents, ""},
-      // What is linked to from inside a bundle is not inside.
+      // A program that is only linked from inside a bundle is not inside.
       {home.path() + "/Other.app/Contents/MacOS/server", "/", ""},
       {home.path() + "/Other.app/Contents/MacOS/gone", "/", "com.example.other"},
       {times(5'000, "x"), contents / "MacOS", release},

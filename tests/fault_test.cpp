@@ -1,5 +1,5 @@
 // Every system call and every allocation of the server fails in turn: the first of its kind, the
-// second, and so on; once and from then on; in whole conversations over every kind of standard
+// second, and so on; once, and from then on; in whole conversations over every kind of standard
 // input.
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -30,7 +30,7 @@ const std::string bye = R"({"jsonrpc":"2.0","id":"bye","method":"shutdown"})"
 const std::string largeText(90'000, 'x');
 
 constexpr auto sanitizers = std::string_view(QUILLMERE_SANITIZERS);
-/// ThreadSanitizer has a thread of its own.
+/// ThreadSanitizer has its own thread.
 constexpr std::size_t threadsWithOneWorker = sanitizers == "thread" ? 3 : 2;
 
 std::string deviceList(std::string_view taskId) {
@@ -44,13 +44,13 @@ std::string ping(std::string_view padding) {
          "\"}}\n";
 }
 
-/// What a client sends while one fault is in force.
+/// What a client sends while a fault is active.
 struct Script {
   enum class Input { pipe, socketPair, file };
   std::string_view name;
   Input input;
   std::string wire;
-  /// The fault is in force from the program's start, and the client sends nothing more.
+  /// The fault is active from the program's start, and the client sends nothing more.
   bool isWhole = false;
 };
 using Input = Script::Input;
@@ -60,7 +60,7 @@ const std::string longBody =
     "Content-Length: " + std::to_string(longLine.size()) + "\r\n\r\n" + longLine;
 const Script scripts[] = {
     {"a call over pipes", Input::pipe, deviceList("small")},
-    {"a large answer", Input::pipe, deviceList("large")},
+    {"a large result", Input::pipe, deviceList("large")},
     {"a long line over pipes", Input::pipe, longLine},
     {"a long line over socket pairs", Input::socketPair, longLine},
     {"a long body", Input::pipe, longBody},
@@ -68,10 +68,10 @@ const Script scripts[] = {
     {"all from a file", Input::file, hello + ping("") + bye, true},
 };
 
-/// What must come of a fault; all others are an error's code and text.
+/// The outcome of a fault; any other value is an error's code and text.
 constexpr std::string_view works = "as without the fault";
 constexpr std::string_view ends = "the end of the process";
-/// Said before the end, when it comes after the first header line.
+/// Written before the end if that comes after the first header line.
 constexpr std::string_view cutOff = "-32700,\"message\":\"Parse error: incomplete Content-Length ";
 constexpr std::string_view noSocket = "-32000 Could not create Quillmere MCP control socket.";
 constexpr std::string_view notFound =
@@ -132,11 +132,11 @@ using Transcript = std::vector<std::string>;
 
 constexpr std::string_view releasedApp = "com.tallowbrook.wickfern";
 constexpr int once = 1;
-/// More often than a script makes any call, but not without end: what repeats its call goes on.
+/// More often than a script makes any call, but limited, so that a loop that repeats its call ends.
 constexpr int fromThenOn = 1'000;
 constexpr int forGood = 1'000'000;
 
-/// The server inside the released app, and what gives it orders to fail.
+/// The server inside the released app, and the fault orders for it.
 struct ServerUnderOrders : testing::Test {
   TemporaryHome home;
   const std::string program = serverInsideApp(home, releasedApp);
@@ -150,7 +150,7 @@ struct ServerUnderOrders : testing::Test {
     EXPECT_NE(MAP_FAILED, static_cast<void*>(order));
     ::setenv(faultOrderVariable, path.c_str(), 1);
     ::setenv("LD_PRELOAD", QUILLMERE_FAULT_INJECTOR, 1);
-    // The one sanitizer wants to be loaded first, the other to wait a second before each end.
+    // One sanitizer insists on being loaded first, the other would wait a second before each exit.
     ::setenv("ASAN_OPTIONS", "verify_asan_link_order=0", 1);
     ::setenv("TSAN_OPTIONS", "atexit_sleep_ms=0", 1);
   }
@@ -163,8 +163,8 @@ class FaultInjection : public ServerUnderOrders, public testing::WithParamInterf
   static void SetUpTestSuite() { prepareProcess(); }
   static void TearDownTestSuite() { std::cout << faultsInjected << " faults injected\n"; }
 
-  /// Everything that a new server says to a script, to a call after it without a fault, and to the
-  /// end. What it must keep to whatever it says is checked here.
+  /// Everything that a new server writes during a script, a later call without a fault, and the
+  /// end. Checks here what must hold whatever it writes.
   Transcript transcriptOf(const Script& script) {
     const DesktopApp app(home.releaseSocket(), [](const AppConnection& connection) {
       if (const auto request = connection.receive()) {
@@ -192,7 +192,7 @@ class FaultInjection : public ServerUnderOrders, public testing::WithParamInterf
       const bool hasEnded = !isAnswered() || (GetParam().outcome == ends && order->failed > 0);
       if (!hasEnded) {
         order->call = Call::none;
-        // By then the worker is idle, and is not joined by another.
+        // The worker is idle then, so that no second one starts.
         waitUntil("the server's threads to rest", [&] { return isAtRest(server); });
         server.send(deviceList("small"));
         EXPECT_TRUE(isAnswered());
@@ -208,8 +208,8 @@ class FaultInjection : public ServerUnderOrders, public testing::WithParamInterf
     return all;
   }
 
-  /// Runs a script with the fault at one place, once and from then on. Returns false when the
-  /// script makes the call less often.
+  /// Runs a script with the fault at one place, once and from then on. Returns false if the script
+  /// does not make that many calls.
   bool injectBoth(const Script& script, int error, int before, const Transcript& usual) {
     const auto injected = [&](int inARow) {
       SCOPED_TRACE(std::string(script.name) + ", error " + std::to_string(error) + ", after " +
@@ -256,7 +256,7 @@ class FaultInjection : public ServerUnderOrders, public testing::WithParamInterf
         .streams = script.input == Input::pipe ? ChildStreams::pipes : ChildStreams::socketPairs};
   }
 
-  /// Whether no thread runs.
+  /// Whether no thread is running.
   static bool isAtRest(const ServerProcess& server) {
     const std::filesystem::directory_iterator threads("/proc/" +
                                                       std::to_string(server.processID()) + "/task");
@@ -282,7 +282,7 @@ class FaultInjection : public ServerUnderOrders, public testing::WithParamInterf
   }
 };
 
-TEST_P(FaultInjection, IsAnsweredOrSurvivedOrEndsTheProcess) {
+TEST_P(FaultInjection, GivesAnErrorOrIsSurvivedOrEndsTheProcess) {
   const int injectedBefore = faultsInjected;
   for (const Script& script : scripts) {
     const Transcript usual = transcriptOf(script);
@@ -291,14 +291,14 @@ TEST_P(FaultInjection, IsAnsweredOrSurvivedOrEndsTheProcess) {
     for (const int error : GetParam().errors) {
       int before = 0;
       while (injectBoth(script, error, before, usual) && !HasFailure()) ++before;
-      // A script that does not make the call is not asked for its other errors.
+      // A script that does not make the call needs no other errors.
       if (before == 0) break;
     }
   }
   EXPECT_GT(faultsInjected, injectedBefore) << "no script makes this call";
 }
 
-TEST_F(ServerUnderOrders, ReportsAllTheSameWhenItCannotTellWhichAppIsItsOwn) {
+TEST_F(ServerUnderOrders, DoctorStillReportsWhenItCannotTellWhichAppIsItsOwn) {
   const DesktopApp app(home.releaseSocket());
   order->inARow = fromThenOn;
   for (const auto& [call, error] : {std::pair(Call::open, EMFILE), {Call::linkStatus, EIO}}) {
@@ -331,7 +331,7 @@ std::string framed(const std::string& message) {
   return "Content-Length: " + std::to_string(message.size()) + "\r\n\r\n" + message;
 }
 
-/// Requests, what the client sends for each, and whether the answer is an error.
+/// A request's id, what the client sends for it, and whether the response is an error.
 struct Exchange {
   std::string_view id;
   std::string wire;
@@ -356,7 +356,7 @@ const Exchange session[] = {
                  R"("params":{"requestId":"cancelled","reason":"r"}})"
                  "\n" +
                  request("ping", "ping", "{}")},
-    // Its name, and the list of its values too.
+    // Its method's name and its list of values are huge.
     {"huge", request("huge", hugeText, R"({"x":[)" + times(20'000, "0,") + "0]}"), true},
     {"framed", framed(request("framed", "ping", "{}"))},
     {"bye", framed(bye)},
@@ -377,7 +377,7 @@ void answerAsAsked(const AppConnection& connection) {
   }
 }
 
-/// While it lives, what a child process writes to standard error goes into a file.
+/// While it lives, standard error goes into a file, also for child processes.
 class StandardErrorKept {
  public:
   explicit StandardErrorKept(const std::string& path)
@@ -394,8 +394,8 @@ class StandardErrorKept {
   const Descriptor before;
 };
 
-/// Carries `run` out with the first allocation failing, with the second, and so on until there are
-/// no more; each time once and for good.
+/// Calls `run` with the first allocation failing, then the second, and so on until there are no
+/// more; with one failure, and with all from there on.
 template <typename Run>
 void failEachAllocation(FaultOrder& order, Run run) {
   int injected = 0;
@@ -418,7 +418,7 @@ void failEachAllocation(FaultOrder& order, Run run) {
   std::cout << injected << " faults injected\n";
 }
 
-TEST_F(ServerUnderOrders, AnswersEachRequestOnceOrEndsWhicheverAllocationFails) {
+TEST_F(ServerUnderOrders, AnswersEachRequestOnceOrEndsIfAnAllocationFails) {
   if (!sanitizers.empty()) GTEST_SKIP() << "\nSKIPPED: sanitizers bring their own allocator.";
   prepareProcess();
   const StandardErrorKept errors(home.write("errors", ""));
@@ -428,7 +428,7 @@ TEST_F(ServerUnderOrders, AnswersEachRequestOnceOrEndsWhicheverAllocationFails) 
     ServerProcess server({.program = program});
     int failures = 0;
     bool isCancelledAnswered = false;
-    // What is cancelled may have failed before, and says so when it likes.
+    // A cancelled request may have failed before; its error response may come at any time.
     const auto next = [&] {
       auto message = server.receive();
       if (!message || isCancelledAnswered || idOf(*message) != "\"cancelled\"") return message;
@@ -437,7 +437,7 @@ TEST_F(ServerUnderOrders, AnswersEachRequestOnceOrEndsWhicheverAllocationFails) 
     };
     bool isServedAgain = false;
     for (const auto& [id, wire, fails] : session) {
-      // What would come after a request that was served after the failure shows nothing new.
+      // Once a request was served after the failure, further ones show nothing new.
       if (isServedAgain && id != "bye") continue;
       isServedAgain = order->failed > 0;
       server.send(wire);
@@ -460,7 +460,7 @@ TEST_F(ServerUnderOrders, AnswersEachRequestOnceOrEndsWhicheverAllocationFails) 
   EXPECT_LT(0, outOfMemoryErrors);
 }
 
-TEST_F(ServerUnderOrders, WithoutMemoryItEndsAfterTheFrameThatIsBeingWritten) {
+TEST_F(ServerUnderOrders, FinishesTheCurrentFrameWhenMemoryRunsOut) {
   if (!sanitizers.empty()) GTEST_SKIP() << "\nSKIPPED: sanitizers bring their own allocator.";
   const DesktopApp app(home.releaseSocket(), answerAsAsked);
   ServerProcess server({.program = program});
@@ -468,7 +468,7 @@ TEST_F(ServerUnderOrders, WithoutMemoryItEndsAfterTheFrameThatIsBeingWritten) {
   EXPECT_TRUE(server.receive());
   const auto* const hugeCall = std::ranges::find(session, "huge call", &Exchange::id);
   server.send(hugeCall->wire);
-  // As long as its beginning is not read, the rest does not fit into the pipe.
+  // Until we read its beginning, the rest does not fit into the pipe.
   server.waitForOutput();
   order->error = ENOMEM;
   order->inARow = forGood;
@@ -482,7 +482,7 @@ TEST_F(ServerUnderOrders, WithoutMemoryItEndsAfterTheFrameThatIsBeingWritten) {
   EXPECT_EQ(0, server.waitForExit());
 }
 
-TEST_F(ServerUnderOrders, PrintsAllOrNothingWhicheverAllocationFails) {
+TEST_F(ServerUnderOrders, PrintsAllOrNothingIfAnAllocationFails) {
   if (!sanitizers.empty()) GTEST_SKIP() << "\nSKIPPED: sanitizers bring their own allocator.";
   const StandardErrorKept errors(home.write("errors", ""));
   for (const std::string option : {"--help", "--doctor"}) {
@@ -491,7 +491,7 @@ TEST_F(ServerUnderOrders, PrintsAllOrNothingWhicheverAllocationFails) {
     const std::string lastLines = usual.substr(usual.size() - 60);
     failEachAllocation(*order, [&](int) {
       const auto [output, status] = runToEnd(options);
-      // What the report has no memory for it leaves out.
+      // The report leaves out parts for which there is no memory.
       EXPECT_TRUE(output.empty() || (output.ends_with(lastLines) && status == 0)) << output;
       EXPECT_TRUE(status == 0 || status == 1) << status;
       EXPECT_EQ(0, errors.size());
@@ -506,7 +506,7 @@ std::string testName(const testing::TestParamInfo<Fault>& info) {
   return name;
 }
 
-/// GoogleTest would print its bytes.
+/// Otherwise GoogleTest would print its bytes.
 void PrintTo(const Fault& fault, std::ostream* out) {
   *out << fault.name;
 }

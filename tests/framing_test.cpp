@@ -1,4 +1,4 @@
-// Bytes in, payloads out, over each kind of standard input; and frames out.
+// Bytes in, messages out, over each kind of standard input; and frames out.
 #include "protocol/framing.hpp"
 
 #include <gtest/gtest.h>
@@ -16,7 +16,7 @@ namespace {
 
 using Outcomes = std::vector<std::string>;
 
-/// Everything that comes of the wire: payloads, and errors as "code text".
+/// Everything read from the wire: messages, and errors as "code text".
 Outcomes outcomesOf(const ByteSource& source) {
   ServerState state;
   StdinReader reader(source.number());
@@ -46,24 +46,24 @@ const std::string mebibyte = "(1048576 bytes)";
 
 const FramingCase framingCases[] = {
     {"empty input is the end", "", {}},
-    {"a line is a payload with its terminator", "{}\r\n[]\n", {"{}\r\n", "[]\n"}},
+    {"a line is a message with its terminator", "{}\r\n[]\n", {"{}\r\n", "[]\n"}},
     {"the last line needs no terminator", "{}\n{}", {"{}\n", "{}"}},
-    {"blank lines are payloads too", "\n \n", {"\n", " \n"}},
+    {"blank lines are messages too", "\n \n", {"\n", " \n"}},
     {"a block, then a line, then a block",
      two + "\r\n{}[]\ncontent-length:3\n\n123",
      {"{}", "[]\n", "123"}},
-    {"other headers are passed over", "CONTENT-LENGTH: 2\r\nContent-Type: x\r\n\r\n{}", {"{}"}},
+    {"other headers are ignored", "CONTENT-LENGTH: 2\r\nContent-Type: x\r\n\r\n{}", {"{}"}},
     {"a blank before the name makes it a line", " Content-Length: 2\n", {" Content-Length: 2\n"}},
-    {"not ASCII is no header", "Content-Length: 2 \xC3\xA9\n", {"Content-Length: 2 \xC3\xA9\n"}},
+    {"a line that is not ASCII is not a header",
+     "Content-Length: 2 \xC3\xA9\n",
+     {"Content-Length: 2 \xC3\xA9\n"}},
     {"the last of two lengths counts", "Content-Length: 9\r\nContent-Length: 2\r\n\r\n{}", {"{}"}},
-    {"a later length that is no number voids it",
+    {"a later length that is not a number voids it",
      two + "Content-Length: x\r\n\r\n{}",
      {missing, "{}"}},
-    {"a later line without a value leaves it", two + "Content-Length:\r\n\r\n{}", {"{}"}},
-    {"a value that begins with a colon is no number", "Content-Length::2\r\n\r\n", {missing}},
-    {"colons before a later name are passed over",
-     "Content-Length: x\r\n::" + two + "\r\n{}",
-     {"{}"}},
+    {"a later line without a value does not", two + "Content-Length:\r\n\r\n{}", {"{}"}},
+    {"a value that begins with a colon is not a number", "Content-Length::2\r\n\r\n", {missing}},
+    {"colons before a later name are ignored", "Content-Length: x\r\n::" + two + "\r\n{}", {"{}"}},
     {"a blank before the colon is another header", two + "Content-Length : 9\r\n\r\n{}", {"{}"}},
     {"a plus sign is accepted", "Content-Length: \t+2 \r\n\r\n{}", {"{}"}},
     {"two signs are not", "Content-Length: +-2\r\n\r\n", {missing}},
@@ -71,33 +71,35 @@ const FramingCase framingCases[] = {
     {"no value at all", "Content-Length:\r\n\r\n", {missing}},
     {"a value past 64 bits is missing", "Content-Length: 9223372036854775808\r\n\r\n", {missing}},
     {"zero is too large", "Content-Length: 0\r\n\r\n{}", {tooLarge, "{}"}},
-    {"so is a negative length", "Content-Length: -1\r\n\r\n", {tooLarge}},
-    {"so is a mebibyte and one byte", "Content-Length: 1048577\r\n\r\n", {tooLarge}},
+    {"a negative length too", "Content-Length: -1\r\n\r\n", {tooLarge}},
+    {"a mebibyte and one byte too", "Content-Length: 1048577\r\n\r\n", {tooLarge}},
     {"a mebibyte",
      "Content-Length: 1048576\r\n\r\n" + times(1'048'576, "b") + "{}",
      {mebibyte, "{}"}},
-    {"blanks before its terminator keep a block open", two + " \r\n\r\n{}", {"{}"}},
+    {"a line of blanks does not end a block", two + " \r\n\r\n{}", {"{}"}},
     {"a header line that is not ASCII", two + "X: \xC3\xA9\r\n\r\n{}", {notAscii, "{}"}},
     {"32 header lines", times(32, two) + "\n{}", {"{}"}},
-    {"the 33rd is refused before any is decoded",
+    {"the 33rd is refused before any of them is decoded",
      times(32, two) + "\xC3\nrest\n",
      {tooMany, "rest\n"}},
     {"a header line of 8192 bytes", two + times(8191, "x") + "\n\n{}", {"{}"}},
-    {"one byte more leaves its rest", two + times(8192, "x") + "\nrest\n", {tooLarge, "rest\n"}},
-    {"the end inside the block", two, {incomplete + "headers."}},
-    {"the end inside the first header line", "Content-Length: 2", {incomplete + "headers."}},
-    {"the end inside the body", "Content-Length: 3\r\n\r\n{}", {incomplete + "payload."}},
+    {"one byte more leaves the rest unread",
+     two + times(8192, "x") + "\nrest\n",
+     {tooLarge, "rest\n"}},
+    {"input ends inside the block", two, {incomplete + "headers."}},
+    {"input ends inside the first header line", "Content-Length: 2", {incomplete + "headers."}},
+    {"input ends inside the body", "Content-Length: 3\r\n\r\n{}", {incomplete + "payload."}},
     {"a line of a mebibyte", times(1'048'575, "x") + "\n{}\n", {mebibyte, "{}\n"}},
-    {"one byte more, though it is the terminator",
+    {"one byte more, even if it is the terminator",
      times(1'048'576, "x") + "\n{}\n",
      {tooLarge, "{}\n"}},
 };
 
-TEST(Framing, PayloadsAndErrorsOverEveryKindOfInput) {
+TEST(Framing, SameMessagesAndErrorsOverEveryKindOfInput) {
   for (const FramingCase& each : framingCases) {
     for (const ByteSource::Kind kind : ByteSource::kinds) {
       for (const std::size_t chunk : {each.wire.size() + 1, std::size_t{1}, std::size_t{7}}) {
-        // A mebibyte byte by byte says no more than a line does, and takes long.
+        // A mebibyte byte by byte tests no more than a line does, and is slow.
         if (chunk < each.wire.size() && each.wire.size() > 20'000) continue;
         SCOPED_TRACE(std::string(each.name) + ", in chunks of " + std::to_string(chunk) +
                      ", kind " + std::to_string(static_cast<int>(kind)));

@@ -1,4 +1,4 @@
-// JSON text in and out: what goes through as it came, what of it changes, and how it is read.
+// JSON text in and out: what passes through unchanged, what changes, and how values are read.
 #include "support/json.hpp"
 
 #include <gtest/gtest.h>
@@ -9,7 +9,7 @@
 namespace quillmere {
 namespace {
 
-/// The value read by every way of reading it, and written anew from what was read.
+/// Reads the value in every possible way, and rebuilds it from what was read.
 JsonText rewritten(const JsonValue& value) {
   if (const auto array = value.asArray()) {
     EXPECT_EQ(array->size(), static_cast<std::size_t>(std::distance(array->begin(), array->end())));
@@ -32,52 +32,52 @@ JsonText rewritten(const JsonValue& value) {
   return value.isNull() ? JsonText() : JsonText::ofJson(value.asNumber().value().text());
 }
 
-/// What is passed on of a text, or why it is refused.
+/// The text that is passed on, or why it is refused.
 std::string passedOn(std::string_view text) {
   try {
     return std::string(parseJson(text)->root().text());
   } catch (const JsonError& error) {
     EXPECT_TRUE(text.empty() || std::string_view(error.what()).find(text) == std::string::npos);
-    return error.kind == JsonError::Kind::notUtf8 ? "no UTF-8" : "no JSON";
+    return error.kind == JsonError::Kind::notUtf8 ? "not UTF-8" : "not JSON";
   }
 }
 
-TEST(Json, TextIsPassedOnAsItCameAndReadAsItIsMeant) {
+TEST(Json, TextIsPassedOnUnchangedAndReadCorrectly) {
   constexpr std::string_view same;
   const std::string clean = times(100, "为");
   const std::string digits = times(1000, "7");
   struct TextCase {
     std::string_view name;
     std::string came;
-    /// `same` where it is what came.
+    /// `same` if it equals what came.
     std::string passedOn, read;
   };
   const TextCase cases[] = {
       {"literals", "[null,true,false,\"\",{},[[]]]", "", ""},
-      {"white space goes from between tokens, and from nowhere else",
+      {"white space is removed between tokens, and nowhere else",
        " \t{ \"a\"\t: [ 1 , { } ,\n[ ] ]\r, \"b :\" : \" \\n , \" } ",
        R"({"a":[1,{},[]],"b :":" \n , "})", ""},
-      {"each kind of it, alone, goes", "[ 1,[2\t],{\n},\"\"\r]", R"([1,[2],{},""])", ""},
-      {"one blank alone goes", R"({"a": 1})", R"({"a":1})", ""},
-      {"what is after the last token goes", "[1] \r\n", "[1]", ""},
-      {"an escaped slash is none, and its text has no blanks", R"({ "a\/b" : "\/\\\/ \n" })",
+      {"each kind of it by itself", "[ 1,[2\t],{\n},\"\"\r]", R"([1,[2],{},""])", ""},
+      {"a single blank", R"({"a": 1})", R"({"a":1})", ""},
+      {"white space after the last token", "[1] \r\n", "[1]", ""},
+      {"an escaped slash is unescaped, also when there are blanks", R"({ "a\/b" : "\/\\\/ \n" })",
        R"({"a/b":"/\\/ \n"})", ""},
       {"a slash after an escaped backslash is not escaped", R"(["a\\/"])", "", ""},
       {"slashes and non-ASCII are kept", "[\"a/b é 为 😀\"]", "", ""},
-      {"escapes are read when they are needed and when not",
+      {"escapes, needed and not needed",
        R"({"\u0061":"\"\\\b\f\n\r\t\u0000\u001F\u0020\u00e9\u4E3A\uffff\ud83d\uDE00\uDBFF\udfff"})",
        "",
        R"({"a":"\"\\\b\f\n\r\t\u0000\u001f é为)"
        "\uFFFF😀\U0010FFFF\"}"},
       {"an escape after a long clean run", "[\"" + clean + R"(\u000A)" + clean + "\",1]", "",
        "[\"" + clean + R"(\n)" + clean + "\",1]"},
-      {"an escape before one that the parser gives in parts",
+      {"an escape in a string that the parser reports in parts",
        "[\"\\\"" + digits + digits + digits + digits + digits + "\\\"\",1]", "", ""},
-      {"what looks like tokens in strings", R"(["]\",[{\\",{"}:":",\\\""}])", "", ""},
-      {"of equal keys, however spelled, the last counts, in the place of the first",
+      {"strings that look like tokens", R"(["]\",[{\\",{"}:":",\\\""}])", "", ""},
+      {"the last of equal keys counts, in the place of the first, however spelled",
        R"({"a":1,"b":2,"a":{"a":3},"":4,"\u0061":5,"a ":6})", "", R"({"a":5,"b":2,"":4,"a ":6})"},
       {"numbers keep their spelling", "[1.0,-0,1E+2,0.10,5e-1]", "", ""},
-      {"and their digits",
+      {"numbers keep their digits",
        "[9007199254740993,12345678901234567890123,1e400,0.1000000000000000055511151231257827]", "",
        ""},
       {"a number of a thousand digits", "[-" + digits + ",0." + digits + "]", "", ""},
@@ -90,7 +90,7 @@ TEST(Json, TextIsPassedOnAsItCameAndReadAsItIsMeant) {
   }
 }
 
-TEST(Json, WhatIsNoJsonIsRefused) {
+TEST(Json, RefusesTextThatIsNotJson) {
   for (const std::string_view text : {"",
                                       "null",
                                       "\"a\"",
@@ -113,16 +113,16 @@ TEST(Json, WhatIsNoJsonIsRefused) {
                                       R"(["\ud83d"])",
                                       R"(["\ud83d\n"])",
                                       R"(["\ude00"])"}) {
-    EXPECT_EQ(passedOn(text), "no JSON") << text;
+    EXPECT_EQ(passedOn(text), "not JSON") << text;
   }
-  EXPECT_EQ(passedOn({"{}\0", 3}), "no JSON") << "a NUL after the document";
+  EXPECT_EQ(passedOn({"{}\0", 3}), "not JSON") << "a NUL after the document";
   for (const std::string_view text :
        {"[\"\xC0\xAF\"]", "[\"\xED\xA0\x80\"]", "{\"\xFF\":1}", "\xFF{", "{} \x80"}) {
-    EXPECT_EQ(passedOn(text), "no UTF-8") << testing::PrintToString(text);
+    EXPECT_EQ(passedOn(text), "not UTF-8") << testing::PrintToString(text);
   }
 }
 
-TEST(Json, NestingEndsAtItsLimit) {
+TEST(Json, NestingHasALimit) {
   const auto arrays = [](std::size_t depth) { return times(depth, "[") + times(depth, "]"); };
   const auto objects = [](std::size_t depth) {
     return times(depth - 1, "{\"a\":") + "{}" + times(depth - 1, "}");
@@ -132,7 +132,7 @@ TEST(Json, NestingEndsAtItsLimit) {
     EXPECT_EQ(rewritten(parseJson(text)->root()).str(), text);
   }
   for (const std::string& deep : {arrays(513), objects(513), times(100'000, "{\"a\":")}) {
-    EXPECT_EQ(passedOn(deep), "no JSON");
+    EXPECT_EQ(passedOn(deep), "not JSON");
   }
 }
 
@@ -147,7 +147,7 @@ TEST(Json, ObjectsWithManyMembersKeepOrderAndTheLastOfEqualKeys) {
   EXPECT_EQ(rewritten(text->root()).str(), "{" + members("\":1,") + R"("k":{"k1":2},"":null})");
 }
 
-TEST(Json, NumbersAreReadWhateverTheirSpelling) {
+TEST(Json, ReadsNumbersInAnySpelling) {
   struct NumberCase {
     std::string_view text;
     std::optional<std::int64_t> integer;
@@ -178,7 +178,7 @@ TEST(Json, NumbersAreReadWhateverTheirSpelling) {
   EXPECT_EQ(JsonNumber("9007199254740993").value(), 9007199254740992.0);
 }
 
-TEST(Json, CharactersOfAStringAreCountedWhateverTheirSpelling) {
+TEST(Json, CountsCharactersInAnySpelling) {
   struct StringCase {
     std::string characters;
     std::size_t count;
@@ -200,13 +200,13 @@ TEST(Json, CharactersOfAStringAreCountedWhateverTheirSpelling) {
   }
 }
 
-TEST(Json, IndentedTextSortsKeysByTheirBytesAndHasEachOnce) {
+TEST(Json, IndentedTextSortsKeysByBytesWithoutRepeats) {
   EXPECT_EQ(
       indentedJson(json(R"({"é":[ ],"a/b":[1,{}],"B":1,"\u0042":"\n\u002f\u00e9"})").asValue()),
       "{\n  \"B\": \"\\n/é\",\n  \"a/b\": [\n    1,\n    {}\n  ],\n  \"é\": []\n}");
 }
 
-/// A text as a whole; its pieces and its size must agree.
+/// The whole text. Its pieces and its size must agree.
 std::string whole(const JsonText& text) {
   std::string joined;
   for (const std::string_view piece : text.pieces()) joined += piece;
@@ -215,7 +215,7 @@ std::string whole(const JsonText& text) {
   return joined;
 }
 
-TEST(JsonTexts, AreMadeOfWhateverIsJson) {
+TEST(JsonTexts, AreMadeOfAnyJson) {
   const JsonObject came = json(R"({"a\u002Fb":[1.0, {"\u0063":null}]})");
   JsonText text{{"text", "\"\\\b\f\n\r\t\x01/é\x7F" + times(40, "x") + "\n"},
                 {"numbers", JsonText::arrayOf(std::vector<std::int64_t>{0, -1, INT64_MIN})},
@@ -232,8 +232,8 @@ TEST(JsonTexts, AreMadeOfWhateverIsJson) {
                              R"("empty":[{},[]]})");
 }
 
-TEST(JsonTexts, ReferToWhatIsLongAndKeepIt) {
-  // Around the length from which a value stays where it is.
+TEST(JsonTexts, ReferToLongValuesAndKeepThemAlive) {
+  // Just below and at the length from which a value is referred to.
   for (const std::size_t length : {16'383U, 16'384U}) {
     SCOPED_TRACE(length);
     const std::string came = "[\"" + times(length - 4, "x") + "\"]";

@@ -1,4 +1,4 @@
-// The real program where descriptors run short, and where its input is an unusual one.
+// The real program when descriptors run short, and with unusual kinds of input.
 #include <gtest/gtest.h>
 #include <pty.h>
 #include <sys/resource.h>
@@ -17,7 +17,7 @@
 namespace quillmere {
 namespace {
 
-/// The sanitizers are slow to start threads.
+/// Starting threads is slow under the sanitizers.
 const bool isSanitized = !std::string_view(QUILLMERE_SANITIZERS).empty();
 
 struct InsideAnApp : RunningServer {
@@ -48,7 +48,7 @@ TEST_F(InsideAnApp, NoCallReachesAnotherAppWhenDescriptorsAreShort) {
     } else {
       const std::string outcome = nextShort();
       const std::size_t colon = outcome.find(": ");
-      ASSERT_TRUE(ids.insert(outcome.substr(0, colon)).second) << "answered twice: " << outcome;
+      ASSERT_TRUE(ids.insert(outcome.substr(0, colon)).second) << "a second response: " << outcome;
       ++texts[outcome.substr(colon + 2)];
     }
   }
@@ -56,10 +56,10 @@ TEST_F(InsideAnApp, NoCallReachesAnotherAppWhenDescriptorsAreShort) {
   const std::size_t failed = texts["-32000 Could not create Quillmere MCP control socket."];
   EXPECT_EQ(calls, texts[succeeded] + failed);
   EXPECT_LT(calls / 20, texts[succeeded]);
-  EXPECT_LT(calls / 20, failed) << "descriptors were not short enough";
+  EXPECT_LT(calls / 20, failed) << "there were too many descriptors";
 }
 
-TEST(DescriptorLimit, IsRaisedAsFarAsItMay) {
+TEST(DescriptorLimit, IsRaisedToTheHardLimit) {
   const TemporaryHome home;
   ServerProcess server({.program = "/bin/sh",
                         .arguments = {"-c", "ulimit -Sn 64 && exec \"$0\"", QUILLMERE_SERVER}});
@@ -73,8 +73,8 @@ TEST(DescriptorLimit, IsRaisedAsFarAsItMay) {
 
 using Limits = RunningServer;
 
-TEST_F(Limits, TwoThousandCallsWaitAtOnceAndAreAnsweredOrCancelled) {
-  // With a sanitizer the first of so many calls would wait for too long.
+TEST_F(Limits, AnswersOrCancelsTwoThousandWaitingCalls) {
+  // With a sanitizer the first of this many calls would wait too long.
   const std::int64_t calls = isSanitized ? 300 : 2'000;
   for (const pid_t process : {0, server.processID()}) {
     rlimit most{};
@@ -82,7 +82,7 @@ TEST_F(Limits, TwoThousandCallsWaitAtOnceAndAreAnsweredOrCancelled) {
     most.rlim_cur = static_cast<rlim_t>(calls) + 100;
     most.rlim_max = std::max(most.rlim_max, most.rlim_cur);
     if (::prlimit(process, RLIMIT_NOFILE, &most, nullptr) != 0) {
-      GTEST_SKIP() << "\nSKIPPED: too few descriptors for this are available here (ulimit -Hn).";
+      GTEST_SKIP() << "\nSKIPPED: too few descriptors are available here (ulimit -Hn).";
     }
   }
   const DesktopApp app(home.releaseSocket());
@@ -114,7 +114,7 @@ TEST(Input, IsReadToItsEndFromAFileOrATerminal) {
   ASSERT_EQ(0, ::openpty(&master, &slave, terminal.data(), nullptr, nullptr));
   const Descriptor person(master);
   const Descriptor open(slave);
-  // The end of a last line without line feed, and the end of input.
+  // Ends a last line without a line feed, then the input.
   const std::string typed = script + "\4\4";
   ASSERT_EQ(std::ssize(typed), ::write(master, typed.data(), typed.size()));
 

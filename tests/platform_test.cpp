@@ -35,7 +35,7 @@ std::string xml(std::string_view content) {
          std::string(content) + "</plist>\n";
 }
 
-/// ASCII text as UTF-16, the high byte of each unit first or last, with a mark before it.
+/// ASCII text as UTF-16 after a byte order mark, the high byte of each unit first or last.
 std::string utf16(std::string_view text, bool isHighFirst) {
   std::string units = isHighFirst ? "\xFE\xFF" : "\xFF\xFE";
   for (const char c : text) units += isHighFirst ? std::string{'\0', c} : std::string{c, '\0'};
@@ -46,7 +46,7 @@ std::string dictionary(std::string_view content) {
   return xml("<dict>" + std::string(content) + "</dict>");
 }
 
-/// The binary form: objects that refer to each other by one byte, the first at the top.
+/// The binary form. Objects refer to each other by one byte; the first is the top.
 std::string binary(const std::vector<std::string>& objects) {
   std::string list = "bplist00";
   std::string places;
@@ -63,12 +63,13 @@ std::string binary(const std::vector<std::string>& objects) {
   return list;
 }
 
-/// A dictionary of one member: the key K and `value`.
+/// A dictionary with one member: the key K and `value`.
 std::string binaryMember(const std::string& value) {
   return binary({"\xD1\1\2", "\x51K", value});
 }
 
-/// A dictionary whose other member is an array of twice the next array, and so on: 2^60 elements.
+/// A dictionary whose other member is an array that holds the next array twice, and so on: 2^60
+/// elements.
 std::string unfoldingList() {
   std::vector<std::string> objects = {"\xD2\1\3\2\4", "\x51K",
                                       "\x53"
@@ -82,7 +83,7 @@ std::string unfoldingList() {
   return binary(objects);
 }
 
-/// A string so long that its length needs an object of its own.
+/// A string whose length needs an object of its own.
 const std::string longText =
     "\x5F\x10\x12"
     "CFBundleIdentifier";
@@ -97,12 +98,11 @@ TEST(PropertyList, GivesTheStringUnderAKeyOfTheTopDictionary) {
   const std::string found = "<key>K</key><string>a.b</string>";
   const ListCase cases[] = {
       {"XML", dictionary("<key>Other</key><true/>" + found), "a.b"},
-      {"XML without a head", "<plist><dict>" + found + "</dict></plist>", "a.b"},
+      {"XML without a header", "<plist><dict>" + found + "</dict></plist>", "a.b"},
       {"white space before it", " \t\r\n" + dictionary(found), "a.b"},
       {"UTF-8 with a mark", "\xEF\xBB\xBF" + dictionary(found), "a.b"},
-      {"UTF-16, big end first, that calls itself UTF-8", utf16(dictionary(found), true), "a.b"},
-      {"UTF-16, little end first", utf16("<plist><dict>" + found + "</dict></plist>", false),
-       "a.b"},
+      {"big-endian UTF-16 that claims to be UTF-8", utf16(dictionary(found), true), "a.b"},
+      {"little-endian UTF-16", utf16("<plist><dict>" + found + "</dict></plist>", false), "a.b"},
       {"UTF-16, with white space", utf16("\n " + dictionary(found), false), "a.b"},
       {"pieces of all kinds",
        dictionary("<key><![CDATA[K]]></key><string>a&amp;<!-- x -->&#98;<![CDATA[<c]]>为</string>"),
@@ -111,12 +111,12 @@ TEST(PropertyList, GivesTheStringUnderAKeyOfTheTopDictionary) {
       {"the last of a repeated key", dictionary("<key>K</key><array/>" + found), "a.b"},
       {"up to the limit",
        dictionary(times(maxPropertyListBytes / 19 - 20, "<key>k</key><true/>") + found), "a.b"},
-      {"nested deep",
+      {"deeply nested",
        dictionary("<key>k</key>" + times(250'000, "<array>") + times(250'000, "</array>") + found),
        "a.b"},
       {"binary", binaryMember(longText), "CFBundleIdentifier"},
       {"binary, of 16-bit characters", binaryMember("\x63\0a\x4E\x3A\0b"s), "a为b"},
-      {"binary, endless when unfolded", unfoldingList(), "a.b"},
+      {"binary, enormous when unfolded", unfoldingList(), "a.b"},
       {"a number", dictionary("<key>K</key><integer>5</integer>")},
       {"a number that comes later", dictionary(found + "<key>K</key><integer>5</integer>")},
       {"no such key", dictionary("<key>k</key><string>a</string>")},
@@ -130,30 +130,30 @@ TEST(PropertyList, GivesTheStringUnderAKeyOfTheTopDictionary) {
       {"nothing at the top", xml("")},
       {"two at the top", xml("<dict>" + found + "</dict><dict/>")},
       {"a list in a list", xml("<plist><dict>" + found + "</dict></plist>")},
-      {"no list", "<html><dict>" + found + "</dict></html>"},
-      {"bytes that are no UTF-8", dictionary("<key>K</key><string>\xFF</string>")},
+      {"not a list", "<html><dict>" + found + "</dict></html>"},
+      {"bytes that are not UTF-8", dictionary("<key>K</key><string>\xFF</string>")},
       {"a NUL", dictionary("<key>K</key><string>a.b\0</string>"s)},
-      {"a NUL that is written out", dictionary("<key>K</key><string>a.b&#0;</string>")},
+      {"a NUL as a character reference", dictionary("<key>K</key><string>a.b&#0;</string>")},
       {"an entity declared elsewhere", dictionary("<key>K</key><string>a.b&x;</string>")},
-      {"an entity of its own, though unused",
+      {"its own entity, even unused",
        "<!DOCTYPE plist [<!ENTITY x \"y\">]><plist><dict>" + found + "</dict></plist>"},
-      {"an attribute of its own",
+      {"its own attribute",
        "<!DOCTYPE plist [<!ATTLIST dict x CDATA \"y\">]><plist><dict>" + found + "</dict></plist>"},
       {"binary, a number", binaryMember("\x10\5")},
       {"binary, half a surrogate pair", binaryMember("\x61\xD8\x01")},
-      {"binary, a header alone", "bplist00"},
+      {"binary, only a header", "bplist00"},
       {"no data", ""},
       {"JSON", R"({"K":"a"})"},
-      {"XML cut off", dictionary(found).substr(0, 200)},
-      {"what is no XML after it", dictionary(found) + "<"},
-      {"more than is read", dictionary(found + "<!--" + times(maxPropertyListBytes, "x") + "-->")},
+      {"truncated XML", dictionary(found).substr(0, 200)},
+      {"followed by text that is not XML", dictionary(found) + "<"},
+      {"past the limit", dictionary(found + "<!--" + times(maxPropertyListBytes, "x") + "-->")},
   };
   for (const auto& [name, data, value] : cases) {
     EXPECT_EQ(propertyListString(data, "K"), value) << name;
   }
 }
 
-TEST(PropertyList, BinaryFormThatIsCutOffGivesNothing) {
+TEST(PropertyList, TruncatedBinaryFormGivesNothing) {
   const std::string list = binaryMember(longText);
   for (std::size_t length = 0; length < list.size(); ++length) {
     EXPECT_EQ(propertyListString(list.substr(0, length), "K"), std::nullopt)
@@ -162,7 +162,7 @@ TEST(PropertyList, BinaryFormThatIsCutOffGivesNothing) {
 }
 
 #ifndef __APPLE__
-TEST(FileSystem, HomeIsTheEnvironmentsIfAbsoluteAndElseThePasswordEntrys) {
+TEST(FileSystem, HomeComesFromTheEnvironmentIfAbsoluteElseFromThePasswordEntry) {
   const TemporaryHome restoresHome;
   EXPECT_EQ(homeDirectory(), restoresHome.path());
   const std::string entry = ::getpwuid(::getuid())->pw_dir;
@@ -175,7 +175,7 @@ TEST(FileSystem, HomeIsTheEnvironmentsIfAbsoluteAndElseThePasswordEntrys) {
 }
 #endif
 
-TEST(FileSystem, SaysWhatIsAtAPath) {
+TEST(FileSystem, TellsWhatIsAtAPath) {
   const TemporaryHome home;
   const std::filesystem::path folder = home.path();
   home.write("file", "content");
@@ -207,7 +207,7 @@ TEST(FileSystem, SaysWhatIsAtAPath) {
   EXPECT_EQ(withLinksResolved(folder / "x" / ".." / "nothing"), folder / "nothing");
 }
 
-TEST(FileSystem, WithoutADescriptorNothingCountsAsAbsent) {
+TEST(FileSystem, NothingCountsAsAbsentWithoutADescriptor) {
   const TemporaryHome home;
   const std::string file = home.write("file", "content");
   ::unsetenv("HOME");
@@ -232,8 +232,8 @@ TEST(Uuid, HasTheFormOfVersion4AndIsNewEachTime) {
   }
 }
 
-TEST(WorkerPool, RunsAllTasksAtOnceKeepsFewIdleThreadsAndLetsGoOfATask) {
-  // Lives until the process ends, as its threads may.
+TEST(WorkerPool, RunsAllTasksAtOnceKeepsFewIdleThreadsAndReleasesTasks) {
+  // Lives until the process ends, since its threads may.
   static WorkerPool& pool = *new WorkerPool();
   constexpr std::size_t burst = 200;
   const auto allRun = std::make_shared<std::barrier<>>(burst);
@@ -242,12 +242,12 @@ TEST(WorkerPool, RunsAllTasksAtOnceKeepsFewIdleThreadsAndLetsGoOfATask) {
   }
   std::set<std::thread::id> threads;
   for (std::size_t i = 0; i < 10 * burst; ++i) {
-    // Shared with the task, which may still be inside the signal when the test has gone on.
+    // Shared with the task, which may still be inside `set_value` when the test goes on.
     const auto thread = std::make_shared<std::promise<std::thread::id>>();
     ASSERT_TRUE(pool.submit([thread] { thread->set_value(std::this_thread::get_id()); }));
     auto number = thread->get_future();
-    ASSERT_EQ(std::future_status::ready, number.wait_for(patience())) << "the task does not run";
-    // The first half is time enough for the burst's threads to fall asleep or end.
+    ASSERT_EQ(std::future_status::ready, number.wait_for(patience())) << "the task did not run";
+    // The first half gives the burst's threads enough time to fall asleep or end.
     if (i >= 5 * burst) threads.insert(number.get());
   }
   EXPECT_LT(threads.size(), burst / 4) << "idle threads take turns";
@@ -256,11 +256,11 @@ TEST(WorkerPool, RunsAllTasksAtOnceKeepsFewIdleThreadsAndLetsGoOfATask) {
   std::shared_ptr<void> held(nullptr, [released](void*) { released->set_value(); });
   ASSERT_TRUE(pool.submit([held = std::move(held)] {}));
   EXPECT_EQ(std::future_status::ready, released->get_future().wait_for(patience()))
-      << "the task is kept";
+      << "the task was not released";
 }
 
-TEST(Memory, ABufferKeepsItsContentWhileOthersGrowAndGo) {
-  // Each value says who wrote it. Blocks that one thread gives back are the other's next.
+TEST(Memory, ABufferKeepsItsContentWhileOthersComeAndGo) {
+  // Each value says who wrote it. The blocks that one thread returns go to the other one.
   const auto growMany = [](std::uint32_t seed) {
     for (std::uint32_t round = 0; round < 30; ++round) {
       Buffer<std::uint32_t> buffer;

@@ -1,5 +1,5 @@
-// The real program between a scripted client and a scripted desktop app, where a conversation in a
-// file can't say it: what is large, what is many, what blocks.
+// The real program between a scripted client and a scripted desktop app: what a conversation in a
+// file can't express because it is large, many, or blocking.
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 
@@ -16,9 +16,9 @@ namespace {
 
 using Program = RunningServer;
 
-TEST_F(Program, CancellingBreaksACallThatBlocksAsItSends) {
+TEST_F(Program, CancellingBreaksACallThatBlocksInSend) {
   const DesktopApp app(home.releaseSocket());
-  // More than a socket takes while the app does not read.
+  // More than a socket holds while the app does not read.
   const std::string text = times(16'384, "👨\u200D👩\u200D👧\u200D👦");
   request(1, "tools/call",
           {{"name", "quillmere.input.text"},
@@ -52,7 +52,7 @@ TEST_F(Program, NothingIsLostWhileTheClientDoesNotRead) {
   EXPECT_EQ(calls, std::ssize(heads));
 }
 
-TEST_F(Program, EndsWhenItsClientIsKilledInTheMiddleOfTheLargestAnswer) {
+TEST_F(Program, EndsWhenTheClientIsKilledInTheMiddleOfTheLargestResult) {
   const DesktopApp app(home.releaseSocket());
   call(1);
   const AppConnection connection = app.accept();
@@ -65,7 +65,7 @@ TEST_F(Program, EndsWhenItsClientIsKilledInTheMiddleOfTheLargestAnswer) {
   EXPECT_EQ(0, server.waitForExit());
 }
 
-TEST_F(Program, APromptTakesATaskOf16384Characters) {
+TEST_F(Program, APromptAcceptsATaskOf16384Characters) {
   for (const auto& [size, outcome] :
        {std::pair(std::size_t{16'384}, "result\":"), {16'385, "task is too long."}}) {
     request(1, "prompts/get",
@@ -75,7 +75,7 @@ TEST_F(Program, APromptTakesATaskOf16384Characters) {
   }
 }
 
-TEST(Options, AreFoundAnywhereAndHelpGoesFirst) {
+TEST(Options, AreFoundAnywhereAndHelpTakesPrecedence) {
   const std::pair<std::vector<std::string>, std::size_t> cases[] = {
       {{"--help"}, 351},
       {{"-h"}, 351},

@@ -1,4 +1,4 @@
-// What the client sees of an answer: summary, guidance, help.
+// What the client sees of an app response: summary, guidance, help.
 #include <gtest/gtest.h>
 
 #include "mcp/dialect.hpp"
@@ -11,7 +11,7 @@
 namespace quillmere {
 namespace {
 
-TEST(Summary, NamesWhatMattersInThePayload) {
+TEST(Summary, NamesWhatMattersInTheResponse) {
   constexpr std::string_view succeeded = "Quillmere tool call succeeded.\n";
   constexpr std::string_view failed = "Quillmere tool call failed.\n";
   constexpr std::string_view nothing = "Quillmere returned structured tool data.\n";
@@ -37,7 +37,7 @@ TEST(Summary, NamesWhatMattersInThePayload) {
       {"the top package is empty",
        R"({"visibleState":{"uiTopPackageName":"","sessionAppPackageName":"b"}})",
        "visiblePackage: b\n"},
-      {"the top package is no text",
+      {"the top package is not a string",
        R"({"visibleState":{"uiTopPackageName":5,"sessionAppPackageName":"b"}})",
        "visiblePackage: b\n"},
       {"whole numbers in another spelling", R"({"uiState":{"elementCount":5.0,"returned":12e1}})",
@@ -47,7 +47,7 @@ TEST(Summary, NamesWhatMattersInThePayload) {
        "warning: a\nwarning: b\nwarningCount: 3\n"},
       {"an empty warning", R"({"warnings":["","b"]})", "warning: b\n"},
       {"empty warnings count", R"({"warnings":["","","c"]})", "warningCount: 3\n"},
-      {"one warning of another kind silences all", R"({"warnings":["a","b",null]})", nothing},
+      {"one warning of another type hides all", R"({"warnings":["a","b",null]})", nothing},
       {"all at once, in the order of lines",
        R"({"auditId":"a","nextRecommendedTool":{"name":"n"},"warnings":["w"],"uiState":{"truncated":
            false,"returned":1,"elementCount":2},"visibleState":{"sessionAppPackageName":"q",
@@ -64,7 +64,7 @@ TEST(Summary, NamesWhatMattersInThePayload) {
   }
 }
 
-TEST(ToolResult, HoldsThePayloadWholeBesideItsSummary) {
+TEST(ToolResult, HoldsTheWholeResponseBesideItsSummary) {
   constexpr std::pair<std::string_view, bool> cases[] = {
       {R"({"ok":false,"image":"iVBORw0KGgo="})", true},
       {R"({"ok":true,"n":1e400,"list":[[1],[]]})", false},
@@ -80,10 +80,10 @@ TEST(ToolResult, HoldsThePayloadWholeBesideItsSummary) {
   }
 }
 
-TEST(ToolResult, KeepsWhatItRefersTo) {
+TEST(ToolResult, KeepsTheBytesThatItRefersTo) {
   for (const std::string_view tool : {"quillmere.sessions.list", "quillmere.screen.observe"}) {
     const auto result = [&](std::string_view payload) {
-      // On the heap, so that a sanitizer sees what is read after they are gone.
+      // On the heap, so that a sanitizer sees reads after their end.
       auto arguments = parseJson(R"({"deviceSerial":"R5"})");
       auto document = parseJson(payload);
       GuidedResponse guided =
@@ -102,7 +102,7 @@ TEST(ToolResult, KeepsWhatItRefersTo) {
   }
 }
 
-TEST(Guidance, SaysWhatToDoAfterAList) {
+TEST(Guidance, SuggestsTheNextStepAfterAList) {
   constexpr std::string_view sessions = "quillmere.sessions.list";
   constexpr std::string_view devices = "quillmere.devices.list";
   constexpr std::string_view same;
@@ -122,7 +122,7 @@ TEST(Guidance, SaysWhatToDoAfterAList) {
        R"({"deviceSerial":null})",
        R"({"ok":true,"warnings":["own"],"nextRecommendedTool":5,"sessions":[{"sessionKind":"fusion"},{}]})",
        R"({"ok":true,"warnings":["own","No Phone Screen session is active. Call quillmere.session.start before observe/input/UI tools."],"nextRecommendedTool":{"name":"quillmere.session.start","arguments":{}},"sessions":[{"sessionKind":"fusion"},{}]})"},
-      {"one element of another kind voids the list", sessions, "{}",
+      {"one element of another type voids the list", sessions, "{}",
        R"({"ok":true,"warnings":["own",1],"sessions":[{"sessionKind":"phoneScreen"},null]})",
        R"({"ok":true,"warnings":["No Phone Screen session is active. Call quillmere.session.start before observe/input/UI tools."],"sessions":[{"sessionKind":"phoneScreen"},null],"nextRecommendedTool":{"name":"quillmere.session.start","arguments":{}}})"},
       {"a Phone Screen session after others", sessions, R"({"deviceSerial":"R5"})",
@@ -136,7 +136,7 @@ TEST(Guidance, SaysWhatToDoAfterAList) {
       {"devices that can't be started", devices, "{}",
        R"({"ok":true,"warnings":["own"],"devices":[{"serial":"A","supportsMirror":true,"hasActiveMirrorSessions":true},{"serial":"B","supportsMirror":false,"hasActiveMirrorSessions":false},{"serial":"C","supportsMirror":true},{"serial":5,"supportsMirror":true,"hasActiveMirrorSessions":false},{"serial":"D","supportsMirror":1,"hasActiveMirrorSessions":0}]})",
        same},
-      {"one device of another kind voids the list", devices, "{}",
+      {"one device of another type voids the list", devices, "{}",
        R"({"ok":true,"devices":[{"serial":"A","supportsMirror":true,"hasActiveMirrorSessions":false},"B"]})",
        same},
       {"another tool", "quillmere.apps.list", "{}",

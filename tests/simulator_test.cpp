@@ -1,4 +1,4 @@
-// The simulated desktop app: its rules as pure functions, then the real program before the real
+// The simulated desktop app: its rules as pure functions, then the real program with the real
 // server.
 #include <gtest/gtest.h>
 
@@ -15,12 +15,12 @@
 namespace quillmere::simulator {
 namespace {
 
-/// A mirrored phone that is asked one thing after the other, and a clock that only waiting moves.
+/// A mirrored phone that takes one request after the other, and a clock that only waits advance.
 struct Desk {
   World world = makeWorld();
   WorldTime now{0};
   std::string lastAuditId;
-  /// Signatures in the order in which they were first seen.
+  /// Signatures in the order of their first appearance.
   std::vector<std::string> screens;
 
   Desk() {
@@ -72,7 +72,7 @@ struct Desk {
   }
 };
 
-/// An answer in a line: why it was refused, or what was done, waited for, found changed, warned of.
+/// A response in one line: the refusal, or the action, wait, changes and warning.
 std::string outcomeOf(const JsonObject& answer) {
   const auto text = [](const JsonObject& object, std::string_view key) {
     return std::string(object.findString(key).value().view());
@@ -105,7 +105,7 @@ std::string outcomeOf(const JsonObject& answer) {
   return outcome;
 }
 
-TEST(Simulator, AnswersAsItIsWrittenAndTheSignatureIsTheScreen) {
+TEST(Simulator, AnswersAsTheTranscriptSaysAndSignaturesMatchScreens) {
   std::ifstream lines(QUILLMERE_TRANSCRIPT);
   std::optional<Desk> desk;
   std::string name;
@@ -141,16 +141,16 @@ TEST(Simulator, AnswersAsItIsWrittenAndTheSignatureIsTheScreen) {
 /// The running simulator.
 struct Simulator {
   ServerProcess process;
-  /// Read when it is made: from then on it listens, or has said why not.
+  /// Read at construction: from then on it listens, or has said why not.
   const std::string firstLine = line();
 
-  /// `redirection` is the shell's: which of the outputs are read here.
+  /// `redirection` is for the shell: which outputs we read.
   explicit Simulator(const std::string& options = "", const std::string& redirection = "2>&1")
       : process({.program = "/bin/sh",
                  .arguments = {"-c",
                                "exec '" QUILLMERE_SIMULATOR "' " + options + " " + redirection}}) {}
 
-  /// The next line, a call's without its time; empty at the end.
+  /// The next line, without the time if it is about a call; empty at the end.
   std::string line() {
     constexpr std::size_t timeLength = std::string_view("00:00:00.000  ").size();
     const std::string text(process.receiveText().value_or(""));
@@ -171,7 +171,7 @@ struct SimulatedApp : RunningServer {
 
 const std::string closed = "-32000 Quillmere closed the MCP control connection.";
 
-TEST_F(SimulatedApp, TheServerOutlivesItsFaults) {
+TEST_F(SimulatedApp, TheServerSurvivesItsFaults) {
   const std::string dropped = "listDevices       ok, then dropped on purpose";
   const std::string answered = "listDevices       ok";
   struct Case {

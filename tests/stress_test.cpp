@@ -1,6 +1,6 @@
-// Thousands of calls, right and wrong, up to 64 at a time, cancelled at random, before an app that
-// answers, waits, cuts off and resets at random: each must come to the end that its fate orders.
-// What the server holds when it rests shows whether it lets go of everything.
+// Thousands of calls, valid and invalid, up to 64 at a time, cancelled at random, with an app that
+// answers, waits, cuts off and resets at random. Each must end as its fate says. What the server
+// holds when it is idle shows whether it releases everything.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -22,16 +22,16 @@
 namespace quillmere {
 namespace {
 
-/// What becomes of a call. Its `taskId` begins with the letter; its id follows.
+/// What happens to a call. Its `taskId` is this letter and its id.
 enum Fate : char {
   answered = 'a',
   answeredInPieces = 'p',
-  /// Until some later calls have come, or there will be none.
+  /// Not until some later calls have come, or no more will come.
   answeredLater = 'l',
   /// Never answered: the client must cancel it.
   held = 'h',
   cutOff = 'c',
-  /// Closed with a byte unread, which the server sees as a connection reset.
+  /// Closed with a byte unread, which the server sees as a reset connection.
   reset = 'r',
   /// Refused by the server itself.
   invalid = 'i',
@@ -56,7 +56,7 @@ struct Stress : RunningServer {
   const std::size_t wanted = setting("QUILLMERE_STRESS_CALLS", 10'000);
   const std::uint64_t seed = setting("QUILLMERE_STRESS_SEED", std::random_device()());
   const std::size_t mostInFlight = isSoak ? 16 : 64;
-  /// So few that the window never fills up with calls that only a cancellation ends.
+  /// Small, so that calls that only a cancellation ends never fill the window.
   const std::size_t mostHeld = mostInFlight / 4;
 
   std::mt19937_64 random{seed};
@@ -68,23 +68,23 @@ struct Stress : RunningServer {
   /// By their ids.
   std::vector<Request> requests;
   std::set<std::size_t> holds;
-  /// Answers that must still come: to requests, and, without an id, to broken frames.
+  /// Responses that must still come: to requests, and, without an id, to broken frames.
   std::size_t owed = 0;
   std::size_t brokenFrames = 0;
 
-  /// How long the text of an answer is: sometimes longer than a socket takes at once, and in a soak
-  /// as long as screenshots are.
+  /// Length of an app response's text: sometimes more than a socket takes at once, and in a soak up
+  /// to the size of screenshots.
   [[nodiscard]] std::size_t textLength(std::size_t id) const {
     if (!isSoak) return id % 100 == 77 ? 300'000 : 10;
     if (id % 1'000 == 77) return 20 << 20;
     return id % 100 == 77 ? 1 << 20 : id % 10 == 7 ? 16 << 10 : 10;
   }
 
-  /// The app's part: does with a call what its `taskId` says.
+  /// The app's part: treats a call as its `taskId` says.
   void serve(const AppConnection& connection) {
     const auto prefix = connection.receiveBytes(controlPrefixBytes);
     if (!prefix) return;
-    // All but the last byte, which can only be the closing brace.
+    // All but the last byte, which is always the closing brace.
     const auto body = connection.receiveBytes(controlBodyLength(*prefix) - 1);
     if (!body) return;
     const auto request = parseJson(*body + "}");
@@ -113,7 +113,7 @@ struct Stress : RunningServer {
     if (fate != cutOff) connection.send(isInPieces ? frame.substr(part) : frame);
   }
 
-  /// Whether whatever still waits for later calls is answered.
+  /// Sets whether there are no more calls, so that waiting ones get their responses.
   void expectNoMoreCalls(bool isLast) {
     const std::lock_guard hold(lock);
     _isLast = isLast;
@@ -136,11 +136,11 @@ struct Stress : RunningServer {
   void sendAny() {
     constexpr std::string_view fates = "aaaapplllhhccri";
     send(static_cast<Fate>(fates[below(fates.size())]));
-    // One of the latest requests, whether or not it is over.
+    // One of the latest requests, even if it is over.
     const std::size_t latest = std::min(requests.size(), 2 * mostInFlight);
     if (below(8) == 0) cancelOne(requests.size() - 1 - below(latest));
     if (below(64) > 0) return;
-    server.send("Content-Length: 5x\n\nno JSON\n");
+    server.send("Content-Length: 5x\n\nnot JSON\n");
     ++brokenFrames;
     ++owed;
   }
@@ -164,13 +164,13 @@ struct Stress : RunningServer {
       return true;
     }
     Request& request = requests.at(static_cast<std::size_t>(id->integer().value()));
-    EXPECT_FALSE(request.isAnswered) << "a second answer: " << message.text();
+    EXPECT_FALSE(request.isAnswered) << "a second response: " << message.text();
     owed -= request.isOwed() ? 1 : 0;
     request.isAnswered = true;
     const std::string start = std::string(id->text()) + ": ";
     switch (request.taskId.front()) {
       case held:
-        ADD_FAILURE() << "an answer out of nothing: " << message.text();
+        ADD_FAILURE() << "a response to a held call: " << message.text();
         break;
       case invalid:
         EXPECT_EQ(start + "-32602 taskName must be a string.", shortOf(message));
@@ -188,7 +188,7 @@ struct Stress : RunningServer {
     return true;
   }
 
-  /// Waits until the server has no more than so many threads, and takes what it still says.
+  /// Waits until the server has at most this many threads, and reads its remaining messages.
   void waitForRest(std::size_t threads) {
     waitUntil("idle threads to end", [&] {
       request("ping", "ping");
@@ -198,7 +198,7 @@ struct Stress : RunningServer {
     });
   }
 
-  /// Sends and receives as many requests as are wanted, and ends what still runs.
+  /// Sends the wanted number of requests, receives the responses, and ends what is still running.
   void stress() {
     requests.clear();
     expectNoMoreCalls(false);
@@ -218,12 +218,12 @@ struct Stress : RunningServer {
   }
 };
 
-/// In KiB, above a fresh process. Some 2,000 are left whatever the load: stacks that the C library
-/// keeps, and a heap that was larger. 10,000 records that nobody lets go of would be 6,000 more.
+/// In KiB, above a fresh process. About 2,000 remain after any load: stacks that the C library
+/// keeps, and a heap that was larger. 10,000 leaked records would be 6,000 more.
 constexpr double mostAtRest = 4'096;
 
-/// What is resident at each rest, in KiB: the lowest of the last three must hardly be more than
-/// that of the three after the first, which is the warm-up.
+/// Resident memory at each rest, in KiB. The first is the warm-up. The lowest of the last three
+/// must be hardly more than the lowest of the three after the first.
 void expectNoGrowth(double fresh, const std::vector<double>& rests) {
   constexpr std::ptrdiff_t compared = 3;
   constexpr double mostGrowth = 1'024;
@@ -235,11 +235,10 @@ void expectNoGrowth(double fresh, const std::vector<double>& rests) {
   EXPECT_GE(mostGrowth, growth);
 }
 
-TEST_F(Stress, EachRequestGetsItsOwnAnswerOnceOrNoneWhenCancelledInTimeAndNothingIsKept) {
+TEST_F(Stress, EachRequestGetsItsOwnResponseOnceOrNoneIfCancelledInTimeAndNothingLeaks) {
   constexpr std::size_t fewestRounds = 17;
   std::cout << "QUILLMERE_STRESS_SEED=" << seed << std::endl;
-  // Counted with a call before: a sanitizer starts a thread of its own with the program's first
-  // one.
+  // Counted after a first call: a sanitizer starts its own thread with the program's first one.
   send(held);
   request("ping", "ping");
   EXPECT_FALSE(receive());
@@ -267,7 +266,7 @@ TEST_F(Stress, EachRequestGetsItsOwnAnswerOnceOrNoneWhenCancelledInTimeAndNothin
     }
   } while (isSoak && !HasFailure() && (rests.size() < fewestRounds || time() < duration));
   if (isSoak && !HasFailure()) expectNoGrowth(fresh, rests);
-  // Sanitizers take memory of their own.
+  // Sanitizers need extra memory.
   if (std::string_view(QUILLMERE_SANITIZERS).empty()) {
     EXPECT_GE(mostAtRest, rests.back() - fresh) << "KiB more than at the start";
   }

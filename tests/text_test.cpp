@@ -23,9 +23,9 @@ TEST(Text, CharactersAreCountedAsPeopleDo) {
       {"one and a half flags", "🇨🇳🇨", 2},
       {"a family joined by ZWJ", "👨\u200D👩\u200D👧\u200D👦", 1},
       {"two people", "👨👩", 2},
-      {"two emoji of the future, joined", "\U0001F8FF\u200D\U0001FAFF", 1},
+      {"two future emoji, joined", "\U0001F8FF\u200D\U0001FAFF", 1},
       {"two of the block after next, joined", "\U0001FC00\u200D\U0001FFFD", 1},
-      {"past the blocks nothing is joined", "\U0001FB92\u200D\U0001FFFE", 2},
+      {"nothing is joined past the blocks", "\U0001FB92\u200D\U0001FFFE", 2},
       {"reserved control characters", "a\u2065b\uFFF0c\uFFF8\U000E0000\U000E0FFF\u0301", 9},
       {"ZWJ between letters joins nothing", "a\u200Db", 2},
       {"Hangul in three jamo", "\u1112\u1161\u11AB", 1},
@@ -77,8 +77,8 @@ TEST(Text, Utf8IsWrittenAndRepaired) {
   EXPECT_FALSE(isAscii("exactly 16 byte\x80"));
 }
 
-TEST(Text, OnlyStrictUtf8PassesWhereverItIs) {
-  // A character or none, by its first two bytes and those after them.
+TEST(Text, OnlyStrictUtf8PassesAtAnyPosition) {
+  // A character or an invalid sequence: two bytes and what follows.
   for (int lead = 0x7F; lead <= 0xFF; ++lead) {
     for (const char second : std::string_view("\x7F\x80\x8F\x90\x9F\xA0\xBF\xC0")) {
       for (const std::string_view rest : {"", "\x80", "\x80\xBF", "\x80\xBF\x80"}) {

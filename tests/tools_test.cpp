@@ -1,4 +1,4 @@
-// The catalogue, and what becomes of arguments before they leave the process.
+// The catalogue, and what happens to arguments before they leave the process.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -16,7 +16,7 @@
 namespace quillmere {
 namespace {
 
-/// Of each argument of the listed tools its name and its longest length, 0 for none.
+/// The names of all arguments of the listed tools, with their maximum lengths or 0.
 std::map<std::string_view, std::size_t> listedArguments() {
   std::map<std::string_view, std::size_t> lengths;
   const auto tools = parseJson(visibleTools().str());
@@ -43,7 +43,7 @@ TEST(Catalogue, GivesEachToolItsCommand) {
     EXPECT_EQ(findTool(tool.name), &tool);
     commands += std::string(tool.toolToCommand) + " ";
   }
-  // In the order of the list; help, the first, has none.
+  // In the order of the list. The first, help, has none.
   EXPECT_EQ(commands,
             " listDevices listSessions startSession observeScreen tap swipe key text uiGetState "
             "uiClickElement uiFocusElement uiSetText uiScrollElement uiWaitForStable wait listApps "
@@ -55,17 +55,17 @@ constexpr std::string_view scroll = "quillmere.ui.scroll_element";
 
 TEST(Normalisation, RewritesKeysAndDirectionsOnly) {
   struct NormalisationCase {
-    /// Nothing stored stands for what was sent.
+    /// Empty if it equals what was sent.
     std::string_view name, tool, sent, stored = {};
   };
   constexpr NormalisationCase cases[] = {
       {"blanks and a tab", pressKey, R"({"key":"\tPage-Down \n"})", R"({"key":"page_down"})"},
-      {"of two keys the last", pressKey, R"({"key":"ESC","x": 1,"k\u0065y":"DEL"})",
+      {"the last of two keys", pressKey, R"({"key":"ESC","x": 1,"k\u0065y":"DEL"})",
        R"({"key":"delete","x":1})"},
       {"del", pressKey, R"({"key":"DEL"})", R"({"key":"delete"})"},
       {"esc", pressKey, R"({"key":"esc"})", R"({"key":"escape"})"},
       {"a Kelvin sign", pressKey, R"({"key":"bac\u212a"})", R"({"key":"back"})"},
-      {"no key's name", pressKey, R"({"key":"space-bar"})", R"({"key":"space_bar"})"},
+      {"not the name of a key", pressKey, R"({"key":"space-bar"})", R"({"key":"space_bar"})"},
       {"a number", pressKey, R"({"key":7,"text":" A ","direction":"UP"})"},
       {"a direction", scroll, R"({"direction":" DOWN\t"})", R"({"direction":"down"})"},
       {"hyphens", scroll, R"({"direction":"Page-Up","key":"ESC"})",
@@ -79,7 +79,7 @@ TEST(Normalisation, RewritesKeysAndDirectionsOnly) {
   }
 }
 
-TEST(Normalisation, FindsEachKeyByItsLooserSpellings) {
+TEST(Normalisation, AcceptsLooserSpellingsOfEachKey) {
   for (const std::string_view key : Constants::allowedKeyValues) {
     std::string hyphens(key);
     std::ranges::replace(hyphens, '_', '-');
@@ -110,19 +110,19 @@ std::string validationFailure(std::string_view tool, const JsonObject& arguments
 TEST(Validation, ChecksInAFixedOrder) {
   struct OrderCase {
     std::string_view name, tool, arguments;
-    /// Without its code, which is always the same; empty when the arguments are valid.
+    /// Without its code, which is always the same; empty if the arguments are valid.
     std::string_view failure = {};
   };
   constexpr OrderCase cases[] = {
       {"unknown comes before missing", tap, R"({"z":1})",
        "Unsupported argument for quillmere.input.tap: z"},
-      {"of unknown arguments the first in order", tap, R"({"zeta":1,"alpha":1,"x":1})",
+      {"the first unknown argument by name", tap, R"({"zeta":1,"alpha":1,"x":1})",
        "Unsupported argument for quillmere.input.tap: alpha"},
       {"an unknown argument that is null", tap, R"({"x":1,"y":2,"sessionId":"s","X":null})",
        "Unsupported argument for quillmere.input.tap: X"},
-      {"help takes no taskId", help, R"({"taskId":"t"})",
+      {"help has no taskId", help, R"({"taskId":"t"})",
        "Unsupported argument for quillmere.help: taskId"},
-      {"missing arguments go by the schema's order", tap, R"({"sessionId":5})",
+      {"missing arguments in the schema's order", tap, R"({"sessionId":5})",
        "quillmere.input.tap requires argument: x"},
       {"null counts as missing", tap, R"({"x":null,"y":2,"sessionId":"s"})",
        "quillmere.input.tap requires argument: x"},
@@ -132,10 +132,10 @@ TEST(Validation, ChecksInAFixedOrder) {
       {"the target comes last", tap, R"({"x":1,"y":2})",
        "quillmere.input.tap requires argument: deviceSerial or sessionId"},
       {"a device is a target", tap, R"({"x":1,"y":2,"deviceSerial":"d"})"},
-      {"a device of null is one", observe, R"({"deviceSerial":null})"},
+      {"a null device is a target", observe, R"({"deviceSerial":null})"},
       {"null passes for an optional argument", observe,
        R"({"sessionId":null,"includeImage":null})"},
-      {"the hidden tool is checked like any", "quillmere.adb.command",
+      {"the hidden tool is checked like any other", "quillmere.adb.command",
        R"({"deviceSerial":"d","command":"ls"})", "quillmere.adb.command requires argument: reason"},
   };
   for (const auto& [name, tool, arguments, failure] : cases) {
@@ -146,7 +146,7 @@ TEST(Validation, ChecksInAFixedOrder) {
 }
 
 TEST(Validation, ChecksEachValueByItsSchema) {
-  /// Valid arguments, of which each case replaces or adds one.
+  /// Valid arguments. Each case replaces or adds one.
   const std::map<std::string_view, std::string_view> valid = {
       {help, "{}"},
       {tap, R"({"x":1,"y":2,"sessionId":"s"})"},
@@ -206,7 +206,7 @@ TEST(Validation, ChecksEachValueByItsSchema) {
   }
 }
 
-TEST(ArgumentGuards, RepeatTheSchemasLongestLengths) {
+TEST(ArgumentGuards, RepeatTheSchemasMaximumLengths) {
   const auto failure = [](std::string_view key, std::size_t characters) {
     const JsonText arguments{{key, times(characters, "🇨🇳")}};
     return failureOf([&] { checkStringLimits(json(arguments.str())); });
@@ -224,7 +224,7 @@ TEST(ArgumentGuards, RepeatTheSchemasLongestLengths) {
   EXPECT_NO_THROW(checkStringLimits(json(R"({"text":5,"key":null,"taskName":["long"]})")));
 }
 
-TEST(ArgumentGuards, LetEveryArgumentPassButTheTopic) {
+TEST(ArgumentGuards, PassEveryArgumentExceptTheTopic) {
   std::set<std::string_view> passing = {"adbCommand", "reason"};
   for (const auto& [name, length] : listedArguments()) passing.insert(name);
   EXPECT_EQ(passing.erase("topic"), 1);

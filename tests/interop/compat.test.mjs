@@ -1,5 +1,5 @@
-// A client library between the second program and a stand-in model, in the forms of three model makers:
-// what of a result reaches the model. compat.test.mjs COMPAT SIMULATOR SERVER
+// A client library between the second program and a stand-in model, with the request forms of three
+// model makers: which parts of a result reach the model. compat.test.mjs COMPAT SIMULATOR SERVER
 import assert from 'node:assert/strict';
 import { createAnthropic } from '@ai-sdk/anthropic';
 import { createGoogleGenerativeAI } from '@ai-sdk/google';

@@ -1,5 +1,5 @@
-// The official clients against the real server: interop.test.mjs SERVER SIMULATOR. Everything
-// waits for what the other end does.
+// The official clients against the real server: interop.test.mjs SERVER SIMULATOR. Every wait is
+// for something that the other end does.
 import assert from 'node:assert/strict';
 import { text } from 'node:stream/consumers';
 import { Client as NewerClient } from '@modelcontextprotocol/client';
@@ -47,7 +47,7 @@ for (const version of ['2024-11-05', '2025-03-26', '2025-06-18', '2025-11-25']) 
   check(`a client of ${version} gets its version and lists that pass its schemas`, async (t) => {
     const transport = makeTransport(StdioClientTransport, makeHome(t));
     const { send } = transport;
-    // This client asks for the newest version only, but takes any that it knows.
+    // This client asks only for the newest version, but accepts any that it knows.
     transport.send = (message) => {
       if (message.method === 'initialize') message.params.protocolVersion = version;
       return send.call(transport, message);
@@ -155,7 +155,7 @@ check('every tool does its part in a phone task', async (t) => {
     const { contents } = await client.readResource({ uri: 'quillmere://sessions' });
     assert.equal(JSON.parse(contents[0].text).sessions[0].sessionId, sessionId);
 
-    // What the app refuses is a result for the AI to read.
+    // A refusal by the app is a result, which the AI reads.
     const refused = async (name, args, reason) => {
       const { isError, content, structuredContent } = await raw(name, args);
       assert.deepEqual([isError, structuredContent.error.code], [true, reason]);

@@ -1,4 +1,4 @@
-// Simulated desktop apps, each in a home of its own that ends with the test.
+// Simulated desktop apps, each in its own home, which the end of the test removes.
 import { spawn } from 'node:child_process';
 import { once } from 'node:events';
 import { mkdtempSync, rmSync } from 'node:fs';
@@ -6,7 +6,8 @@ import { createInterface } from 'node:readline';
 import { test } from 'node:test';
 import { setTimeout as wait } from 'node:timers/promises';
 
-// Less after a first wait that timed out: then what is tested is broken, and the rest is to end soon too.
+// Shorter after the first wait that timed out: the program is broken then, and the rest should end
+// soon.
 let patience = 30;
 
 /** What `promise` brings, or after 30 seconds a failure that says what was waited for. */

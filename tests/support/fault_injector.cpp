@@ -1,5 +1,5 @@
-// A library to be preloaded into the server: its functions go before the system's of the same names
-// and fail when a test orders it.
+// A library to preload into the server: its functions replace the system's functions of the same
+// names and fail when a test orders it.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <poll.h>
@@ -21,12 +21,12 @@ namespace {
 using quillmere::Call;
 using quillmere::FaultOrder;
 
-/// Null until this library's own start, and for good in a program that is not under test.
+/// Null until this library has started, and always null in a program that is not under test.
 FaultOrder* order = nullptr;
 
 enum class Fate { works, isShort, isNothing, fails };
 
-/// Settles one call, and sets `errno` when it is to fail.
+/// Decides one call, and sets `errno` if it must fail.
 Fate fateOf(Call call) {
   if (order == nullptr || order->call != call) return Fate::works;
   const int past = order->calls++ - order->before;
@@ -56,7 +56,7 @@ Function* systems(const char* name) {
   ::close(file);
 }
 
-/// Carries `transfer` out on as many of `size` bytes as it may have.
+/// Runs `transfer` on as many of the `size` bytes as allowed.
 template <typename Transfer>
 ssize_t transferred(Call call, std::size_t size, Transfer transfer) {
   switch (fateOf(call)) {
@@ -80,7 +80,7 @@ bool isFile(int descriptor) {
 
 }  // namespace
 
-// The system's headers use names of their own for the parameters.
+// The system's headers use other names for the parameters.
 // NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
 extern "C" {
 

@@ -1,5 +1,4 @@
-// What a test orders the fault injector to do, in memory that it shares with the program under
-// test.
+// A test's order to the fault injector, in memory that it shares with the program under test.
 #pragma once
 
 #include <atomic>
@@ -9,12 +8,12 @@ namespace quillmere {
 /// What can be made to fail.
 enum class Call : int {
   none,
-  /// Of any size, by any of the C functions for it, from the program's start on.
+  /// Any size, any of the C functions, from the program's start on.
   allocate,
   connect,
-  /// How one that was still under way has ended: `getsockopt` works and tells of the error.
+  /// The outcome of a pending connect: `getsockopt` works and reports the error.
   connectOutcome,
-  /// Of anything but standard input.
+  /// Except for standard input.
   fileStatus,
   getSocketOption,
   linkStatus,
@@ -23,7 +22,7 @@ enum class Call : int {
   pipe,
   poll,
   readAtPosition,
-  /// From a file, and from anything else, but standard input.
+  /// From a file, or from anything else except standard input.
   readFile,
   readElsewhere,
   readInput,
@@ -35,22 +34,22 @@ enum class Call : int {
   write,
 };
 
-/// Where the injector finds the name of the file that holds a `FaultOrder`.
+/// The environment variable that names the file with the `FaultOrder`.
 inline constexpr auto faultOrderVariable = "QUILLMERE_FAULT_ORDER";
 
-/// One fault. Zeros, as in a new file, order none.
+/// One fault. All zeros, as in a new file, mean none.
 struct FaultOrder {
   /// Set last, and set to `none` first.
   std::atomic<Call> call;
-  /// The error number. 0: the call works, but on half of what it is asked for; a `poll` times out.
-  /// -1: a transfer gives nothing, as at the end.
+  /// The error number. 0: the call works, but only on half of the bytes; a `poll` times out. -1: a
+  /// transfer returns nothing, as at the end.
   std::atomic<int> error;
-  /// How many calls work before the first that fails, and how many then fail in a row.
+  /// How many calls work before the first failure, and how many then fail in a row.
   std::atomic<int> before;
   std::atomic<int> inARow;
-  /// Beside the fault: whether each connect that works says that it is still under way.
+  /// Besides the fault: whether each successful connect reports that it is still pending.
   std::atomic<bool> connectPends;
-  /// How many calls there were, and how many of them failed.
+  /// How many calls there were and how many failed.
   std::atomic<int> calls;
   std::atomic<int> failed;
 };

@@ -1,4 +1,4 @@
-// Shorthand for tests, most of all for those that speak JSON.
+// Shorthand for tests, mainly for those that use JSON.
 #pragma once
 
 #include <memory>
@@ -31,8 +31,8 @@ namespace quillmere {
   return text;
 }
 
-/// What `call` throws, as code, blank and text, such as "-32602 x must be a number."; empty when it
-/// throws nothing.
+/// The exception of `call` as code, blank and text, such as "-32602 x must be a number."; empty if
+/// there is none.
 template <typename Call>
 [[nodiscard]] std::string failureOf(Call call) {
   try {

@@ -28,7 +28,7 @@ inline ProgramOutcome runToEnd(const ServerProcess::Options& options) {
   return {std::move(output), process.waitForExit()};
 }
 
-/// Makes an app called `identifier` in `home`, with the server inside. Returns the server's path.
+/// Makes an app called `identifier` in `home` that contains the server. Returns the server's path.
 inline std::string serverInsideApp(const TemporaryHome& home, std::string_view identifier) {
   const std::filesystem::path contents = home.path() + "/Q.app/Contents";
   home.write((contents / "Info.plist").string(), infoPlist(identifier));
@@ -37,13 +37,13 @@ inline std::string serverInsideApp(const TemporaryHome& home, std::string_view i
   return contents / "MacOS/server";
 }
 
-/// What `RunningServer::nextShort` gives for a call that succeeded, after the id; and the answer to
+/// What `RunningServer::nextShort` returns after the id for a successful call; and the response to
 /// a ping with the id "ping".
 inline const std::string succeeded = "Quillmere tool call succeeded.";
 inline const std::string pong = R"({"jsonrpc":"2.0","id":"ping","result":{}})";
 
-/// A running server in a home of its own, after the handshake: the server, or another program, as
-/// it was built; or the server inside the app with the identifier.
+/// A running server in its own home, after the handshake: the server or another program as built,
+/// or a copy of the server inside the app with this identifier.
 struct RunningServer : testing::Test {
   TemporaryHome home;
   ServerProcess server;
@@ -62,7 +62,7 @@ struct RunningServer : testing::Test {
     server.sendMessage(
         JsonText{{"jsonrpc", "2.0"}, {"id", id}, {"method", method}, {"params", params}});
   }
-  /// A call of a tool that needs no arguments.
+  /// Calls a tool that needs no arguments.
   void call(const JsonText& id) { request(id, "tools/call", {{"name", "quillmere.devices.list"}}); }
   void cancel(const JsonText& id) {
     server.sendMessage(JsonText{{"jsonrpc", "2.0"},

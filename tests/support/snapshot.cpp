@@ -14,7 +14,7 @@ void expectSnapshot(std::string_view name, const std::string& text) {
   const std::string path = QUILLMERE_SNAPSHOTS + std::string(name);
   if (std::getenv("QUILLMERE_WRITE_SNAPSHOTS") != nullptr) std::ofstream(path) << text;
   std::ifstream file(path);
-  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), text) << "not as in " << name;
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), text) << "differs from " << name;
 }
 
 std::string toolLines(const JsonText& tools) {

@@ -1,4 +1,4 @@
-// Comparison with texts that are kept in files.
+// Comparison with texts in files.
 #pragma once
 
 #include <string>
@@ -8,12 +8,12 @@
 
 namespace quillmere {
 
-/// Expects that `text` is the file `name` in tests/snapshots. When QUILLMERE_WRITE_SNAPSHOTS is set
-/// it writes the file first, for git to show the difference.
+/// Expects that `text` equals the file `name` in tests/snapshots. If QUILLMERE_WRITE_SNAPSHOTS is
+/// set it writes the file first, so that git shows the difference.
 void expectSnapshot(std::string_view name, const std::string& text);
 
-/// A list of tools: each is a line of JSON without its schema's properties, and below it a line for
-/// each property.
+/// A list of tools: for each a line of JSON without its schema's properties, then a line per
+/// property.
 [[nodiscard]] std::string toolLines(const JsonText& tools);
 
 }  // namespace quillmere
