@@ -1,5 +1,5 @@
-# For scripts/check-apple: compiles for macOS where there is none, with what that script has put into
-# build/apple and with the stubs of cmake/apple.
+# For scripts/check-apple: compiles for macOS without a Mac, with what that script has put into build/apple
+# and the stubs of cmake/apple.
 set(CMAKE_SYSTEM_NAME Darwin)
 set(CMAKE_SYSTEM_PROCESSOR arm64)
 
@@ -14,10 +14,10 @@ foreach(language C CXX)
   set(CMAKE_${language}_ARCHIVE_FINISH "${compiler} ranlib <TARGET>")
   set(CMAKE_${language}_FLAGS_INIT "-F${stubs}")
 endforeach()
-# Only an installation would need it.
+# Needed only for an installation.
 set(CMAKE_INSTALL_NAME_TOOL true)
 
-# This machine's own headers and libraries are of another system.
+# This machine's own headers and libraries are for another system.
 set(CMAKE_FIND_ROOT_PATH ${home}/libraries)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)

@@ -1,8 +1,8 @@
-# The libraries that src/platform and src/json use. They are linked statically: a shared library costs start-up time in
+# The libraries of src/platform and src/json. We link them statically: a shared library costs start-up time in
 # a program that starts once per AI client.
 find_package(Threads REQUIRED)
 if(QUILLMERE_BUILD_LIBRARIES)
-  # The system's are built for its own standard library.
+  # The system's libraries are built for its own standard library.
   find_package(Boost 1.81 REQUIRED)
   file(CONFIGURE OUTPUT boost_json.cpp CONTENT "#include <boost/json/src.hpp>\n")
   add_library(quillmere_boost_json STATIC ${PROJECT_BINARY_DIR}/boost_json.cpp)

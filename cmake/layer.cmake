@@ -1,10 +1,9 @@
 # quillmere_layer(NAME USES [layer...] SOURCES file... [LIBRARIES lib...])
 #
-# Makes the current folder a static library that may include its own headers and those of the layers
-# in USES, and of no other. Headers are included as "folder/header.hpp". Each layer's include root is a
-# folder of the build tree that holds one link, to that layer alone: an include of a layer that is not
-# named in USES finds no file and fails to compile. Nothing is passed on: a layer names all that it
-# includes.
+# Makes the current folder a static library that may include only its own headers and those of the layers in
+# USES. Headers are included as "folder/header.hpp". Each layer's include root is a folder of the build tree
+# with a single link, to that layer: an include of a layer that is not in USES finds no file and fails to
+# compile. Nothing is transitive: a layer names every layer that it includes.
 function(quillmere_layer name)
   cmake_parse_arguments(LAYER "" "" "USES;SOURCES;LIBRARIES" ${ARGN})
   set(root ${PROJECT_BINARY_DIR}/include_roots/${name})

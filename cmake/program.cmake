@@ -1,7 +1,7 @@
-# quillmere_program(NAME SOURCE) makes one of the servers, with what all of them are linked with.
+# quillmere_program(NAME SOURCE) makes one of the servers, linked like all of them.
 function(quillmere_program name source)
   add_executable(${name} ${source})
-  # Side by side, where scripts and tests find both.
+  # Side by side, so that scripts and tests find both.
   set_target_properties(${name} PROPERTIES
     RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/src/server)
   target_link_libraries(${name}
@@ -20,11 +20,11 @@ function(quillmere_program name source)
     # third off its start-up time.
     target_link_options(${name} PRIVATE LINKER:--as-needed LINKER:--gc-sections)
     if(NOT QUILLMERE_DEBIAN)
-      # It ties the program to glibc 2.36, which dpkg-shlibdeps does not see.
+      # This would tie the program to glibc 2.36, which dpkg-shlibdeps does not see.
       target_link_options(${name} PRIVATE LINKER:-z,pack-relative-relocs)
     endif()
     if(NOT QUILLMERE_STATIC)
-      # Together with -static-pie they would make g++ link the C library dynamically.
+      # With -static-pie these would make g++ link the C library dynamically.
       target_link_options(${name} PRIVATE -static-libstdc++ -static-libgcc)
     endif()
   endif()

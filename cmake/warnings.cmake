@@ -1,5 +1,4 @@
-# Flags that every target of ours is built with; an interface library, so that a target shows in its
-# own lines that it takes them.
+# Flags for all our targets; an interface library, so that each target's own lines show that it uses them.
 add_library(quillmere_flags INTERFACE)
 target_compile_options(quillmere_flags INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror)
@@ -8,13 +7,13 @@ if(QUILLMERE_SANITIZERS)
   add_compile_options(-fsanitize=${QUILLMERE_SANITIZERS} -fno-sanitize-recover=all
     -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${QUILLMERE_SANITIZERS})
-  # What the sanitizers add to the code hides from g++ that a value is set before it is read.
+  # The sanitizers' code keeps g++ from seeing that a value is set before it is read.
   if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     target_compile_options(quillmere_flags INTERFACE -Wno-maybe-uninitialized)
   endif()
   if(QUILLMERE_SANITIZERS MATCHES "undefined")
-    # This check asks the system for a pipe to see whether an object can be read, and takes it for a
-    # broken one when no descriptor is available, which is just what a test arranges.
+    # This check uses a pipe to see whether an object is readable. Without a free descriptor it takes the
+    # object for a broken one, and a test arranges exactly that.
     add_compile_options(-fno-sanitize=vptr)
     add_link_options(-fno-sanitize=vptr)
   endif()
