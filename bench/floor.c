@@ -1,6 +1,6 @@
-/* The physical limit of the job, to measure the server against: it carries tool calls over the same
- * socket with the same threads and looks at nothing on the way. It takes well-formed messages of the
- * benchmark's own client only, with their id and method in front.
+/* The lower limit of the job, to measure the server against: it forwards tool calls over the same
+ * socket with the same threads and checks nothing on the way. It accepts only well-formed messages
+ * of the benchmark's own client, with their id and method in front.
  *
  *   floor SOCKET LIST    the control socket, and a file that holds the result of tools/list */
 #define _GNU_SOURCE
@@ -60,7 +60,7 @@ static int readAll(int from, char* to, size_t length) {
   return 1;
 }
 
-/* Writes the frame of the response {HEAD body TAIL}; `headRoom` bytes in front of `body` and
+/* Writes the frame of the response {HEAD body TAIL}; `headRoom` bytes before `body` and
  * `tailRoom` after it are free, so the body is never copied. */
 static void respond(struct Text id, const char* head, char* body, size_t length, const char* tail) {
   char text[headRoom];

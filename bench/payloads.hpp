@@ -18,7 +18,7 @@ namespace quillmere::bench {
 /// as `slash`.
 [[nodiscard]] std::string imagePayload(std::size_t bytes, std::string_view slash = "/");
 
-/// A page of an Android app in Chinese: nodes of 13 members and some 290 bytes.
+/// A page of an Android app in Chinese: nodes of 13 members and about 290 bytes.
 [[nodiscard]] std::string uiPayload(std::size_t nodes);
 
 /// The payload called `name`: its kind and, if it has a size, a blank and its number of bytes (or

@@ -9,9 +9,9 @@ const longBase64 = /[A-Za-z0-9+/]{100000}/;
 const base64Of = (url) => /^data:image\/[a-z]+;base64,(.+)$/.exec(url?.url ?? url)?.[1];
 
 /**
- * Each form: the path of its requests, the tools that one lists, whether an object in one is a call that
- * the model has made, the picture that an object is, and an answer that calls a tool or, without a call, says
- * a text; as a whole and as events.
+ * Each form: the path of its requests, the tools that a request lists, whether an object in it is a call that
+ * the model has made, the picture in an object, and a response that calls a tool or, without a call, holds a
+ * text; whole and as events.
  */
 const forms = [
   {
@@ -200,10 +200,10 @@ function send(response, status, body, events) {
 }
 
 /**
- * Starts a model that makes `calls`, each `{ tool, args }`, one a turn, where `tool` is a part of the name of
- * one that the request lists. Returns its address and what it has seen: the tools' names, the last request as
- * text without its pictures, those pictures, and what it refused. A request without any tool of `server` is
- * one that a client makes for itself, such as for a title; it gets a plain answer and is not counted.
+ * Starts a model that makes `calls`, each `{ tool, args }`, one per turn, where `tool` is part of the name of a
+ * tool that the request lists. Returns its address and what it has seen: the tools' names, the last request as
+ * text without its pictures, those pictures, and what it refused. A client makes a request without any tool of
+ * `server` for itself, such as for a title; it gets a plain response and does not count.
  */
 export async function startModel(t, server, calls) {
   const seen = { names: [], text: '', pictures: [], refusals: [] };

@@ -48,7 +48,7 @@ function running(home, file) {
   });
 }
 
-/** Waits up to five seconds until no process of the program runs. Returns whether they are gone. */
+/** Waits up to five seconds until no process of the program runs. Returns whether that happened. */
 async function isGone(home) {
   for (let i = 0; i < 50 && running(home, program).length; ++i) await wait(100);
   return !running(home, program).length;
@@ -106,8 +106,8 @@ function makeTap(home) {
 }
 
 /**
- * Gives up a call that the app does not answer, and says whether the program lets go of the app because it is
- * told to, or only because its client ends it.
+ * Cancels a call that the app does not answer. Records whether the program closes its connection to the app
+ * because the client tells it to cancel, or only because the client ends it.
  */
 async function tryCancel() {
   const body = async ({ work, home, log }) => {

@@ -31,9 +31,9 @@ Channel makeChannel(ChildStreams kind) {
   return kind == ChildStreams::pipes ? makePipe() : makeSocketPair();
 }
 
-/// Starts the program at `arguments[0]` with these standard streams, no other descriptor but
-/// standard error, and all signals as they are by default: one that a parent of ours ignores, such
-/// as SIGHUP under nohup, would be ignored by it too. Throws `std::system_error`.
+/// Starts the program at `arguments[0]` with these standard streams, no other descriptor except
+/// standard error, and default actions for all signals: otherwise it would ignore a signal that our
+/// parent ignores, such as SIGHUP under nohup. Throws `std::system_error`.
 pid_t startProgram(std::vector<std::string> arguments, int input, int output) {
   std::vector<char*> pointers;
   pointers.reserve(arguments.size() + 1);
@@ -71,7 +71,7 @@ ServerProcess::ServerProcess(const Options& options)
     : name(std::filesystem::path(options.program).filename()),
       buffer(std::make_unique_for_overwrite<char[]>(firstRoom)),
       room(firstRoom) {
-  // A program that has ended is for `send` to report.
+  // If the program has ended, `send` reports it.
   std::signal(SIGPIPE, SIG_IGN);
   Channel toChild = makeChannel(options.streams);
   Channel fromChild = makeChannel(options.streams);
@@ -108,7 +108,7 @@ void ServerProcess::waitForOutput() const {
 }
 
 bool ServerProcess::readMore() {
-  // What is left is the start of one message: little, or there is nothing in front of it.
+  // The rest is the start of one message. It is short, or nothing comes before it.
   std::memmove(&buffer[0], &buffer[begin], end - begin);
   end -= std::exchange(begin, 0);
   if (end == room) {

@@ -15,7 +15,7 @@ const list = JSON.parse(readFileSync(listPath, "utf8"));
 
 const prefixBytes = 4;
 
-/** The desktop app's answer to one request, over a connection of its own that `signal` breaks. */
+/** The desktop app's response to one request, over a separate connection that `signal` breaks. */
 function callApp(request, signal) {
   return new Promise((resolve, reject) => {
     const body = Buffer.from(JSON.stringify(request));

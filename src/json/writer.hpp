@@ -44,7 +44,7 @@ class JsonText {
   /// An object without members, or an array without elements.
   [[nodiscard]] static JsonText object();
   [[nodiscard]] static JsonText array();
-  /// An array of what is in `elements`, each of which must convert to a `JsonText`.
+  /// An array of `elements`, each of which must convert to a `JsonText`.
   template <typename Elements>
   [[nodiscard]] static JsonText arrayOf(const Elements& elements) {
     JsonText text = array();

@@ -19,7 +19,7 @@ const models = {
   gemini: (baseURL) => createGoogleGenerativeAI({ baseURL, apiKey: 'none' })('stand-in'),
 };
 
-/** Lets a model of the form make its calls through a program, and returns what it saw. */
+/** Lets a model of this form make its calls through a program, and returns what it saw. */
 async function letCall(t, form, program, calls) {
   const { home } = await startSimulator(t, simulator);
   const { address, seen } = await startModel(t, 'quillmere', calls);

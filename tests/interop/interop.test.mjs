@@ -14,7 +14,7 @@ const who = { name: 'interop', version: '1' };
 const phone = 'QM7F3A2101';
 const pick = (list, key) => list.map((each) => each[key]);
 
-/** A transport that starts the server, and notes the methods that the client sends. */
+/** A transport that starts the server and records the methods that the client sends. */
 function makeTransport(Transport, home) {
   return new (class extends Transport {
     methods = [];
@@ -26,8 +26,8 @@ function makeTransport(Transport, home) {
 }
 
 /**
- * Connects, runs the body, disconnects. Fails if the client met anything amiss, such as a line that is no
- * message or an answer that it does not wait for, or if the server wrote to standard error.
+ * Connects, runs the body, disconnects. Fails if the client found anything wrong, such as a line that is not
+ * a message or a response that it does not wait for, or if the server wrote to standard error.
  */
 async function withClient(t, { home, transport, client }, body) {
   transport ??= makeTransport(StdioClientTransport, home);
@@ -176,7 +176,7 @@ const givingUp = {
     timers.mock.calls.find((each) => each.arguments[1] === 60_000).arguments[0](),
 };
 for (const [name, giveUp] of Object.entries(givingUp)) {
-  check(`${name} lets go of the app, and the client goes on`, async (t) => {
+  check(`${name} closes the connection to the app, and the client goes on`, async (t) => {
     const { home, nextLine } = await startSimulator(t, simulator, '--silence');
     await withClient(t, { home }, async (client) => {
       const timers = t.mock.method(globalThis, 'setTimeout');

@@ -10,7 +10,7 @@ import { setTimeout as wait } from 'node:timers/promises';
 // soon.
 let patience = 30;
 
-/** What `promise` brings, or after 30 seconds a failure that says what was waited for. */
+/** The result of `promise`, or after 30 seconds a failure that names what we waited for. */
 export function soon(what, promise, seconds = patience) {
   const tooLate = wait(seconds * 1000, undefined, { ref: false }).then(() => {
     patience = 2;
@@ -19,19 +19,19 @@ export function soon(what, promise, seconds = patience) {
   return Promise.race([promise, tooLate]);
 }
 
-/** A test that ends, even when what it waits for never comes. Waits within it end before. */
+/** A test that ends even if what it waits for never comes. Waits inside it end earlier. */
 export function check(name, body) {
   test(name, (t) => soon('the end of this test', body(t), patience + 1));
 }
 
-/** A folder for the server to take as home. Under /tmp, because a socket's path must be short. */
+/** A folder that the server uses as its home. Under /tmp, because a socket's path must be short. */
 export function makeHome(t) {
   const home = mkdtempSync('/tmp/qm-js-');
   t.after(() => rmSync(home, { recursive: true, force: true }));
   return home;
 }
 
-/** Starts the simulated app and waits until it listens. Returns its home and its log, line by line. */
+/** Starts the simulated app and waits until it is listening. Returns its home and its log, line by line. */
 export async function startSimulator(t, program, ...options) {
   const home = makeHome(t);
   const app = spawn(program, options, {
