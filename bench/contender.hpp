@@ -45,8 +45,7 @@ class Contender {
 /// Messages of the client, one per line.
 [[nodiscard]] std::string initializeRequest();
 [[nodiscard]] std::string request(int id, std::string_view method, std::string_view params = "{}");
-/// A tool call that makes the app answer with the given payload, with `arguments` as the tool's own
-/// arguments.
+/// A tool call that makes the app answer with this payload. `arguments` are the tool's own.
 [[nodiscard]] std::string callRequest(int id, std::string_view answer,
                                       std::string_view tool = "input.tap",
                                       std::string_view arguments = R"(,"x":120,"y":340.5)");

@@ -97,8 +97,7 @@ BENCHMARK(readLine);
 }  // namespace quillmere::bench
 
 int main(int argumentCount, char** arguments) {
-  // As the server does, since this decides how much time a large app response spends in page
-  // faults.
+  // As the server does: this decides how much time a large app response spends in page faults.
   quillmere::tuneAllocator();
   benchmark::Initialize(&argumentCount, arguments);
   benchmark::RunSpecifiedBenchmarks();

@@ -32,8 +32,7 @@ void printHead(const std::vector<std::string>& rivals);
 void printRow(const Row& row);
 void printLegend(bool anyNoisy);
 
-/// The server's recorded ratios, by scenario. Each line of the file: ratio, blank, name of the
-/// scenario.
+/// The server's recorded ratios, by scenario. Each line of the file: ratio, blank, scenario.
 using RecordedRatios = std::map<std::string, double, std::less<>>;
 
 /// Throws `std::runtime_error` when the file can't be read.

@@ -31,8 +31,7 @@ class AnsweringApp {
   /// The only one; it lives until the process ends.
   static AnsweringApp& instance() {
     static auto& app = *new AnsweringApp;
-    // Its threads use it until the process ends, so we never destroy it, but we must remove its
-    // folder.
+    // Never destroyed, since its threads use it until the process ends. But its folder must go.
     static const int registered = std::atexit([] { std::filesystem::remove_all(app.home.path()); });
     static_cast<void>(registered);
     return app;

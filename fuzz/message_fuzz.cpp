@@ -1,6 +1,5 @@
 // A whole message through the server, in both dialects, with a desktop app that answers anything:
-// each request gets exactly the one response that it must get, with its own id, and nothing else
-// comes.
+// each request gets exactly the one response that it must get, with its own id.
 #include <map>
 
 #include "compat/dialect.hpp"
@@ -58,8 +57,7 @@ void check(Served& served, std::string_view payload) {
   static_cast<void>(processPayload(
       bytesOf(R"({"jsonrpc":"2.0","method":"ping","id":)" + fence + "}"), served.server));
 
-  // Any response of the main thread comes before the fence; a worker's response may come at any
-  // time.
+  // A response of the main thread comes before the fence, a worker's response at any time.
   int fromMainThread = 0;
   while (!expected.empty()) {
     const auto place = expected.find(served.nextID());

@@ -17,8 +17,7 @@ namespace quillmere {
 
 /// Listens at one of a home's socket paths. Either the test takes each connection itself with
 /// `accept`, to hold and answer them in any order; or it passes a handler, which runs for each
-/// connection on its own thread and closes it by returning. An exception from a handler ends the
-/// process.
+/// connection on its own thread and closes it by returning. It must not throw.
 class DesktopApp {
  public:
   using Handler = std::function<void(const AppConnection&)>;

@@ -13,8 +13,7 @@ namespace quillmere {
 
 namespace {
 
-/// The variable that sets a program's home. On macOS the system's own libraries read it, never the
-/// server.
+/// The variable that sets a program's home. On macOS only the system's own libraries read it.
 #ifdef __APPLE__
 constexpr const char* homeVariable = "CFFIXED_USER_HOME";
 #else

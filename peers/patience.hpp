@@ -16,15 +16,14 @@ namespace quillmere {
 /// still shows every failure. Thread-safe.
 [[nodiscard]] std::chrono::seconds patience();
 
-/// A wait took too long. A test that throws this fails with its text, which names what we waited
-/// for.
+/// A wait took too long. A test that throws this fails with its text, which names the event.
 class TimedOut : public std::runtime_error {
  public:
   /// Makes all later waits short.
   explicit TimedOut(const std::string& what);
 };
 
-/// Waits until `descriptor` can be read or written to, or its other side is closed. Throws
+/// Waits until `descriptor` is readable or writable, or its other side is closed. Throws
 /// `TimedOut`.
 void waitUntilReadable(int descriptor, const std::string& what);
 void waitUntilWritable(int descriptor, const std::string& what);
@@ -38,8 +37,7 @@ void waitUntil(const std::string& what, Condition isTrue) {
   }
 }
 
-/// The same, but calls `isTrue` whenever `changed` is notified, holding `hold`'s lock. Throws
-/// `TimedOut`.
+/// The same, but calls `isTrue` at each notification, holding `hold`'s lock. Throws `TimedOut`.
 template <typename Condition>
 void waitUntil(const std::string& what, std::condition_variable& changed,
                std::unique_lock<std::mutex>& hold, Condition isTrue) {

@@ -16,8 +16,7 @@
 
 namespace quillmere {
 
-/// The kind of the child's standard input and output: pipes as shells use, or sockets as Node-based
-/// clients use.
+/// The child's standard input and output: pipes as from shells, sockets as from Node-based clients.
 enum class ChildStreams { pipes, socketPairs };
 
 /// One running program, with the environment of this process. The destructor kills it if it still
@@ -61,8 +60,7 @@ class ServerProcess {
   void closeInput() { input = Descriptor(); }
   void closeOutput() { output = Descriptor(); }
 
-  /// The exit status, once the process has ended; 128 plus the signal's number if a signal ended
-  /// it.
+  /// Waits for the exit status: 128 plus the signal's number if a signal ended the process.
   int waitForExit();
 
   [[nodiscard]] pid_t processID() const { return child; }

@@ -30,8 +30,7 @@ class UnixListener {
   /// Waits for the next connection; nothing once `stop` has been called. One thread at a time.
   [[nodiscard]] std::optional<Descriptor> accept() const;
 
-  /// Makes `accept` return nothing, even one that is waiting. Thread-safe, and safe in a signal
-  /// handler.
+  /// Makes `accept`, even one that waits, return nothing. Safe in threads and signal handlers.
   void stop() const;
 
  private:

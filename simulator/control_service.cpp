@@ -134,8 +134,7 @@ void ControlService::answerConnection(const Descriptor& connection) {
 std::optional<JsonText> ControlService::answerTo(const JsonObject& request,
                                                  const Descriptor& connection) {
   if (faults.isSilent) {
-    // Log it now: the client may hang up much later, and people look here to see whether the call
-    // came.
+    // Log it now: the client may hang up much later, and people want to see that the call came.
     log(commandOf(request), "unanswered on purpose");
     waitWhileConnected(connection, std::nullopt);
     return std::nullopt;

@@ -60,8 +60,7 @@ sigset_t endingSignals() {
 }
 
 int listenAndServe(const SimulatorOptions& options) {
-  // Blocked in every thread before the socket exists, so that a signal always ends the service in
-  // good order.
+  // Block them in every thread before the socket exists: a signal must end the service cleanly.
   const sigset_t signals = endingSignals();
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   const UnixListener listener(options.socketPath.empty() ? appSocketPath() : options.socketPath);

@@ -25,8 +25,7 @@ class Refusal : public std::runtime_error {
 /// Refusals that several commands use, or that carry more than a message. Pure.
 namespace refusals {
 [[nodiscard]] Refusal invalidArgument(std::string_view key, std::string_view must);
-/// Recommends the tool that starts a session, for the device with this serial if the request named
-/// one.
+/// Recommends the tool that starts a session, for the device with this serial if there is one.
 [[nodiscard]] Refusal noSession(std::string_view code, const std::string& message,
                                 const std::string& serial);
 /// Says which words the app expects from the user.

@@ -1,6 +1,5 @@
 // Every system call and every allocation of the server fails in turn: the first of its kind, the
-// second, and so on; once, and from then on; in whole conversations over every kind of standard
-// input.
+// second, and so on; once, and from then on; in whole conversations over each kind of input.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>

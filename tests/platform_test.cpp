@@ -68,8 +68,7 @@ std::string binaryMember(const std::string& value) {
   return binary({"\xD1\1\2", "\x51K", value});
 }
 
-/// A dictionary whose other member is an array that holds the next array twice, and so on: 2^60
-/// elements.
+/// A dictionary with an array that holds the next array twice, and so on: 2^60 elements.
 std::string unfoldingList() {
   std::vector<std::string> objects = {"\xD2\1\3\2\4", "\x51K",
                                       "\x53"

@@ -1,5 +1,4 @@
-// The simulated desktop app: its rules as pure functions, then the real program with the real
-// server.
+// The simulated desktop app: its rules as pure functions, then the program with the real server.
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -30,7 +30,7 @@ namespace quillmere {
 
 /// The paths at which to look for the socket, best first, none twice: three to five of them.
 /// `bundleIdentifier` is that of the app that contains the server, if any. Does not check whether
-/// anything is there. Thread-safe.
+/// the paths exist. Thread-safe.
 [[nodiscard]] std::vector<std::string> socketCandidates(
     const std::optional<std::string>& bundleIdentifier);
 

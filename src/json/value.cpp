@@ -63,8 +63,7 @@ char32_t hexadecimal(std::string_view text) {
   return value;
 }
 
-/// The characters of the string that has `text` between its quotes. The parser has already checked
-/// the escapes.
+/// The characters of the string with `text` between its quotes. The parser has checked the escapes.
 std::string decodedString(std::string_view text) {
   std::string decoded;
   decoded.reserve(text.size());
@@ -157,8 +156,7 @@ double JsonNumber::value() const {
 }
 
 std::optional<std::int64_t> JsonNumber::integer() const {
-  // A 64-bit integer has at most 19 digits. We refuse larger exponents before writing out their
-  // zeros.
+  // A 64-bit integer has at most 19 digits. Refuse larger exponents before writing zeros.
   constexpr std::int64_t mostDigits = 19;
   const Decimal decimal = takeApart(digits);
   if (decimal.digits.empty()) return 0;
@@ -270,8 +268,7 @@ std::vector<JsonMember> JsonObject::distinctMembers() const {
   const auto isLast = [this](const JsonMember& member) {
     return find(member.key().view())->place() == member.value().place();
   };
-  // With few members, looking up each key is faster than building an index, and keys are rarely
-  // repeated.
+  // For a few members look-ups are faster than an index, and keys are rarely repeated.
   constexpr std::size_t fewMembers = 16;
   if (members.size() <= fewMembers && std::ranges::all_of(members, isLast)) return members;
 

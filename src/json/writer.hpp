@@ -94,8 +94,7 @@ class JsonText {
   void append(std::string_view json, std::shared_ptr<const void> holder);
   void append(JsonText value);
   void appendString(std::string_view string);
-  /// Turns the copied text into a run if it is long, so that texts it is added to do not copy it
-  /// again.
+  /// Turns the copied text into a run if it is long, so that other texts do not copy it again.
   void shareCopied();
 
   std::string copied;

@@ -13,8 +13,7 @@
 namespace quillmere {
 
 /// A growing array of plain values. Unlike a `std::vector` it never writes to memory before its
-/// owner does, so that room for a large text costs nothing until the text comes. One thread at a
-/// time.
+/// owner does, so room for a large text costs nothing until the text comes. One thread at a time.
 template <typename Value>
 class Buffer {
   static_assert(std::is_trivially_copyable_v<Value>);

@@ -23,13 +23,11 @@ class Descriptor {
   Descriptor(const Descriptor&) = delete;
   Descriptor& operator=(const Descriptor&) = delete;
   ~Descriptor() {
-    // We do not retry after EINTR: Linux has freed the number by then, and another thread may own
-    // it.
+    // No retry after EINTR: Linux has freed the number by then, and another thread may own it.
     if (held >= 0) ::close(held);
   }
 
-  /// The number, for system calls only; this object keeps owning it. Negative when nothing is
-  /// owned.
+  /// The number, for system calls only; it stays owned here. Negative when nothing is owned.
   [[nodiscard]] int number() const { return held; }
   [[nodiscard]] bool isOpen() const { return held >= 0; }
 

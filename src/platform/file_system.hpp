@@ -21,8 +21,7 @@ namespace quillmere {
 /// The current directory, or "/" when there is none, for example because it was removed.
 [[nodiscard]] std::string currentDirectory();
 
-/// `path`, which must be absolute, with symbolic links and dots resolved for those parts that
-/// exist.
+/// `path`, which must be absolute, with symbolic links and dots resolved in parts that exist.
 [[nodiscard]] std::string withLinksResolved(const std::string& path);
 
 /// What is at a path. A symbolic link counts as something else, even one to a socket; a dangling

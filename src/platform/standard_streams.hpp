@@ -43,8 +43,7 @@ class InputStream {
   LookAhead method;
   /// Remembered, since a read after a failed one may succeed, in the middle of a message.
   bool hasEnded = false;
-  /// Bytes seen but not yet consumed. This is a copy, in `lookAheadBuffer`; they are still in the
-  /// descriptor too.
+  /// Bytes seen but not yet consumed: a copy, in `lookAheadBuffer`. The descriptor has them too.
   std::string_view seen;
   std::unique_ptr<char[]> lookAheadBuffer;
   /// A pipe of our own, into which we duplicate a pipe's content to look at it.

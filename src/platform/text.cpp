@@ -71,8 +71,7 @@ constexpr std::size_t blockBytes = 16;
 /// How many preceding bytes a byte of UTF-8 may depend on.
 constexpr std::size_t lookBack = 3;
 
-/// Bytes that one instruction processes together; both compilers have such types for all
-/// processors.
+/// Bytes that one instruction processes together. Both compilers have this for all processors.
 using ByteBlock [[gnu::vector_size(blockBytes)]] = unsigned char;
 
 ByteBlock blockAt(const char* bytes) {
@@ -90,8 +89,7 @@ bool isAnySet(ByteBlock block) {
 
 /// Non-zero if one of the 16 bytes at `bytes` breaks the rules of RFC 3629, section 4, or shows
 /// that the byte before it does. Judges each byte by itself and the three bytes before it, which
-/// must be readable. A character that the last bytes begin is judged together with the bytes that
-/// follow.
+/// must be readable. A character that the last bytes begin is judged with the bytes that follow.
 inline ByteBlock utf8Errors(const char* bytes) {
   const ByteBlock here = blockAt(bytes);
   const ByteBlock before = blockAt(bytes - 1);

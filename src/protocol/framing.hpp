@@ -1,6 +1,5 @@
 // Messages on standard input and output, in two framings: one JSON text on one line, or a block of
-// headers with a `Content-Length`, then a body of that many bytes. A message's first line shows
-// which.
+// headers with a `Content-Length`, then a body of that size. A message's first line shows which.
 #pragma once
 
 #include <cstddef>

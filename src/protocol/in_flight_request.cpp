@@ -42,8 +42,7 @@ bool InFlightRequest::attach(std::shared_ptr<const UnixSocket> connection) {
 void InFlightRequest::detach() {
   std::shared_ptr<const UnixSocket> released;
   const std::lock_guard hold(lock);
-  // Swapped, not reset: if this was the last reference, the descriptor is closed after the lock is
-  // released.
+  // Swapped, not reset: the last reference must close the descriptor after releasing the lock.
   released.swap(_socketDescriptor);
 }
 

@@ -27,8 +27,7 @@ class InFlightRequest {
   /// The request as it came; views of its bytes are valid as long as this.
   const std::shared_ptr<const JsonDocument> message;
   const JsonValue requestID;
-  /// The id's key, kept so that removing the record needs no memory and works even when there is
-  /// none.
+  /// The id's key, kept so that removing the record works without memory.
   const std::string key;
 
   /// Marks the request as cancelled and breaks its connection to the desktop app, if it has one: a

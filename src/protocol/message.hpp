@@ -24,8 +24,7 @@ namespace quillmere {
 /// The response to the request with this id. Pure; cannot fail.
 [[nodiscard]] JsonText makeResultResponse(const JsonValue& id, JsonText result);
 
-/// The error response to the request with this id. Without an id, its `id` is null. Pure; cannot
-/// fail.
+/// The error response to the request with this id, or with null for one. Pure; cannot fail.
 [[nodiscard]] JsonText makeErrorResponse(const std::optional<JsonValue>& id, const MCPError& error);
 
 }  // namespace quillmere

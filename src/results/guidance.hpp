@@ -30,8 +30,7 @@ struct GuidedResponse {
   [[nodiscard]] bool isChanged() const { return addedWarning || nextRecommendedTool; }
 };
 
-/// Rewrites a text of ours, which names tools as the catalogue does, with the names that the client
-/// knows.
+/// Replaces the catalogue's tool names in a text of ours with the names that the client knows.
 using Spelling = std::string (*)(std::string_view text);
 
 /// The app response to the tool `name` called with `arguments`, plus a warning that says what to do

@@ -93,8 +93,8 @@ JsonText structuredContent(const GuidedResponse& guided) {
   // The original bytes, unless we add something.
   if (!guided.isChanged()) return appResponse;
 
-  // Not `set` over the old members: the key would appear twice, and clients differ in which one
-  // they use.
+  // Not `set` over the old members: the key would appear twice, and not all clients use the same
+  // one.
   std::vector<std::string_view> replaced;
   if (addedWarning) replaced.emplace_back("warnings");
   if (next) replaced.emplace_back("nextRecommendedTool");

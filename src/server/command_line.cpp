@@ -34,8 +34,7 @@ void print(std::string_view text) {
 
 int printDoctorReport() {
   try {
-    // We write and parse it again, because the indented writer takes a parsed value, whose keys it
-    // sorts.
+    // Written and parsed again: the indented writer takes a parsed value and sorts its keys.
     print(indentedJson(parseJson(doctorPayload().str())->root()));
     return 0;
   } catch (const std::exception&) {

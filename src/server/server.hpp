@@ -23,8 +23,8 @@ struct Server {
 
 /// Reads messages from `descriptor` and responds to them, until input ends or the client asks for
 /// shutdown. Does not wait for requests that are still running on workers. Blocks; main thread
-/// only. Every exception becomes an error response and reading goes on, with one exception: when
-/// memory runs out before we know a message's id, the process ends.
+/// only. Every exception becomes an error response, and reading goes on. Only when memory runs out
+/// before we know a message's id does the process end.
 void serve(int descriptor, Server& server);
 
 /// Processes one message: responds to it, hands it to a worker, or ignores it. Returns false when

@@ -1,5 +1,4 @@
-// What happens to a tool's arguments before we send them: normalisation, then the check against the
-// tool's schema.
+// What happens to a tool's arguments before we send them: normalisation, then the schema check.
 #pragma once
 
 #include <memory>

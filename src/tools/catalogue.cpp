@@ -1,6 +1,5 @@
 // Texts, names and bounds here are what clients see, word for word. An argument that several tools
-// declare alike is written once, as a constant or in a fragment. Schemas and checks use the same
-// rows.
+// share is written once, as a constant or in a fragment. Schemas and checks use the same rows.
 #include "tools/catalogue.hpp"
 
 #include <algorithm>

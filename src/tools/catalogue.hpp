@@ -77,8 +77,7 @@ struct Tool {
   std::string_view name;
   std::string_view title;
   std::string_view description;
-  /// The desktop app's command, such as `uiGetState`; empty for a tool that this server carries out
-  /// by itself.
+  /// The desktop app's command, such as `uiGetState`; empty for a tool of this server itself.
   std::string_view toolToCommand = {};
   Effect effect = Effect::readsPhone;
   unsigned fragments = noFragment;
