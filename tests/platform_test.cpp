@@ -5,6 +5,9 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
 
 #include <barrier>
 #include <filesystem>
@@ -20,6 +23,7 @@
 #include "peers/unix_listener.hpp"
 #include "platform/buffer.hpp"
 #include "platform/file_system.hpp"
+#include "platform/memory.hpp"
 #include "platform/property_list.hpp"
 #include "platform/uuid.hpp"
 #include "platform/worker_pool.hpp"
@@ -256,6 +260,20 @@ TEST(WorkerPool, RunsAllTasksAtOnceKeepsFewIdleThreadsAndReleasesTasks) {
   ASSERT_TRUE(pool.submit([held = std::move(held)] {}));
   EXPECT_EQ(std::future_status::ready, released->get_future().wait_for(patience()))
       << "the task was not released";
+}
+
+TEST(Memory, ABlockGrowsInFewStepsAndHasAsManyBytesAsItSays) {
+  MemoryBlock block;
+  int steps = 0;
+  while (block.bytes < 20'000'000) {
+    growBlock(block, block.bytes + 1);
+    ++steps;
+#ifdef __GLIBC__
+    ASSERT_LE(block.bytes, malloc_usable_size(block.start)) << "after " << steps << " steps";
+#endif
+  }
+  releaseBlock(block);
+  EXPECT_GT(50, steps);
 }
 
 TEST(Memory, ABufferKeepsItsContentWhileOthersComeAndGo) {

@@ -1,7 +1,6 @@
 // Memory for texts and what is noted about them.
 #pragma once
 
-#include <algorithm>
 #include <cstddef>
 #include <cstring>
 #include <string_view>
@@ -58,10 +57,7 @@ class Buffer {
 
  private:
   void reserve(std::size_t size) {
-    if (size * sizeof(Value) <= block.bytes) return;
-    // The first time exactly what is asked for; after that half as much again, so that adding
-    // values one by one stays linear.
-    resizeBlock(block, std::max(size, count + count / 2) * sizeof(Value));
+    if (size * sizeof(Value) > block.bytes) growBlock(block, size * sizeof(Value));
   }
 
   MemoryBlock block;

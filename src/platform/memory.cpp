@@ -55,16 +55,17 @@ bool giveUpReserve() {
   return given != nullptr;
 }
 
-void resizeBlock(MemoryBlock& block, std::size_t bytes) {
+void growBlock(MemoryBlock& block, std::size_t bytes) {
+  // A large block is copied when it grows, so it grows by a lot. The part that stays unused is
+  // never touched, so it takes no memory.
+  const bool isLarge = block.bytes >= largeBytes;
+  bytes = std::max(bytes, isLarge ? 4 * block.bytes : block.bytes + block.bytes / 2);
   if (bytes < largeBytes) {
     void* const resized = std::realloc(block.start, bytes);
     if (resized == nullptr) throw std::bad_alloc();
     block = {resized, bytes};
     return;
   }
-  // A large block is copied when it grows, so it grows by a lot. The part that stays unused is
-  // never touched, so it takes no memory.
-  if (block.bytes >= largeBytes) bytes = std::max(bytes, 4 * block.bytes);
   const std::size_t pages = pagesFor(bytes);
   void* const start = std::aligned_alloc(largePageBytes, pages * largePageBytes);
   if (start == nullptr) throw std::bad_alloc();

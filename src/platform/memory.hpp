@@ -13,16 +13,18 @@ void tuneAllocator();
 /// allocations then work until a request has its error response. Thread-safe; takes no memory.
 bool giveUpReserve();
 
-/// A piece of memory, taken by `resizeBlock` and owned by whoever holds it. Empty at first.
+/// A piece of memory, taken by `growBlock` and owned by whoever holds it. Empty at first.
 struct MemoryBlock {
   void* start = nullptr;
   /// Usable bytes, at least as many as were asked for.
   std::size_t bytes = 0;
 };
 
-/// Makes `block` at least `bytes` large. Keeps its content, but usually moves it. Does not call the
-/// new-handler. Thread-safe. Throws `std::bad_alloc`, with `block` as it was.
-void resizeBlock(MemoryBlock& block, std::size_t bytes);
+/// Makes `block` at least `bytes` large, which is more than it is: an empty one exactly so, unless
+/// it becomes large, and any other by at least half, so that growing by one byte at a time stays
+/// linear. Keeps its content, but usually moves it. Does not call the new-handler. Thread-safe.
+/// Throws `std::bad_alloc`, with `block` as it was.
+void growBlock(MemoryBlock& block, std::size_t bytes);
 
 /// Gives the memory back, to the system if the block is large. Thread-safe.
 void releaseBlock(MemoryBlock block) noexcept;
