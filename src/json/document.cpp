@@ -1,11 +1,15 @@
-// The parser reports events and builds no tree; each event becomes a token. It reports plain
-// strings and numbers as views of the text. A cursor finds every other token: it starts at the end
-// of the previous one and skips blanks, commas and colons.
+// The parser reports events and builds no tree; each event becomes a token. It would decode strings
+// with escapes byte by byte, so before it reads a text we replace the bytes that make an escape by
+// bytes that no UTF-8 text has; to the parser these are plain characters. So it reports all strings
+// and numbers as views of the text. A cursor finds every other token: it starts at the end of the
+// previous one and skips blanks, commas and colons.
 #include "json/document.hpp"
 
 #include <algorithm>
 #include <boost/json/basic_parser_impl.hpp>
+#include <charconv>
 #include <cstring>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -17,6 +21,12 @@ namespace {
 
 using Kind = JsonDocument::Kind;
 using Token = JsonDocument::Token;
+
+// What the bytes of an escape are replaced by: the backslash at its start, and a quote or another
+// backslash after it.
+constexpr char hiddenBackslash = '\xFF';
+constexpr char hiddenQuote = '\xFE';
+constexpr char hiddenSecondBackslash = '\xFD';
 
 /// Turns the parser's events into tokens. The names of its functions and limits are the parser's.
 class TokenList {
@@ -35,6 +45,7 @@ class TokenList {
     // their list starts small and grows if it must.
     static_cast<void>(tokens.room(std::min<std::size_t>(wholeText.size() / 8, 2'048) + 16));
     text = wholeText;
+    nextEscape = text.find(hiddenBackslash);
   }
 
   Buffer<Token> take() { return std::move(tokens); }
@@ -53,9 +64,9 @@ class TokenList {
   bool on_array_end(std::size_t count, Error&) { return end(count); }
 
   bool on_key_part(View, std::size_t, Error&) { return true; }
-  bool on_key(View rest, std::size_t size, Error&) { return string(rest, size); }
+  bool on_key(View characters, std::size_t, Error&) { return string(characters); }
   bool on_string_part(View, std::size_t, Error&) { return true; }
-  bool on_string(View rest, std::size_t size, Error&) { return string(rest, size); }
+  bool on_string(View characters, std::size_t, Error&) { return string(characters); }
 
   bool on_number_part(View, Error&) { return true; }
   bool on_int64(std::int64_t, View digits, Error&) {
@@ -102,19 +113,13 @@ class TokenList {
            reinterpret_cast<std::uintptr_t>(text.data());
   }
 
-  bool string(View rest, std::size_t size) {
-    // The parser decodes a string with escapes piece by piece: then `rest` is only its last piece,
-    // or lies in the parser's own buffer.
-    const std::size_t offset = offsetOf(rest);
-    if (rest.size() == size && offset < text.size()) {
-      return addAt(offset - 1, Kind::plainString, size + quotes);
-    }
-    skipToNext();
-    // The parser has found the end of the string, so there is a quote to stop at.
-    const char* const first = &text[cursor + 1];
-    const char* last = first;
-    while (*last != '"') last += *last == '\\' ? 2 : 1;
-    return add(Kind::escapedString, static_cast<std::size_t>(last - first) + quotes);
+  bool string(View characters) {
+    const std::size_t offset = offsetOf(characters);
+    const std::size_t end = offset + characters.size();
+    const bool isEscaped = nextEscape < end;
+    if (isEscaped) nextEscape = text.find(hiddenBackslash, end);
+    return addAt(offset - 1, isEscaped ? Kind::escapedString : Kind::plainString,
+                 characters.size() + quotes);
   }
 
   bool begin(Kind kind) {
@@ -139,6 +144,7 @@ class TokenList {
   static constexpr std::size_t quotes = 2;
 
   std::string_view text;
+  std::size_t nextEscape = 0;
   std::size_t cursor = 0;
   std::size_t tokenBytes = 0;
   std::size_t separators = 0;
@@ -146,31 +152,93 @@ class TokenList {
   std::uint32_t innermost = 0;
 };
 
-/// Writes each escaped slash as a slash. The desktop app's writer escapes all of them, and a
-/// screenshot in base64 is full of them; without escapes it is a plain string. This runs before
-/// parsing, while no token refers to an offset. It does not check whether a backslash is inside a
-/// string: outside strings neither form is valid, so no invalid text becomes valid.
-void unescapeSlashes(Bytes& bytes) {
+/// The number that the four hexadecimal digits at `at` in `text` make, or nothing.
+std::optional<unsigned> hexadecimal(std::string_view text, std::size_t at) {
+  constexpr std::size_t digits = 4;
+  if (text.size() < at + digits) return std::nullopt;
+  unsigned number = 0;
+  const char* const end = text.data() + at + digits;
+  const auto [stop, error] = std::from_chars(text.data() + at, end, number, 16);
+  return error == std::errc() && stop == end ? std::optional(number) : std::nullopt;
+}
+
+/// The length of the escape at the start of `text` (RFC 8259, section 7), with both halves of a
+/// surrogate pair; 0 if it is not valid.
+std::size_t escapeLength(std::string_view text) {
+  switch (text.size() < 2 ? '\0' : text[1]) {
+    case '"':
+    case '\\':
+    case 'b':
+    case 'f':
+    case 'n':
+    case 'r':
+    case 't':
+      return 2;
+    case 'u':
+      break;
+    default:
+      return 0;
+  }
+  const auto unit = hexadecimal(text, 2);
+  if (!unit) return 0;
+  constexpr std::size_t length = 6;
+  if (*unit < 0xD800 || *unit > 0xDFFF) return length;
+  const auto low = text.substr(length).starts_with("\\u") ? hexadecimal(text, length + 2) : unit;
+  return *unit < 0xDC00 && low >= 0xDC00 && low <= 0xDFFF ? 2 * length : 0;
+}
+
+/// Hides all valid escapes, and writes each escaped slash as a slash: the desktop app's writer
+/// escapes all of them, and a screenshot in base64 is full of them. It does not check whether a
+/// backslash is inside a string: outside strings neither form is valid, so no invalid text becomes
+/// valid. The parser finds what is wrong with other escapes. Returns whether any is hidden.
+bool hideEscapes(Bytes& bytes) {
   std::string_view left = viewOf(bytes);
   char* to = bytes.data();
   bool found = false;
-  for (;;) {
-    const std::size_t plain = std::min(left.find('\\'), left.size());
-    // Up to the first one everything is already in its place.
-    if (found) std::memmove(to, left.data(), plain);
-    to += plain;
-    left.remove_prefix(plain);
-    if (left.size() < 2) break;
-    if (left[1] == '/') {
-      found = true;
-    } else {
-      *to++ = '\\';
+  const auto take = [&](std::size_t count) {
+    // Up to the first slash everything is already in its place.
+    if (to != left.data()) std::memmove(to, left.data(), count);
+    to += count;
+    left.remove_prefix(count);
+  };
+  while (!left.empty()) {
+    // Escapes often come in runs, where there is nothing to search for.
+    if (left.front() != '\\') take(std::min(left.find('\\'), left.size()));
+    if (left.starts_with("\\/")) {
+      left.remove_prefix(1);
+      take(1);
+      continue;
     }
-    *to++ = left[1];
-    left.remove_prefix(2);
+    const std::size_t length = escapeLength(left);
+    char* const escape = to;
+    take(std::min<std::size_t>(std::max<std::size_t>(length, 2), left.size()));
+    if (length == 0) continue;
+    found = true;
+    escape[0] = hiddenBackslash;
+    if (escape[1] == '"') escape[1] = hiddenQuote;
+    if (escape[1] == '\\') escape[1] = hiddenSecondBackslash;
+    if (length > 6) escape[6] = hiddenBackslash;
   }
-  if (!left.empty()) *to++ = left.front();
   bytes.shrink(static_cast<std::size_t>(to - bytes.data()));
+  return found;
+}
+
+/// Undoes what `hideEscapes` has hidden.
+void showEscapes(Bytes& bytes) {
+  char* const end = bytes.data() + bytes.size();
+  for (char* at = bytes.data(); at != end;) {
+    if (*at != hiddenBackslash) {
+      at = static_cast<char*>(std::memchr(at, hiddenBackslash, static_cast<std::size_t>(end - at)));
+      if (at == nullptr) return;
+    }
+    *at++ = '\\';
+    if (*at == hiddenQuote)
+      *at++ = '"';
+    else if (*at == hiddenSecondBackslash)
+      *at++ = '\\';
+    else
+      ++at;
+  }
 }
 
 /// Removes the white space between tokens, from left to right: a token only ever moves left, over
@@ -222,10 +290,10 @@ bool JsonDocument::isKey(std::uint32_t token) const {
 
 std::shared_ptr<const JsonDocument> parseJson(Bytes text) {
   if (text.size() > maxJsonBytes) throw notJson("too long");
-  unescapeSlashes(text);
   if (!isUtf8(viewOf(text))) {
     throw JsonError(JsonError::Kind::notUtf8, "The text is not valid JSON: invalid UTF-8.");
   }
+  const bool hasEscapes = hideEscapes(text);
 
   boost::json::basic_parser<TokenList> parser(limits());
   parser.handler().start(viewOf(text));
@@ -241,6 +309,7 @@ std::shared_ptr<const JsonDocument> parseJson(Bytes text) {
   // No token refers to what comes after the last one, so that may stay.
   const std::size_t end = tokens[tokens.size() - 1].offset() + 1;
   if (end > parser.handler().compactSize()) compact(text, tokens);
+  if (hasEscapes) showEscapes(text);
   return std::make_shared<const JsonDocument>(std::move(text), std::move(tokens));
 }
 
