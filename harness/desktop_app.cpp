@@ -17,8 +17,6 @@ const std::string aConnection = "a connection to the app";
 bool startTask(std::function<void()> task) {
   // Its threads are never joined, so the pool lives as long as the process.
   static auto& workers = *new WorkerPool;
-  static std::mutex submitting;
-  const std::lock_guard hold(submitting);
   return workers.submit(std::move(task));
 }
 

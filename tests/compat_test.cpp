@@ -30,7 +30,7 @@ TEST(Compat, IsListedWordForWordWithoutADot) {
 
 TEST(Compat, SpellsToolsAndNothingElse) {
   constexpr std::pair<std::string_view, std::string_view> cases[] = {
-      {"Call quillmere.wait.", "Call quillmere_wait."},
+      {"Call quillmere.wait...", "Call quillmere_wait..."},
       {"ui.get_state, then (quillmere.input.tap)",
        "quillmere_ui_get_state, then (quillmere_input_tap)"},
       {"help, wait: ui.get_states... my.ui.get_state quillmere.help.me é.",

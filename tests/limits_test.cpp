@@ -71,6 +71,19 @@ TEST(DescriptorLimit, IsRaisedToTheHardLimit) {
   EXPECT_EQ(now.rlim_max, now.rlim_cur);
 }
 
+TEST(OutputLimit, EndsTheServerWithStatus0) {
+  const TemporaryHome home;
+  std::string pings;
+  for (int i = 0; i < 100; ++i)
+    pings += R"({"jsonrpc":"2.0","id":1,"method":"ping"})"
+             "\n";
+  ServerProcess server(
+      {.program = "/bin/sh",
+       .arguments = {"-c", R"(ulimit -f 1 && exec "$0" <"$1" >"$2")", QUILLMERE_SERVER,
+                     home.write("pings", pings), home.path() + "/responses"}});
+  EXPECT_EQ(0, server.waitForExit());
+}
+
 using Limits = RunningServer;
 
 TEST_F(Limits, AnswersOrCancelsTwoThousandWaitingCalls) {

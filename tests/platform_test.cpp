@@ -9,7 +9,7 @@
 #include <malloc.h>
 #endif
 
-#include <barrier>
+#include <atomic>
 #include <filesystem>
 #include <future>
 #include <regex>
@@ -18,6 +18,7 @@
 #include <thread>
 #include <vector>
 
+#include "harness/holdings.hpp"
 #include "harness/temporary_home.hpp"
 #include "peers/patience.hpp"
 #include "peers/unix_listener.hpp"
@@ -238,11 +239,20 @@ TEST(Uuid, HasTheFormOfVersion4AndIsNewEachTime) {
 TEST(WorkerPool, RunsAllTasksAtOnceKeepsFewIdleThreadsAndReleasesTasks) {
   // Lives until the process ends, since its threads may.
   static WorkerPool& pool = *new WorkerPool();
+  const auto runsAtOnce = [](std::size_t count) {
+    const auto missing = std::make_shared<std::atomic<std::size_t>>(count);
+    const auto last = std::make_shared<std::promise<void>>();
+    const std::shared_future<void> allRun = last->get_future().share();
+    for (std::size_t i = 0; i < count; ++i) {
+      EXPECT_TRUE(pool.submit([missing, last, allRun] {
+        if (--*missing == 0) last->set_value();
+        allRun.wait();
+      }));
+    }
+    return allRun.wait_for(patience()) == std::future_status::ready;
+  };
   constexpr std::size_t burst = 200;
-  const auto allRun = std::make_shared<std::barrier<>>(burst);
-  for (std::size_t i = 0; i < burst; ++i) {
-    ASSERT_TRUE(pool.submit([allRun] { allRun->arrive_and_wait(); }));
-  }
+  ASSERT_TRUE(runsAtOnce(burst));
   std::set<std::thread::id> threads;
   for (std::size_t i = 0; i < 10 * burst; ++i) {
     // Shared with the task, which may still be inside `set_value` when the test goes on.
@@ -260,6 +270,12 @@ TEST(WorkerPool, RunsAllTasksAtOnceKeepsFewIdleThreadsAndReleasesTasks) {
   ASSERT_TRUE(pool.submit([held = std::move(held)] {}));
   EXPECT_EQ(std::future_status::ready, released->get_future().wait_for(patience()))
       << "the task was not released";
+
+  ASSERT_TRUE(runsAtOnce(burst)) << "with fewer idle threads than tasks";
+#ifndef __APPLE__
+  waitUntil("idle threads end", [] { return holdingsOf(::getpid()).threads == 1; });
+  EXPECT_TRUE(runsAtOnce(1)) << "after all idle threads have ended";
+#endif
 }
 
 TEST(Memory, ABlockGrowsInFewStepsAndHasAsManyBytesAsItSays) {
@@ -277,7 +293,7 @@ TEST(Memory, ABlockGrowsInFewStepsAndHasAsManyBytesAsItSays) {
 }
 
 TEST(Memory, ABufferKeepsItsContentWhileOthersComeAndGo) {
-  // Each value says who wrote it. The blocks that one thread returns go to the other one.
+  // Each value says who wrote it.
   const auto growMany = [](std::uint32_t seed) {
     for (std::uint32_t round = 0; round < 30; ++round) {
       Buffer<std::uint32_t> buffer;

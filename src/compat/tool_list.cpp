@@ -43,7 +43,7 @@ JsonText annotations(const Tool& tool) {
 }  // namespace
 
 JsonText compatTools() {
-  // Never destroyed: the text is sent as it is from the second request on.
+  // Made once; each response refers to it.
   static const auto& text = *new auto(std::make_shared<const std::string>([] {
     JsonText entries = JsonText::array();
     for (const Tool& tool : allTools()) {

@@ -6,6 +6,7 @@
 #include "json/document.hpp"
 
 #include <algorithm>
+#include <array>
 #include <boost/json/basic_parser_impl.hpp>
 #include <charconv>
 #include <cstring>
@@ -22,11 +23,22 @@ namespace {
 using Kind = JsonDocument::Kind;
 using Token = JsonDocument::Token;
 
-// What the bytes of an escape are replaced by: the backslash at its start, and a quote or another
-// backslash after it.
+// What a backslash at the start of an escape is replaced by, and a quote or backslash after it.
 constexpr char hiddenBackslash = '\xFF';
 constexpr char hiddenQuote = '\xFE';
 constexpr char hiddenSecondBackslash = '\xFD';
+
+/// For each byte after a backslash that ends an escape with it: what it is replaced by; 0 for all
+/// others.
+constexpr auto hiddenLetters = [] {
+  std::array<char, 256> letters{};
+  for (const char letter : {'b', 'f', 'n', 'r', 't'}) {
+    letters[static_cast<unsigned char>(letter)] = letter;
+  }
+  letters['"'] = hiddenQuote;
+  letters['\\'] = hiddenSecondBackslash;
+  return letters;
+}();
 
 /// Turns the parser's events into tokens. The names of its functions and limits are the parser's.
 class TokenList {
@@ -162,26 +174,13 @@ std::optional<unsigned> hexadecimal(std::string_view text, std::size_t at) {
   return error == std::errc() && stop == end ? std::optional(number) : std::nullopt;
 }
 
-/// The length of the escape at the start of `text` (RFC 8259, section 7), with both halves of a
-/// surrogate pair; 0 if it is not valid.
-std::size_t escapeLength(std::string_view text) {
-  switch (text.size() < 2 ? '\0' : text[1]) {
-    case '"':
-    case '\\':
-    case 'b':
-    case 'f':
-    case 'n':
-    case 'r':
-    case 't':
-      return 2;
-    case 'u':
-      break;
-    default:
-      return 0;
-  }
+/// Whether `text` begins with an escape of four digits, or two of them that make a surrogate pair
+/// (RFC 8259, section 7), and the length of that; else 0.
+std::size_t numericEscapeLength(std::string_view text) {
+  constexpr std::size_t length = 6;
+  if (!text.starts_with("\\u")) return 0;
   const auto unit = hexadecimal(text, 2);
   if (!unit) return 0;
-  constexpr std::size_t length = 6;
   if (*unit < 0xD800 || *unit > 0xDFFF) return length;
   const auto low = text.substr(length).starts_with("\\u") ? hexadecimal(text, length + 2) : unit;
   return *unit < 0xDC00 && low >= 0xDC00 && low <= 0xDFFF ? 2 * length : 0;
@@ -190,54 +189,54 @@ std::size_t escapeLength(std::string_view text) {
 /// Hides all valid escapes, and writes each escaped slash as a slash: the desktop app's writer
 /// escapes all of them, and a screenshot in base64 is full of them. It does not check whether a
 /// backslash is inside a string: outside strings neither form is valid, so no invalid text becomes
-/// valid. The parser finds what is wrong with other escapes. Returns whether any is hidden.
+/// valid. Other escapes stay, for the parser to report. Returns whether any is hidden.
 bool hideEscapes(Bytes& bytes) {
-  std::string_view left = viewOf(bytes);
+  const char* from = bytes.data();
+  const char* const end = from + bytes.size();
   char* to = bytes.data();
   bool found = false;
   const auto take = [&](std::size_t count) {
     // Up to the first slash everything is already in its place.
-    if (to != left.data()) std::memmove(to, left.data(), count);
+    if (to != from) std::memmove(to, from, count);
     to += count;
-    left.remove_prefix(count);
+    from += count;
   };
-  while (!left.empty()) {
+  while (from != end) {
     // Escapes often come in runs, where there is nothing to search for.
-    if (left.front() != '\\') take(std::min(left.find('\\'), left.size()));
-    if (left.starts_with("\\/")) {
-      left.remove_prefix(1);
-      take(1);
+    if (*from != '\\') {
+      const std::string_view left(from, static_cast<std::size_t>(end - from));
+      take(std::min(left.find('\\'), left.size()));
       continue;
     }
-    const std::size_t length = escapeLength(left);
-    char* const escape = to;
-    take(std::min<std::size_t>(std::max<std::size_t>(length, 2), left.size()));
-    if (length == 0) continue;
-    found = true;
-    escape[0] = hiddenBackslash;
-    if (escape[1] == '"') escape[1] = hiddenQuote;
-    if (escape[1] == '\\') escape[1] = hiddenSecondBackslash;
-    if (length > 6) escape[6] = hiddenBackslash;
+    if (end - from == 1) {
+      take(1);
+    } else if (const char letter = hiddenLetters[static_cast<unsigned char>(from[1])]) {
+      *to++ = hiddenBackslash;
+      *to++ = letter;
+      from += 2;
+      found = true;
+    } else if (from[1] == '/') {
+      ++from;
+      take(1);
+    } else {
+      const std::size_t length = numericEscapeLength({from, static_cast<std::size_t>(end - from)});
+      char* const escape = to;
+      take(std::max<std::size_t>(length, 2));
+      for (std::size_t i = 0; i < length; i += 6) escape[i] = hiddenBackslash;
+      found = found || length > 0;
+    }
   }
   bytes.shrink(static_cast<std::size_t>(to - bytes.data()));
   return found;
 }
 
-/// Undoes what `hideEscapes` has hidden.
+/// Undoes what `hideEscapes` has hidden. The compiler turns the loop into vector code.
 void showEscapes(Bytes& bytes) {
   char* const end = bytes.data() + bytes.size();
-  for (char* at = bytes.data(); at != end;) {
-    if (*at != hiddenBackslash) {
-      at = static_cast<char*>(std::memchr(at, hiddenBackslash, static_cast<std::size_t>(end - at)));
-      if (at == nullptr) return;
-    }
-    *at++ = '\\';
-    if (*at == hiddenQuote)
-      *at++ = '"';
-    else if (*at == hiddenSecondBackslash)
-      *at++ = '\\';
-    else
-      ++at;
+  for (char* at = bytes.data(); at != end; ++at) {
+    const char c = *at;
+    const char backslashOrSame = c == hiddenBackslash || c == hiddenSecondBackslash ? '\\' : c;
+    *at = c == hiddenQuote ? '"' : backslashOrSame;
   }
 }
 

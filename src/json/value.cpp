@@ -97,19 +97,10 @@ std::string decodedString(std::string_view text) {
 }
 
 /// Whether `raw` may have more than `count` characters once it is decoded. A byte is at most one
-/// character, and so is an escape.
+/// character, and so is an escape, which has at least two bytes and at most two backslashes.
 bool mayHaveMoreCharactersThan(std::string_view raw, std::size_t count) {
-  std::size_t most = raw.size();
-  std::size_t at = 0;
-  while (most > count && (at = raw.find('\\', at)) != std::string_view::npos) {
-    // Escapes often come in runs, where there is nothing to search for.
-    while (most > count && at < raw.size() && raw[at] == '\\') {
-      const std::size_t length = raw[at + 1] == 'u' ? 6 : 2;
-      at += length;
-      most -= length - 1;
-    }
-  }
-  return most > count;
+  const auto backslashes = static_cast<std::size_t>(std::ranges::count(raw, '\\'));
+  return raw.size() - backslashes / 2 > count;
 }
 
 /// Whether the string at a token is `text`. Copies it only if it has escapes.

@@ -114,7 +114,7 @@ struct JsonField {
 };
 
 /// The value as JSON text for a human reader: one member per line, two spaces per level, keys
-/// sorted by their bytes and each once. Throws `std::bad_alloc`.
+/// sorted by their bytes and each once.
 [[nodiscard]] std::string indentedJson(const JsonValue& value);
 
 }  // namespace quillmere

@@ -132,7 +132,7 @@ void validatePromptArguments(const Prompt& prompt, const JsonObject& arguments) 
     // Null passes, even for a required argument: it asks for the fallback.
     if (!value || value->isNull()) continue;
     if (!text) throw errors::notAString(argument.name);
-    if (hasMoreCharactersThan(text->view(), maxArgumentCharacters)) {
+    if (text->hasMoreCharactersThan(maxArgumentCharacters)) {
       throw errors::tooLong(argument.name);
     }
   }

@@ -70,7 +70,8 @@ void growBlock(MemoryBlock& block, std::size_t bytes) {
   void* const start = std::aligned_alloc(largePageBytes, pages * largePageBytes);
   if (start == nullptr) throw std::bad_alloc();
 #ifdef __linux__
-  // Use a large last page only if more than half of it is needed.
+  // Use a large page for the last part only if it needs more than half of it, and for a block of
+  // one page anyway.
   const std::size_t full = std::max<std::size_t>((bytes + largePageBytes / 2) / largePageBytes, 1);
   static_cast<void>(::madvise(start, full * largePageBytes, MADV_HUGEPAGE));
 #endif

@@ -69,7 +69,7 @@ class XmlReader {
     refuseDeclarations();
 
     const auto status = XML_Parse(parser, data.data(), static_cast<int>(data.size()), XML_TRUE);
-    if (isOutOfMemory || XML_GetErrorCode(parser) == XML_ERROR_NO_MEMORY) throw std::bad_alloc();
+    if (XML_GetErrorCode(parser) == XML_ERROR_NO_MEMORY) throw std::bad_alloc();
     return status == XML_STATUS_OK ? std::move(value) : std::nullopt;
   }
 
@@ -133,13 +133,7 @@ class XmlReader {
 
   /// No exception may pass through expat, which is written in C.
   void addText(std::string_view piece) noexcept {
-    if (!isTextKept) return;
-    try {
-      text += piece;
-    } catch (const std::bad_alloc&) {
-      isOutOfMemory = true;
-      refuse();
-    }
+    if (isTextKept) text += piece;
   }
 
   const std::string_view wanted;
@@ -150,7 +144,6 @@ class XmlReader {
   bool hasTop = false;
   bool isKeyNext = true;
   bool isTextKept = false;
-  bool isOutOfMemory = false;
   std::string text;
   std::string key;
   std::optional<std::string> value;

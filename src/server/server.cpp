@@ -47,8 +47,7 @@ void carryOut(InFlightRequest& request, const Method& method, Server& server) {
 
 /// Hands `message`, a request with this id, to a worker that carries it out and responds to it, and
 /// returns at once. The request can be cancelled by its id until its response is out. Throws
-/// `MCPError` -32603 when no thread is available, and `std::bad_alloc`; then no record of the
-/// request remains.
+/// `MCPError` -32603 when no thread is available; then no record of the request remains.
 void dispatchRequest(std::shared_ptr<const JsonDocument> message, JsonValue id,
                      const Method& method, Server& server) {
   const auto request = std::make_shared<InFlightRequest>(std::move(message), id);

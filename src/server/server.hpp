@@ -9,8 +9,7 @@
 namespace quillmere {
 
 /// What the threads of the one server share. Made once at start and never destroyed: workers may
-/// still use it while the process ends. Any thread may use any part, except the pool, which takes
-/// work from the main thread only.
+/// still use it while the process ends. Any thread may use any part.
 struct Server {
   ServerContext context;
   MessageWriter output;

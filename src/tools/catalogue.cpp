@@ -517,7 +517,7 @@ JsonText merged(const Tool& tool) {
 }
 
 JsonText visibleTools() {
-  // Made once. Never destroyed: workers may use it while the process ends.
+  // Made once; each response refers to it.
   static const auto& list = *new auto(std::make_shared<const std::string>([] {
     JsonText entries = JsonText::array();
     for (const Tool& tool : tools) {
