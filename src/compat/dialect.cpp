@@ -1,5 +1,7 @@
 #include "compat/dialect.hpp"
 
+#include "compat/arguments.hpp"
+#include "compat/failure.hpp"
 #include "compat/names.hpp"
 #include "compat/result.hpp"
 #include "compat/tool_list.hpp"
@@ -25,7 +27,9 @@ constinit const Dialect compatDialect{
     .spelled = compatSpelled,
     .findTool = findCompatTool,
     .listTools = compatTools,
+    .takeArguments = takeCompatArguments,
     .showResult = compatResult,
+    .showFailure = showCompatFailure,
     .ownMethods = ownMethods,
 };
 

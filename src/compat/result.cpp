@@ -1,35 +1,63 @@
 #include "compat/result.hpp"
 
+#include <algorithm>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "compat/names.hpp"
 #include "compat/pictures.hpp"
 #include "json/document.hpp"
 #include "results/tool_result.hpp"
 
 namespace quillmere {
 
+namespace {
+
+/// What the app says of tools, where that changes with the names that the client knows. What we
+/// added to the response has them already, and may quote what the phone says.
+std::vector<JsonText::Replacement> respelledStrings(const GuidedResponse& guided,
+                                                    const JsonObject& response) {
+  std::vector<JsonText::Replacement> respelled;
+  const auto add = [&](const std::optional<JsonValue>& value) {
+    const auto string = value ? value->asString() : std::nullopt;
+    if (!string) return;
+    std::string by = compatSpelled(string->view());
+    if (by != string->view()) respelled.push_back({*value, std::move(by)});
+  };
+  if (const auto error = response.findObject("error")) add(error->find("message"));
+  if (const auto next = response.findObject("nextRecommendedTool")) add(next->find("name"));
+  if (const auto own = guided.ownWarnings()) {
+    auto warning = response.findArray("warnings")->begin();
+    for (std::size_t i = 0; i < own->size(); ++i, ++warning) add(*warning);
+  }
+  return respelled;
+}
+
+}  // namespace
+
 JsonText compatResult(const GuidedResponse& guided) {
   JsonText content = JsonText::array();
   content.add(
       JsonText{{"type", "text"},
-               {"text", summaryLines(guided) +
+               {"text", summaryLines(guided, compatSpelled) +
                             "\nThe full result is the next item of this content, as JSON text."}});
 
   // What was added to the response has a place in a document only after it was written and read.
   const auto written = guided.isChanged() ? parseJson(structuredContent(guided).str()) : nullptr;
   const JsonValue value = written == nullptr ? guided.appResponse.asValue() : written->root();
 
+  std::vector<JsonText::Replacement> replaced = respelledStrings(guided, value.asObject().value());
   // Items count from 1: the summary and this text are the first two.
-  constexpr std::size_t firstPictureItem = 3;
+  std::size_t item = 3;
   const std::vector<Picture> pictures = picturesIn(value);
-  std::vector<JsonText::Replacement> notes;
   for (const Picture& picture : pictures) {
-    const std::size_t item = firstPictureItem + notes.size();
-    notes.push_back({picture.base64, "picture: item " + std::to_string(item) + " of this content"});
+    replaced.push_back(
+        {picture.base64, "picture: item " + std::to_string(item++) + " of this content"});
   }
-  content.add(JsonText{{"type", "text"}, {"text", JsonText::quoted(value, notes)}});
+  std::ranges::sort(replaced, {}, [](const auto& each) { return each.string.place(); });
+  content.add(JsonText{{"type", "text"}, {"text", JsonText::quoted(value, replaced)}});
   for (const auto& [base64, mimeType] : pictures) {
     content.add(JsonText{{"type", "image"}, {"data", base64}, {"mimeType", mimeType}});
   }

@@ -1,11 +1,14 @@
 // How a program presents itself to its client. Everything else is the same in both programs.
 #pragma once
 
+#include <optional>
 #include <span>
 #include <string_view>
 
 #include "json/writer.hpp"
+#include "protocol/mcp_error.hpp"
 #include "results/guidance.hpp"
+#include "tools/arguments.hpp"
 #include "tools/catalogue.hpp"
 
 namespace quillmere {
@@ -23,8 +26,15 @@ struct Dialect {
   /// The entries of `tools/list`, an array.
   JsonText (*listTools)();
 
+  /// A call's arguments as they are to be checked and sent.
+  NormalizedArguments (*takeArguments)(const Tool& tool, const JsonObject& arguments);
+
   /// The `result` of a tool call.
   JsonText (*showResult)(const GuidedResponse& guided);
+
+  /// The `result` of a call of `tool` that failed before the app could respond, or nothing if the
+  /// failure goes out as an error.
+  std::optional<JsonText> (*showFailure)(const Tool& tool, const MCPError& failure);
 
   /// Methods that only this program has.
   std::span<const Method> ownMethods = {};

@@ -1,5 +1,6 @@
 // A tool call from its parameters to its result. A fault in the call itself is found before we look
 // for the app, and is an error. If the app refuses the call, that is a result, which the AI reads.
+#include <new>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -29,6 +30,24 @@ ToolArguments toolArguments(const JsonObject& params) {
   return {std::string(name->view()), *arguments->asObject()};
 }
 
+JsonText carryOut(const Tool& tool, const JsonObject& rawArguments, const RequestContext& context) {
+  const Dialect& dialect = context.server.dialect;
+  // We do not use `rewritten`, but `arguments` may refer to its bytes.
+  const auto [arguments, rewritten] = dialect.takeArguments(tool, rawArguments);
+  validateSchemaArguments(tool, dialect.spelled(tool.name), arguments);
+  if (tool.toolToCommand.empty()) {
+    const auto topic = arguments.findString("topic");
+    // Parsed like an app response, since results are made from a parsed response.
+    const auto help = parseJson(
+        dialect.spelled(helpPayload(topic ? std::optional(topic->view()) : std::nullopt).str()));
+    return dialect.showResult(help->object());
+  }
+
+  const auto appResponse = callAppControl(tool.toolToCommand, arguments, *context.inFlight);
+  return dialect.showResult(
+      addGuidance(tool.name, arguments, appResponse->object(), dialect.spelled));
+}
+
 }  // namespace
 
 MethodResult listTools(const JsonObject& /*params*/, const RequestContext& context) {
@@ -40,20 +59,15 @@ MethodResult callTool(const JsonObject& params, const RequestContext& context) {
   const auto [name, rawArguments] = toolArguments(params);
   const Tool* tool = dialect.findTool(name);
   if (tool == nullptr) throw errors::unknownTool(name);
-  // We do not use `rewritten`, but `arguments` may refer to its bytes.
-  const auto [arguments, rewritten] = normalizeToolArguments(tool->name, rawArguments);
-  validateSchemaArguments(*tool, dialect.spelled(tool->name), arguments);
-  if (tool->toolToCommand.empty()) {
-    const auto topic = arguments.findString("topic");
-    // Parsed like an app response, since results are made from a parsed response.
-    const auto help = parseJson(
-        dialect.spelled(helpPayload(topic ? std::optional(topic->view()) : std::nullopt).str()));
-    return dialect.showResult(help->object());
+  try {
+    return carryOut(*tool, rawArguments, context);
+  } catch (const std::bad_alloc&) {
+    throw;
+  } catch (...) {
+    if (context.inFlight->isCancelled()) throw;
+    if (auto shown = dialect.showFailure(*tool, currentFailure())) return shown;
+    throw;
   }
-
-  const auto appResponse = callAppControl(tool->toolToCommand, arguments, *context.inFlight);
-  return dialect.showResult(
-      addGuidance(tool->name, arguments, appResponse->object(), dialect.spelled));
 }
 
 }  // namespace quillmere

@@ -33,6 +33,11 @@ struct GuidedResponse {
 /// Replaces the catalogue's tool names in a text of ours with the names that the client knows.
 using Spelling = std::string (*)(std::string_view text);
 
+/// For a client that knows tools by the catalogue's names: `text` as it is.
+[[nodiscard]] inline std::string catalogueSpelling(std::string_view text) {
+  return std::string(text);
+}
+
 /// The app response to the tool `name` called with `arguments`, plus a warning that says what to do
 /// next and, for the list of sessions, the recommended next tool. Responses of other tools and
 /// failures stay unchanged. Pure; cannot fail.

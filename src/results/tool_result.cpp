@@ -27,9 +27,10 @@ class Summary {
     text += value;
   }
 
-  void addText(std::string_view label, const JsonObject& object, std::string_view key) {
+  void addText(std::string_view label, const JsonObject& object, std::string_view key,
+               Spelling spelled = catalogueSpelling) {
     const auto value = object.findString(key);
-    if (value && !value->view().empty()) addLine(label, value->view());
+    if (value && !value->view().empty()) addLine(label, spelled(value->view()));
   }
 
   void addBoolean(std::string_view label, const JsonObject& object, std::string_view key) {
@@ -49,14 +50,14 @@ class Summary {
   std::string text;
 };
 
-void addOutcome(Summary& summary, const JsonObject& appResponse) {
+void addOutcome(Summary& summary, const JsonObject& appResponse, Spelling spelled) {
   const auto ok = appResponse.findBoolean("ok");
   if (!ok) return;
   if (*ok) return summary.addLine("Quillmere tool call succeeded.");
   const auto error = appResponse.findObject("error");
   const auto message = error ? error->findString("message") : std::nullopt;
   if (message && !message->view().empty()) {
-    summary.addLine("Quillmere tool call failed: ", message->view());
+    summary.addLine("Quillmere tool call failed: ", spelled(message->view()));
   } else {
     summary.addLine("Quillmere tool call failed.");
   }
@@ -69,14 +70,14 @@ void addVisiblePackage(Summary& summary, const JsonObject& visibleState) {
                   isTopKnown ? "uiTopPackageName" : "sessionAppPackageName");
 }
 
-void addWarnings(Summary& summary, const GuidedResponse& guided) {
+void addWarnings(Summary& summary, const GuidedResponse& guided, Spelling spelled) {
   std::size_t count = 0;
   const auto addWarning = [&](std::string_view warning) {
     // An empty one counts as shown, but adds no line.
     if (count++ < shownWarnings && !warning.empty()) summary.addLine("warning: ", warning);
   };
   if (const auto own = guided.ownWarnings()) {
-    for (const JsonValue& warning : *own) addWarning(warning.asString()->view());
+    for (const JsonValue& warning : *own) addWarning(spelled(warning.asString()->view()));
   }
   if (guided.addedWarning) addWarning(*guided.addedWarning);
   if (count > shownWarnings) summary.addLine("warningCount: ", std::to_string(count));
@@ -115,10 +116,10 @@ JsonText structuredContent(const GuidedResponse& guided) {
   return content;
 }
 
-std::string summaryLines(const GuidedResponse& guided) {
+std::string summaryLines(const GuidedResponse& guided, Spelling spelled) {
   const JsonObject& appResponse = guided.appResponse;
   Summary summary;
-  addOutcome(summary, appResponse);
+  addOutcome(summary, appResponse, spelled);
   for (const std::string_view list : countedLists) {
     if (const auto elements = appResponse.findArray(list)) {
       summary.addLine(std::string(list) + ": ", std::to_string(elements->size()));
@@ -136,11 +137,11 @@ std::string summaryLines(const GuidedResponse& guided) {
     summary.addInteger("uiNodesReturned: ", *uiState, "returned");
     summary.addBoolean("uiTruncated: ", *uiState, "truncated");
   }
-  addWarnings(summary, guided);
+  addWarnings(summary, guided, spelled);
   if (guided.nextRecommendedTool) {
     summary.addLine("nextRecommendedTool: ", guided.nextRecommendedTool->name);
   } else if (const auto next = appResponse.findObject("nextRecommendedTool")) {
-    summary.addText("nextRecommendedTool: ", *next, "name");
+    summary.addText("nextRecommendedTool: ", *next, "name", spelled);
   }
   summary.addText("auditId: ", appResponse, "auditId");
   if (summary.empty()) summary.addLine("Quillmere returned structured tool data.");
@@ -148,7 +149,8 @@ std::string summaryLines(const GuidedResponse& guided) {
 }
 
 std::string summarizeToolPayload(const GuidedResponse& guided) {
-  return summaryLines(guided) + "\nFull result is available in structuredContent.";
+  return summaryLines(guided, catalogueSpelling) +
+         "\nFull result is available in structuredContent.";
 }
 
 JsonText toolResult(const GuidedResponse& guided) {

@@ -18,8 +18,9 @@ namespace quillmere {
 
 // Parts of it, for other ways to show a response. All are pure and cannot fail.
 
-/// The summary without its last line; never empty.
-[[nodiscard]] std::string summaryLines(const GuidedResponse& guided);
+/// The summary without its last line; never empty. `spelled` gives what the app says of tools the
+/// names that the client knows.
+[[nodiscard]] std::string summaryLines(const GuidedResponse& guided, Spelling spelled);
 
 /// The response with our additions, as JSON; the original bytes if there are none.
 [[nodiscard]] JsonText structuredContent(const GuidedResponse& guided);

@@ -445,24 +445,6 @@ std::string_view schemaName(ArgumentType type) {
   return "number";
 }
 
-JsonText propertySchema(const Property& property) {
-  JsonText schema = JsonText::object();
-  schema.set("type", schemaName(property.type));
-  if (!property.description.empty()) schema.set("description", property.description);
-  if (property.minLength) schema.set("minLength", *property.minLength);
-  if (property.maxLength) schema.set("maxLength", *property.maxLength);
-  if (property.minimum) schema.set("minimum", *property.minimum);
-  if (property.maximum) schema.set("maximum", *property.maximum);
-  if (const bool* flag = std::get_if<bool>(&property.defaultValue)) schema.set("default", *flag);
-  if (const auto* whole = std::get_if<std::int64_t>(&property.defaultValue))
-    schema.set("default", *whole);
-  if (const auto* string = std::get_if<std::string_view>(&property.defaultValue))
-    schema.set("default", *string);
-  if (!property.allowed.empty()) schema.set("enum", JsonText::arrayOf(property.allowed));
-  if (!property.examples.empty()) schema.set("examples", JsonText::arrayOf(property.examples));
-  return schema;
-}
-
 /// Requires that a session or a device is given.
 JsonText sessionTargetAnyOf() {
   JsonText anyOf = JsonText::array();
@@ -508,11 +490,35 @@ const Property* findProperty(const Tool& tool, std::string_view name) {
   return found;
 }
 
+std::vector<Property> propertiesOf(const Tool& tool) {
+  std::vector<Property> properties;
+  forEachProperty(tool, [&](const Property& property) { properties.push_back(property); });
+  return properties;
+}
+
+JsonText propertySchema(const Property& property) {
+  JsonText schema = JsonText::object();
+  schema.set("type", schemaName(property.type));
+  if (!property.description.empty()) schema.set("description", property.description);
+  if (property.minLength) schema.set("minLength", *property.minLength);
+  if (property.maxLength) schema.set("maxLength", *property.maxLength);
+  if (property.minimum) schema.set("minimum", *property.minimum);
+  if (property.maximum) schema.set("maximum", *property.maximum);
+  if (const bool* flag = std::get_if<bool>(&property.defaultValue)) schema.set("default", *flag);
+  if (const auto* whole = std::get_if<std::int64_t>(&property.defaultValue))
+    schema.set("default", *whole);
+  if (const auto* string = std::get_if<std::string_view>(&property.defaultValue))
+    schema.set("default", *string);
+  if (!property.allowed.empty()) schema.set("enum", JsonText::arrayOf(property.allowed));
+  if (!property.examples.empty()) schema.set("examples", JsonText::arrayOf(property.examples));
+  return schema;
+}
+
 JsonText merged(const Tool& tool) {
   JsonText properties = JsonText::object();
-  forEachProperty(tool, [&](const Property& property) {
+  for (const Property& property : propertiesOf(tool)) {
     properties.set(property.name, propertySchema(property));
-  });
+  }
   return properties;
 }
 

@@ -7,6 +7,7 @@
 #include <span>
 #include <string_view>
 #include <variant>
+#include <vector>
 
 #include "json/writer.hpp"
 
@@ -101,8 +102,13 @@ struct Tool {
 /// The argument of exactly this name, shared or the tool's own, or null.
 [[nodiscard]] const Property* findProperty(const Tool& tool, std::string_view name);
 
-/// The member `properties` of the tool's schema: the shared arguments of its fragments and its own
-/// ones, merged into one object.
+/// The shared arguments of the tool's fragments and its own ones, in the order of its schema.
+[[nodiscard]] std::vector<Property> propertiesOf(const Tool& tool);
+
+/// The schema of one argument.
+[[nodiscard]] JsonText propertySchema(const Property& property);
+
+/// The member `properties` of the tool's schema: all of `propertiesOf`, merged into one object.
 [[nodiscard]] JsonText merged(const Tool& tool);
 
 /// The entries of `tools/list`, an array: each tool that is not hidden, with its JSON Schema.
