@@ -13,10 +13,10 @@
 #include <vector>
 
 #include "demo/client.hpp"
+#include "platform/base64.hpp"
 #include "platform/process.hpp"
 #include "platform/standard_streams.hpp"
 #include "protocol/server_info.hpp"
-#include "simulator/base64.hpp"
 
 namespace {
 
@@ -255,7 +255,7 @@ void keepScreenshot(DemoClient& ai, const std::string& sessionId, const std::str
   ai.step("Look at the final screen");
   const Answer answer =
       ai.call("quillmere.screen.observe", {{"sessionId", sessionId}, {"includeImage", true}});
-  const auto png = simulator::bytesOfBase64(textIn(objectIn(answer.object, "image"), "base64"));
+  const auto png = bytesOfBase64(textIn(objectIn(answer.object, "image"), "base64"));
   expect(png && png->starts_with("\x89PNG"), "the response should hold a PNG");
   std::ofstream file(path, std::ios::binary);
   file << *png << std::flush;

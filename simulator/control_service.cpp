@@ -14,9 +14,9 @@
 
 #include "control/control_frame.hpp"
 #include "json/document.hpp"
+#include "platform/base64.hpp"
 #include "platform/buffer.hpp"
 #include "platform/standard_streams.hpp"
-#include "simulator/base64.hpp"
 #include "simulator/drawing.hpp"
 
 namespace quillmere::simulator {

@@ -3,11 +3,13 @@
 #include "compat/pictures.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
 
 #include "json/document.hpp"
+#include "platform/base64.hpp"
 
 namespace quillmere {
 
@@ -33,19 +35,9 @@ constexpr std::size_t longestSignature = 12;
 
 /// What the first characters of base64 encode, as many as a signature may have.
 std::string beginning(std::string_view base64) {
-  std::string bytes;
-  std::uint32_t bits = 0;
-  unsigned count = 0;
-  for (const char c : base64.substr(0, longestSignature / 3 * 4)) {
-    const std::size_t value = alphabet.find(c);
-    if (value == std::string_view::npos) break;
-    bits = bits << 6U | static_cast<std::uint32_t>(value);
-    count += 6;
-    if (count < 8) continue;
-    count -= 8;
-    bytes += static_cast<char>(static_cast<unsigned char>(bits >> count));
-  }
-  return bytes;
+  std::array<unsigned char, longestSignature> bytes{};
+  const std::size_t count = Base64Reader(base64).read(bytes);
+  return {bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(count)};
 }
 
 /// Whether a signature may begin with this character of base64, or with an escape that stands for
