@@ -1,4 +1,4 @@
-# The libraries of src/platform and src/json. We link them statically: a shared library costs start-up time in
+# The libraries of src/platform, src/json and src/pictures. We link them statically: a shared library costs start-up time in
 # a program that starts once per AI client.
 find_package(Threads REQUIRED)
 if(QUILLMERE_BUILD_LIBRARIES)
@@ -19,6 +19,19 @@ add_library(quillmere_utf8proc INTERFACE)
 target_include_directories(quillmere_utf8proc SYSTEM INTERFACE ${UTF8PROC_INCLUDE_DIR})
 target_compile_definitions(quillmere_utf8proc INTERFACE UTF8PROC_STATIC)
 target_link_libraries(quillmere_utf8proc INTERFACE ${UTF8PROC_LIBRARY})
+
+find_path(PNG_INCLUDE_DIR png.h REQUIRED)
+find_library(PNG_LIBRARY NAMES libpng16.a libpng.a png REQUIRED)
+find_library(Z_LIBRARY NAMES libz.a z REQUIRED)
+add_library(quillmere_png INTERFACE)
+target_include_directories(quillmere_png SYSTEM INTERFACE ${PNG_INCLUDE_DIR})
+target_link_libraries(quillmere_png INTERFACE ${PNG_LIBRARY} ${Z_LIBRARY} $<$<PLATFORM_ID:Linux>:m>)
+
+find_path(JPEG_INCLUDE_DIR jpeglib.h REQUIRED)
+find_library(JPEG_LIBRARY NAMES libjpeg.a jpeg REQUIRED)
+add_library(quillmere_jpeg INTERFACE)
+target_include_directories(quillmere_jpeg SYSTEM INTERFACE ${JPEG_INCLUDE_DIR})
+target_link_libraries(quillmere_jpeg INTERFACE ${JPEG_LIBRARY})
 
 add_library(quillmere_property_lists INTERFACE)
 add_library(quillmere_user_folders INTERFACE)

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "compat/names.hpp"
-#include "compat/pictures.hpp"
+#include "compat/picture_items.hpp"
 #include "json/document.hpp"
 #include "results/tool_result.hpp"
 
@@ -35,6 +35,14 @@ std::vector<JsonText::Replacement> respelledStrings(const GuidedResponse& guided
   return respelled;
 }
 
+/// The text of `value`, with `respelled` and a note in each picture's place.
+JsonText quotedWith(std::vector<JsonText::Replacement> respelled, const JsonValue& value,
+                    const std::vector<PictureItem>& pictures) {
+  for (const PictureItem& picture : pictures) respelled.push_back(picture.note());
+  std::ranges::sort(respelled, {}, [](const auto& each) { return each.string.place(); });
+  return JsonText::quoted(value, respelled);
+}
+
 }  // namespace
 
 JsonText compatResult(const GuidedResponse& guided) {
@@ -48,19 +56,16 @@ JsonText compatResult(const GuidedResponse& guided) {
   const auto written = guided.isChanged() ? parseJson(structuredContent(guided).str()) : nullptr;
   const JsonValue value = written == nullptr ? guided.appResponse.asValue() : written->root();
 
-  std::vector<JsonText::Replacement> replaced = respelledStrings(guided, value.asObject().value());
+  const auto respelled = respelledStrings(guided, value.asObject().value());
   // Items count from 1: the summary and this text are the first two.
-  std::size_t item = 3;
-  const std::vector<Picture> pictures = picturesIn(value);
-  for (const Picture& picture : pictures) {
-    replaced.push_back(
-        {picture.base64, "picture: item " + std::to_string(item++) + " of this content"});
+  constexpr std::size_t firstPictureItem = 3;
+  std::vector<PictureItem> pictures = pictureItems(value, firstPictureItem);
+  JsonText text = quotedWith(respelled, value, pictures);
+  if (fitPictures(pictures, content.size() + text.size())) {
+    text = quotedWith(respelled, value, pictures);
   }
-  std::ranges::sort(replaced, {}, [](const auto& each) { return each.string.place(); });
-  content.add(JsonText{{"type", "text"}, {"text", JsonText::quoted(value, replaced)}});
-  for (const auto& [base64, mimeType] : pictures) {
-    content.add(JsonText{{"type", "image"}, {"data", base64}, {"mimeType", mimeType}});
-  }
+  content.add(JsonText{{"type", "text"}, {"text", std::move(text)}});
+  for (const PictureItem& picture : pictures) content.add(picture.json());
   return JsonText{{"content", std::move(content)}, {"isError", isFailure(guided)}};
 }
 
