@@ -91,9 +91,12 @@ JsonText deviceJson(const MirroredDevice& each) {
 }
 
 JsonText sessionJson(const MirroredDevice& each) {
-  return {{"sessionId", each.sessionId},  {"deviceSerial", each.device->serial},
-          {"sessionKind", "phoneScreen"}, {"displayId", 0},
-          {"width", mirror.width},        {"height", mirror.height}};
+  return {{"sessionId", each.sessionId},
+          {"deviceSerial", each.device->serial},
+          {"sessionKind", "phoneScreen"},
+          {"displayId", 0},
+          {"width", mirror.width * each.phone.scale},
+          {"height", mirror.height * each.phone.scale}};
 }
 
 JsonText sessionsJson(const World& world, const std::string& serial) {
@@ -203,17 +206,23 @@ Turn observeScreen(Context& context) {
   return turn;
 }
 
+/// A place on the phone's screen, in pixels of `mirror`.
+double place(const Context& context, std::string_view key, int end) {
+  const int scale = context.target->phone.scale;
+  return coordinate(context.request(), key, end * scale) / scale;
+}
+
 Turn tap(Context& context) {
-  const double x = coordinate(context.request(), "x", mirror.width);
-  const double y = coordinate(context.request(), "y", mirror.height);
+  const double x = place(context, "x", mirror.width);
+  const double y = place(context, "y", mirror.height);
   return acted(context, touchAt(context.target->phone, x, y, context.now));
 }
 
 Turn swipeScreen(Context& context) {
-  const double startX = coordinate(context.request(), "startX", mirror.width);
-  const double startY = coordinate(context.request(), "startY", mirror.height);
-  const double endX = coordinate(context.request(), "endX", mirror.width);
-  const double endY = coordinate(context.request(), "endY", mirror.height);
+  const double startX = place(context, "startX", mirror.width);
+  const double startY = place(context, "startY", mirror.height);
+  const double endX = place(context, "endX", mirror.width);
+  const double endY = place(context, "endY", mirror.height);
   return acted(context, swipe(context.target->phone, startX, startY, endX, endY, context.now));
 }
 
@@ -485,10 +494,10 @@ JsonText finished(World& world, const JsonObject& request, bool ok, const JsonTe
 
 }  // namespace
 
-World makeWorld() {
+World makeWorld(int scale) {
   World world;
   for (const Device& device : allDevices()) {
-    world.devices.push_back({.device = &device, .phone = makePhone()});
+    world.devices.push_back({.device = &device, .phone = makePhone(scale)});
   }
   return world;
 }

@@ -35,7 +35,8 @@ struct World {
   std::int64_t givenAnswers = 0;
 };
 
-[[nodiscard]] World makeWorld();
+/// Its phones have screens of `scale` times `mirror`.
+[[nodiscard]] World makeWorld(int scale = 1);
 
 /// A request on its way through the rules. Keep it and the request's document from turn to turn.
 struct Call {

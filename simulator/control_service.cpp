@@ -96,15 +96,15 @@ std::string outcomeOf(const JsonText& text) {
 
 JsonText imageJson(const View& view) {
   return {{"mimeType", "image/png"},
-          {"width", mirror.width},
-          {"height", mirror.height},
+          {"width", mirror.width * view.scale},
+          {"height", mirror.height * view.scale},
           {"base64", base64(pngOf(view))}};
 }
 
 }  // namespace
 
-ControlService::ControlService(Faults wantedFaults, bool quiet)
-    : faults(std::move(wantedFaults)), isQuiet(quiet) {}
+ControlService::ControlService(const SimulatorOptions& options)
+    : faults(options.faults), isQuiet(options.isQuiet), _world(makeWorld(options.scale)) {}
 
 void ControlService::serve(const UnixListener& listener) {
   while (auto accepted = listener.accept()) {

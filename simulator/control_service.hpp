@@ -21,8 +21,8 @@ namespace quillmere::simulator {
 /// Must live until the process ends, since nobody waits for its threads.
 class ControlService {
  public:
-  /// Writes a line for each call to standard error unless `quiet`.
-  ControlService(Faults wantedFaults, bool isQuiet);
+  /// Writes a line for each call to standard error unless the options say `isQuiet`.
+  explicit ControlService(const SimulatorOptions& options);
 
   /// Answers every connection until the listener is stopped. Calls may still be running then.
   void serve(const UnixListener& listener);
@@ -42,7 +42,7 @@ class ControlService {
   WorkerPool workers;
   std::mutex logLock;
   std::mutex worldLock;
-  World _world = makeWorld();
+  World _world;
 };
 
 }  // namespace quillmere::simulator

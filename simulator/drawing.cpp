@@ -33,10 +33,12 @@ constexpr int titleBarHeight = 56;
 
 class Canvas {
  public:
-  Canvas()
-      : surface(cairo_image_surface_create(CAIRO_FORMAT_RGB24, mirror.width, mirror.height),
+  explicit Canvas(int scale)
+      : surface(cairo_image_surface_create(CAIRO_FORMAT_RGB24, mirror.width * scale,
+                                           mirror.height * scale),
                 cairo_surface_destroy),
         context(cairo_create(surface.get()), cairo_destroy) {
+    cairo_scale(context.get(), scale, scale);
     use(background);
     cairo_paint(context.get());
   }
@@ -183,7 +185,7 @@ void draw(Canvas& canvas, const VisibleNode& node) {
 }  // namespace
 
 std::string pngOf(const View& view) {
-  Canvas canvas;
+  Canvas canvas(view.scale);
   const Bounds titleBar = {0, 0, mirror.width, titleBarHeight};
   canvas.box(titleBar, ink, 0);
   canvas.text(titleBar, std::string(view.title), paper, 20);

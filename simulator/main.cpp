@@ -43,8 +43,9 @@ std::string appSocketPath() {
       candidates, [&](const auto& path) { return path.find(folder) != std::string::npos; });
 }
 
-int writeScreenshot(const std::string& path) {
-  const std::string png = pngOf(viewOf(makePhone(), WorldTime(0)));
+int writeScreenshot(const SimulatorOptions& options) {
+  const std::string& path = options.screenshotFile;
+  const std::string png = pngOf(viewOf(makePhone(options.scale), WorldTime(0)));
   std::ofstream file(path, std::ios::binary);
   file << png << std::flush;
   if (file) return 0;
@@ -71,7 +72,7 @@ int listenAndServe(const SimulatorOptions& options) {
   });
 
   // Never freed: threads may use it until the process is gone.
-  static auto& service = *new ControlService(options.faults, options.isQuiet);
+  static auto& service = *new ControlService(options);
   print(STDOUT_FILENO, "Listening on " + listener.path() + "\n");
   service.serve(listener);
   // Only the ender stops the listener, so it must finish before the listener is destroyed.
@@ -81,7 +82,7 @@ int listenAndServe(const SimulatorOptions& options) {
 
 int run(const SimulatorOptions& options) {
   try {
-    if (!options.screenshotFile.empty()) return writeScreenshot(options.screenshotFile);
+    if (!options.screenshotFile.empty()) return writeScreenshot(options);
     return listenAndServe(options);
   } catch (const std::system_error& error) {
     complain(error.code() == std::errc::address_in_use

@@ -9,15 +9,17 @@
 namespace quillmere::simulator {
 
 const std::string_view simulatorUsage =
-    "usage: quillmere-desktop-simulator [--socket PATH] [--quiet] [--delay MS] [--drop-after "
-    "BYTES] "
-    "[--fail COMMAND]... [--truncate] [--silence] | --screenshot FILE.png | --help\n";
+    "usage: quillmere-desktop-simulator [--socket PATH] [--quiet] [--screen SIZE] [--delay MS] "
+    "[--drop-after BYTES] [--fail COMMAND]... [--truncate] [--silence] | --screenshot FILE.png | "
+    "--help\n";
 
 const std::string_view simulatorHelp =
     "Stands in for the Quillmere desktop app: two simulated phones behind a control socket.\n"
     "\n"
     "  --socket PATH         Listen at PATH instead of where the server looks for the app.\n"
     "  --quiet               Do not log calls to standard error.\n"
+    "  --screen SIZE         Give the phones 540x1200 pixels, the default, or 1080x2400, like\n"
+    "                        many real ones.\n"
     "  --screenshot FILE.png Write the phone's first screen to FILE.png and exit.\n"
     "  --help                Print this help and exit.\n"
     "\n"
@@ -48,6 +50,19 @@ std::size_t wholeNumber(std::string_view option, std::string_view text, std::siz
   return number;
 }
 
+struct ScreenRow {
+  std::string_view size;
+  int scale;
+};
+
+constexpr ScreenRow screenRows[] = {{"540x1200", 1}, {"1080x2400", 2}};
+
+int scaleOf(std::string_view size) {
+  const auto* row = std::ranges::find(screenRows, size, &ScreenRow::size);
+  if (row == std::end(screenRows)) throw UsageError("--screen takes 540x1200 or 1080x2400.");
+  return row->scale;
+}
+
 struct OptionRow {
   std::string_view name;
   bool takesValue;
@@ -59,6 +74,8 @@ constexpr OptionRow rows[] = {
      [](SimulatorOptions& options, std::string_view value) { options.socketPath = value; }},
     {"--screenshot", true,
      [](SimulatorOptions& options, std::string_view value) { options.screenshotFile = value; }},
+    {"--screen", true,
+     [](SimulatorOptions& options, std::string_view value) { options.scale = scaleOf(value); }},
     {"--quiet", false, [](SimulatorOptions& options, std::string_view) { options.isQuiet = true; }},
     {"--help", false,
      [](SimulatorOptions& options, std::string_view) { options.wantsHelp = true; }},

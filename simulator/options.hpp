@@ -32,6 +32,8 @@ struct SimulatorOptions {
   /// Where to write the first screen before exiting; empty to listen.
   std::string screenshotFile;
   bool isQuiet = false;
+  /// How many times the usual screen the phones have.
+  int scale = 1;
   bool wantsHelp = false;
   Faults faults;
 };

@@ -90,6 +90,7 @@ class ViewBuilder {
   ViewBuilder(const Phone& shown, const Screen& screen) : phone(shown) {
     view.packageName = screen.packageName;
     view.title = screen.title;
+    view.scale = shown.scale;
   }
 
   void add(VisibleNode node) {
@@ -318,8 +319,9 @@ std::string VisibleNode::resourceId() const {
   return row ? std::string(name) + "[" + std::to_string(*row) + "]" : std::string(name);
 }
 
-Phone makePhone() {
+Phone makePhone(int scale) {
   Phone phone;
+  phone.scale = scale;
   for (const auto& [list, items] : initialLists()) {
     auto& content = phone.lists[list];
     for (const std::string_view item : items) content.push_back({.text = std::string(item)});

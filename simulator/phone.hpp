@@ -23,8 +23,11 @@ struct ListItem {
   bool isTicked = false;
 };
 
-/// Everything that can change on a phone. Keys are names of the world's tables.
+/// A phone: how large its screen is, and everything that can change. Keys are names of the world's
+/// tables.
 struct Phone {
+  /// How many of its pixels, in each direction, are one of `mirror`.
+  int scale = 1;
   /// The screens from the home screen on; the last one is shown.
   std::vector<std::string_view> screens = {homeScreen};
   /// The text field that has the input focus; empty for none.
@@ -69,6 +72,8 @@ struct View {
   std::string_view title;
   std::vector<VisibleNode> nodes;
   bool isImeActive = false;
+  /// The phone's.
+  int scale = 1;
   /// The same text for equal views, a different one otherwise.
   std::string signature;
 };
@@ -83,13 +88,13 @@ struct Outcome {
 enum class Direction { up, down, left, right };
 
 /// A phone in its initial state.
-[[nodiscard]] Phone makePhone();
+[[nodiscard]] Phone makePhone(int scale = 1);
 
 [[nodiscard]] View viewOf(const Phone& phone, WorldTime now);
 
 /// Touches a node of the phone's current view.
 Outcome touch(Phone& phone, const VisibleNode& node, WorldTime now);
-/// Touches whatever is at a point of the mirror.
+/// Touches whatever is at a point of `mirror`.
 Outcome touchAt(Phone& phone, double x, double y, WorldTime now);
 /// Moves the list under the start of the swipe by as many lines as the swipe covers.
 Outcome swipe(Phone& phone, double startX, double startY, double endX, double endY, WorldTime now);

@@ -12,16 +12,19 @@ constexpr std::string_view roleNames[] = {"label",    "button",  "toggle",  "tex
                                           "listItem", "webView", "webText", "keyboard"};
 static_assert(std::size(roleNames) == static_cast<std::size_t>(Role::keyboard) + 1);
 
-JsonText boundsJson(const Bounds& bounds) {
-  return {{"x", bounds.x}, {"y", bounds.y}, {"width", bounds.width}, {"height", bounds.height}};
+JsonText boundsJson(const Bounds& bounds, int scale) {
+  return {{"x", bounds.x * scale},
+          {"y", bounds.y * scale},
+          {"width", bounds.width * scale},
+          {"height", bounds.height * scale}};
 }
 
-JsonText nodeJson(const VisibleNode& node) {
+JsonText nodeJson(const VisibleNode& node, int scale) {
   JsonText json{{"nodeId", node.id},
                 {"role", roleNames[static_cast<std::size_t>(node.role)]},
                 {"resourceId", node.resourceId()},
                 {"text", node.text},
-                {"bounds", boundsJson(node.bounds)}};
+                {"bounds", boundsJson(node.bounds, scale)}};
   if (!node.hint.empty()) json.set("hint", node.hint);
   if (node.isClickable) json.set("clickable", true);
   if (node.isEditable()) json.set("editable", true);
@@ -53,7 +56,7 @@ JsonText uiStateOf(const View& view, bool includeNonInteractive, std::size_t max
   std::size_t count = 0;
   for (const VisibleNode& node : view.nodes) {
     if (node.role == Role::webText && !includeNonInteractive) continue;
-    if (count++ < maximumNodes) nodes.add(nodeJson(node));
+    if (count++ < maximumNodes) nodes.add(nodeJson(node, view.scale));
   }
   return {{"packageName", view.packageName},
           {"title", view.title},
@@ -79,9 +82,9 @@ JsonText uiDiffOf(const View& before, const View& after) {
   for (const VisibleNode& node : after.nodes) {
     const VisibleNode* earlier = findNode(before, node.resourceId());
     if (earlier == nullptr) {
-      added.add(nodeJson(node));
+      added.add(nodeJson(node, after.scale));
     } else if (!looksAlike(*earlier, node)) {
-      changed.add(nodeJson(node));
+      changed.add(nodeJson(node, after.scale));
     }
   }
   for (const VisibleNode& node : before.nodes) {

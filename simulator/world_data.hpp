@@ -8,7 +8,7 @@
 
 namespace quillmere::simulator {
 
-/// A rectangle in mirror pixels, the origin at the top left.
+/// A rectangle in pixels of `mirror`, the origin at the top left.
 struct Bounds {
   int x = 0;
   int y = 0;
@@ -16,7 +16,7 @@ struct Bounds {
   int height = 0;
 };
 
-/// Size of every simulated screen.
+/// The screen that all tables are made for. A phone may show it larger, by a whole number.
 inline constexpr Bounds mirror = {0, 0, 540, 1200};
 /// Height of a line of a list.
 inline constexpr int rowHeight = 72;

@@ -3,10 +3,11 @@ _quillmere_desktop_simulator() {
   COMPREPLY=()
   case ${COMP_WORDS[COMP_CWORD - 1]} in
     --socket | --screenshot) mapfile -t COMPREPLY < <(compgen -f -- "$word") ;;
+    --screen) mapfile -t COMPREPLY < <(compgen -W "540x1200 1080x2400" -- "$word") ;;
     --delay | --drop-after | --fail) ;;
     *)
-      mapfile -t COMPREPLY < <(compgen -W "--socket --quiet --screenshot --delay --drop-after --fail
-        --truncate --silence --help -h" -- "$word")
+      mapfile -t COMPREPLY < <(compgen -W "--socket --quiet --screen --screenshot --delay --drop-after
+        --fail --truncate --silence --help -h" -- "$word")
       ;;
   esac
 }
