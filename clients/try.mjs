@@ -59,7 +59,7 @@ async function withClient(calls, options, body, wrap = () => program) {
   const after = [];
   const home = mkdtempSync('/tmp/qm-clients-');
   const env = { HOME: home, PATH: process.env.PATH };
-  const app = spawn(simulator, options, { env });
+  const app = spawn(simulator, ['--screen', '1080x2400', ...options], { env });
   const ended = once(app, 'exit');
   try {
     await once(app.stdout, 'data');

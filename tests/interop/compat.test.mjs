@@ -21,7 +21,7 @@ const models = {
 
 /** Lets a model of this form make its calls through a program, and returns what it saw. */
 async function letCall(t, form, program, calls) {
-  const { home } = await startSimulator(t, simulator);
+  const { home } = await startSimulator(t, simulator, '--screen', '1080x2400');
   const { address, seen } = await startModel(t, 'quillmere', calls);
   const env = { HOME: home, CFFIXED_USER_HOME: home };
   const client = await createMCPClient({
@@ -51,11 +51,12 @@ for (const form of Object.keys(models)) {
     assert.deepEqual(seen.refusals, []);
     assert.match(seen.text, /Call quillmere_devices_list to choose a deviceSerial\./);
     assert.match(seen.text, /resourceId/);
-    assert.match(seen.text, /picture: item 3 of this content/);
+    assert.match(seen.text, /picture: item 3 of this content, 540 x 1200 pixels, .* from 1080 x 2400: multiply .* by 2 /);
     assert.match(seen.text, /staleStateSignature/);
     assert.equal(seen.pictures.length, 1);
     const png = Buffer.from(seen.pictures[0], 'base64');
     assert.equal(png.subarray(0, 8).toString('latin1'), '\x89PNG\r\n\x1a\n');
+    assert.deepEqual([png.readUInt32BE(16), png.readUInt32BE(20)], [540, 1200]);
   });
 }
 
