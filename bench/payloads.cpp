@@ -1,7 +1,12 @@
 #include "bench/payloads.hpp"
 
 #include <charconv>
+#include <cmath>
 #include <cstdint>
+#include <stdexcept>
+
+#include "pictures/png.hpp"
+#include "platform/base64.hpp"
 
 namespace quillmere::bench {
 
@@ -27,6 +32,7 @@ const Kind kinds[] = {
     {"small", [](std::size_t) { return smallPayload(); }},
     {"image", [](std::size_t size) { return imagePayload(size); }},
     {"escaped", [](std::size_t size) { return imagePayload(size, R"(\/)"); }},
+    {"photo", [](std::size_t) { return photoPayload(); }},
     {"article", articlePayload},
     {"nodes", uiPayload},
     {"numbers", numbersPayload},
@@ -64,6 +70,28 @@ std::string imagePayload(std::size_t bytes, std::string_view slash) {
     }
   }
   return payload.append(end);
+}
+
+std::string photoPayload() {
+  // Soft shapes, and the noise that every camera adds.
+  Pixels pixels{.size = {1'080, 2'400}, .bytes = {}};
+  std::uint32_t state = 1;
+  for (unsigned y = 0; y < pixels.size.height; ++y) {
+    for (unsigned x = 0; x < pixels.size.width; ++x) {
+      for (unsigned channel = 0; channel < PictureSize::channels; ++channel) {
+        state = state * 1'664'525 + 1'013'904'223;
+        const double shape = 110 + 70 * std::sin(x / (90.0 + 20 * channel) + y / 210.0) +
+                             40 * std::cos(y / 37.0 - x / 150.0);
+        pixels.bytes.push(static_cast<unsigned char>(shape + (state >> 24U) % 16));
+      }
+    }
+  }
+  Bytes file;
+  constexpr std::size_t most = 8 << 20;
+  FileRoom room{.start = reinterpret_cast<unsigned char*>(file.room(most)), .bytes = most};
+  if (!writePng(pixels, room)) throw std::runtime_error("The photo can't be made.");
+  return R"({"ok":true,"image":{"mimeType":"image/png","data":")" +
+         base64({file.data(), room.used}) + "\"}}";
 }
 
 std::string uiPayload(std::size_t nodes) {

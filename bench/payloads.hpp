@@ -18,6 +18,9 @@ namespace quillmere::bench {
 /// as `slash`.
 [[nodiscard]] std::string imagePayload(std::size_t bytes, std::string_view slash = "/");
 
+/// A screenshot of 1080 x 2400 that shows a photo: a PNG of about 5 MB.
+[[nodiscard]] std::string photoPayload();
+
 /// A page of an Android app in Chinese: nodes of 13 members and about 290 bytes.
 [[nodiscard]] std::string uiPayload(std::size_t nodes);
 

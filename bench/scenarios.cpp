@@ -131,6 +131,8 @@ std::chrono::nanoseconds processorTimeOf(pid_t process) {
   return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
 }
 
+/// Of so many calls.
+template <int wantedCalls>
 double processorTime(const Scenario& scenario, Contender& contender, Budget budget) {
   ServerProcess& session = contender.session();
   const auto before = processorTimeOf(session.processID());
@@ -138,7 +140,13 @@ double processorTime(const Scenario& scenario, Contender& contender, Budget budg
   for (const auto end = Clock::now() + budget; Clock::now() < end; ++calls) {
     static_cast<void>(roundTrip(session, scenario.message));
   }
-  return in(scenario, processorTimeOf(session.processID()) - before) * 1000 / calls;
+  return in(scenario, processorTimeOf(session.processID()) - before) * wantedCalls / calls;
+}
+
+/// How many characters the response has.
+double lineLength(const Scenario& scenario, Contender& contender, Budget /*budget*/) {
+  contender.session().send(scenario.message);
+  return static_cast<double>(receiveFrom(contender.session()).size());
 }
 
 /// Of a process of its own that has answered the message so often and then rested. The share is
@@ -256,7 +264,7 @@ std::span<const Scenario> scenarios() {
       {"after 3 s: 20 MB, an image", "ms", roundTripAfterPause, largeCall("image", mb20), ratio(2),
        paused},
       {"cancellation, sent to connection broken", "µs", cancel, {}, ratio(1.25)},
-      {"processor time of 1,000 calls", "ms", processorTime, call, ratio(1.5)},
+      {"processor time of 1,000 calls", "ms", processorTime<1'000>, call, ratio(1.5)},
       {"memory once started (PSS)", "KiB", share, ping, figure(1126), inKib},
       {"memory after 100 calls (PSS)", "KiB", shareAfter100, call, figure(1536), inKib},
       peak("peak growth, 4 MB, an image", "image", mb4),
@@ -281,6 +289,10 @@ std::span<const Scenario> scenarios() {
        compatEverywhere},
       peak("compat: peak growth, 4 MB, an image", "image", mb4, 1.5,
            Scenario::Pair::floorAndCompat),
+      {"compat: photo, 1080 x 2400, processor time", "ms", processorTime<1>,
+       callRequest(1, "photo"), figure(120), compatEverywhere},
+      {"compat: photo, 1080 x 2400, length", "char", lineLength, callRequest(1, "photo"),
+       figure(1'000'000), compatEverywhere},
   };
   return all;
 }
