@@ -38,11 +38,14 @@ export const libraries = {
         async work(signal) {
           for (const { tool, args } of calls) {
             const { name } = tools.find((each) => each.name.replaceAll('.', '_').endsWith(tool));
-            const result = await client.callTool({ name, arguments: args }, undefined, { signal });
-            for (const { text, data } of result.content) {
+            const call = client.callTool({ name, arguments: args }, undefined, { signal });
+            // An error of the protocol is no content.
+            const { content } = await call.catch(() => ({ content: [] }));
+            for (const { text, data } of content) {
               if (data) seen.pictures.push(data);
               else seen.text += text;
             }
+            ++seen.responses;
           }
         },
         close: () => client.close(),
@@ -51,6 +54,7 @@ export const libraries = {
   },
   'ai-anthropic': aiSdk('@ai-sdk/anthropic', ({ createAnthropic }, where) => createAnthropic(where)),
   'ai-openai': aiSdk('@ai-sdk/openai', ({ createOpenAI }, where) => createOpenAI(where)),
+  'ai-openai-chat': aiSdk('@ai-sdk/openai', ({ createOpenAI }, where) => createOpenAI(where).chat),
   'ai-gemini': aiSdk('@ai-sdk/google', ({ createGoogleGenerativeAI }, where) =>
     createGoogleGenerativeAI(where),
   ),

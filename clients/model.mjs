@@ -5,19 +5,27 @@ import { createServer } from 'node:http';
 import { json } from 'node:stream/consumers';
 
 const plainName = /^[a-zA-Z0-9_-]{1,64}$/;
-const longBase64 = /[A-Za-z0-9+/]{100000}/;
+const longBase64 = /[A-Za-z0-9+/]{10240}/;
 const base64Of = (url) => /^data:image\/[a-z]+;base64,(.+)$/.exec(url?.url ?? url)?.[1];
+/** The keywords of a schema that the last form knows; the other forms take any. */
+const schemaSubset = new Set(
+  (
+    'type format title description nullable enum maxItems minItems properties required minProperties ' +
+    'maxProperties minLength maxLength pattern example anyOf propertyOrdering default items minimum maximum'
+  ).split(' '),
+);
 
 /**
  * Each form: the path of its requests, the tools that a request lists, whether an object in it is a call that
- * the model has made, the picture in an object, and a response that calls a tool or, without a call, holds a
- * text; whole and as events.
+ * the model has made or a client's response to one, the picture in an object, and a response that calls a tool
+ * or, without a call, holds a text; whole and as events. `refuses` is what only this form refuses of a request.
  */
 const forms = [
   {
     path: /\/messages$/,
     tools: ({ tools }) => tools.map(({ name, input_schema }) => ({ name, schema: input_schema })),
     isCall: ({ type }) => type === 'tool_use',
+    isResponse: ({ type }) => type === 'tool_result',
     picture: ({ type, source }) => type === 'image' && source?.type === 'base64' && source.data,
     answer(call, id) {
       const block = call
@@ -58,6 +66,7 @@ const forms = [
           : { name, schema: parameters },
       ),
     isCall: ({ type }) => type === 'function_call',
+    isResponse: ({ type }) => type === 'function_call_output',
     picture: ({ type, image_url }) => type === 'input_image' && base64Of(image_url),
     answer(call, id) {
       const item = call
@@ -104,7 +113,12 @@ const forms = [
     tools: ({ tools }) =>
       tools.map((tool) => ({ name: tool.function.name, schema: tool.function.parameters })),
     isCall: (each) => each.function?.arguments !== undefined,
+    isResponse: ({ role }) => role === 'tool',
     picture: ({ type, image_url }) => type === 'image_url' && base64Of(image_url),
+    refuses({ messages }) {
+      const inTools = [...objectsIn(messages.filter(this.isResponse))].filter(this.picture);
+      return inTools.map(() => 'a picture in a tool message');
+    },
     answer(call, id) {
       const name = call?.name;
       const message = call
@@ -150,7 +164,16 @@ const forms = [
         })),
       ),
     isCall: ({ functionCall }) => functionCall,
+    isResponse: ({ functionResponse }) => functionResponse,
     picture: ({ inlineData }) => inlineData?.mimeType?.startsWith('image/') && inlineData.data,
+    refuses: ({ tools }) =>
+      [tools].flat().flatMap(({ functionDeclarations = [] }) =>
+        functionDeclarations.flatMap(({ name, parameters }) =>
+          keywordsIn(parameters)
+            .filter((keyword) => !schemaSubset.has(keyword))
+            .map((keyword) => `${keyword} in the schema of ${name}`),
+        ),
+      ),
     answer: (call, id) => ({
       candidates: [
         {
@@ -174,16 +197,27 @@ function* objectsIn(value) {
   for (const each of Object.values(value)) yield* objectsIn(each);
 }
 
+/** The keywords of a schema, at any depth. Names of properties are none. */
+function keywordsIn(schema) {
+  if (schema === null || typeof schema !== 'object') return [];
+  const { properties = {}, items, anyOf = [] } = schema;
+  const inner = [...Object.values(properties), items, ...anyOf];
+  return [...Object.keys(schema), ...inner.flatMap(keywordsIn)];
+}
+
 /** The parts of a request that the interfaces of model makers would refuse. */
-function refusalsOf(tools, text) {
+function refusalsOf(form, body, { tools, objects, text }) {
   const refusals = longBase64.test(text) ? ['a picture as text'] : [];
+  // Every request is checked, so equal sums mean that each turn had as many responses as calls.
+  const [calls, responses] = [form.isCall, form.isResponse].map((is) => objects.filter(is).length);
+  if (calls !== responses) refusals.push(`${responses} responses to ${calls} calls`);
   for (const { name, schema } of tools) {
     if (!plainName.test(name)) refusals.push(`the name ${name}`);
     for (const key of ['anyOf', 'oneOf', 'allOf']) {
       if (schema?.[key]) refusals.push(`${key} at the top of ${name}`);
     }
   }
-  return refusals;
+  return [...refusals, ...(form.refuses?.(body) ?? [])];
 }
 
 /** The name of a tool with underscores, however the client spells it. */
@@ -201,12 +235,12 @@ function send(response, status, body, events) {
 
 /**
  * Starts a model that makes `calls`, each `{ tool, args }`, one per turn, where `tool` is part of the name of a
- * tool that the request lists. Returns its address and what it has seen: the tools' names, the last request as
- * text without its pictures, those pictures, and what it refused. A client makes a request without any tool of
+ * tool that the request lists. Returns its address and what it has seen: the tools' names, how many calls had
+ * a response, the last request as text without its pictures, those pictures, and what it refused. A client makes a request without any tool of
  * `server` for itself, such as for a title; it gets a plain response and does not count.
  */
 export async function startModel(t, server, calls) {
-  const seen = { names: [], text: '', pictures: [], refusals: [] };
+  const seen = { names: [], responses: 0, text: '', pictures: [], refusals: [] };
   const take = async (request, response) => {
     const { pathname } = new URL(request.url, 'http://model');
     const form = forms.find(({ path }) => path.test(pathname));
@@ -228,9 +262,10 @@ export async function startModel(t, server, calls) {
 
     const objects = [...objectsIn(body)];
     seen.names = tools.filter(isOurs).map(({ name }) => name);
+    seen.responses = objects.filter(form.isResponse).length;
     seen.pictures = objects.map(form.picture).filter(Boolean);
     seen.text = seen.pictures.reduce((text, data) => text.replaceAll(data, ''), JSON.stringify(body));
-    const refusals = refusalsOf(tools, seen.text);
+    const refusals = refusalsOf(form, body, { tools, objects, text: seen.text });
     if (refusals.length) {
       seen.refusals.push(...refusals);
       const error = { type: 'invalid_request_error', message: refusals[0] };

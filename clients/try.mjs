@@ -30,11 +30,14 @@ const task = [
   { tool: 'help', args: { topic: 'workflow' } },
   { tool: 'session_start', args: phone },
   { tool: 'ui_get_state', args: phone },
+  // Without a session or a device. Clients don't notice, so the program refuses it.
+  { tool: 'input_tap', args: { x: 1, y: 1 } },
   { tool: 'screen_observe', args: { ...phone, includeImage: true } },
 ];
 const oneCall = [{ tool: 'devices_list', args: {} }];
 /** The cells of the row that are known so far. */
-const row = { connects: 'no', tools: '–', nodes: '–', picture: '–', cancel: '–', ends: '–' };
+const row = { connects: 'no' };
+for (const cell of ['tools', 'nodes', 'refusal', 'picture', 'cancel', 'ends']) row[cell] = '–';
 
 /** The processes of one trial, which have this home. `file` limits them to one program. */
 function running(home, file) {
@@ -87,21 +90,35 @@ async function tryTask() {
     // For an agent we know this only from the tools that it offers.
     row.connects = name in libraries || seen.names.length ? 'yes' : 'not seen';
     if (client.hasNoModel) row.tools = '–';
-    else if (seen.refusals.length) row.tools = `refused: ${seen.refusals[0]}`;
     else if (!seen.names.length) row.tools = 'none reach the model';
-    else row.tools = 'accepted';
-    if (seen.text && !seen.refusals.length) {
-      row.nodes = /resourceId/.test(seen.text) ? 'yes' : 'no';
-      row.picture = seen.pictures.length ? 'yes' : /iVBORw0KGgo/.test(seen.text) ? 'as text' : 'no';
-    }
+    else if (!seen.refusals.length) row.tools = 'accepted';
+    else row.tools = `${seen.responses ? 'accepted, later ' : ''}refused: ${seen.refusals[0]}`;
+    // A cell stays open if the conversation ended before its call had a response.
+    const tell = (cell, tool, what) => {
+      if (seen.responses > task.findIndex((call) => call.tool === tool)) row[cell] = what;
+    };
+    const hasText = (pattern) => (pattern.test(seen.text) ? 'yes' : 'no');
+    tell('nodes', 'ui_get_state', hasText(/resourceId/));
+    tell('refusal', 'input_tap', hasText(/requires argument: deviceSerial or sessionId/));
+    const asText = /iVBORw0KGgo/.test(seen.text) ? 'as text' : 'no';
+    tell('picture', 'screen_observe', seen.pictures.length ? 'yes' : asText);
     console.error(`${name}: ${seen.names.join(' ')}`);
   });
 }
 
-/** A script that runs the program and records the client's messages in the home's file `said`. */
+/**
+ * A script that runs the program and records the client's messages in the home's file `said`. `tee` writes to
+ * its standard output first, so that is the file: what the program has acted upon is always there.
+ */
 function makeTap(home) {
   const file = `${home}/tap`;
-  writeFileSync(file, `#!/bin/sh\ntee '${home}/said' | '${program}'\n`, { mode: 0o755 });
+  const script = `#!/bin/sh
+pipe=${home}/pipe.$$
+mkfifo "$pipe"
+'${program}' <"$pipe" &
+exec tee "$pipe" >>'${home}/said'
+`;
+  writeFileSync(file, script, { mode: 0o755 });
   return file;
 }
 

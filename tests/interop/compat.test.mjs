@@ -16,6 +16,7 @@ const phone = { deviceSerial: 'QM7F3A2101' };
 const models = {
   anthropic: (baseURL) => createAnthropic({ baseURL, apiKey: 'none' })('stand-in'),
   openai: (baseURL) => createOpenAI({ baseURL, apiKey: 'none' })('stand-in'),
+  chat: (baseURL) => createOpenAI({ baseURL, apiKey: 'none' }).chat('stand-in'),
   gemini: (baseURL) => createGoogleGenerativeAI({ baseURL, apiKey: 'none' })('stand-in'),
 };
 
@@ -39,24 +40,33 @@ async function letCall(t, form, program, calls) {
 }
 
 for (const form of Object.keys(models)) {
-  check(`a model of the form ${form} sees nodes, picture, refusal and help`, async (t) => {
+  check(`a model of the form ${form} sees nodes, picture, refusals and help, and taps`, async (t) => {
+    // This library makes text of pictures for this form, which refuses it.
+    const withPicture = { tool: 'screen_observe', args: { ...phone, includeImage: true } };
+    const pictures = form === 'chat' ? [] : [withPicture];
     const stale = { ...phone, nodeId: 1, stateSignature: 'long gone' };
     const seen = await letCall(t, form, compat, [
       { tool: 'help', args: { topic: 'workflow' } },
       { tool: 'session_start', args: phone },
       { tool: 'ui_get_state', args: phone },
-      { tool: 'screen_observe', args: { ...phone, includeImage: true } },
       { tool: 'ui_click_element', args: stale },
+      { tool: 'input_tap', args: { x: 1, y: 1 } },
+      { tool: 'input_tap', args: { ...phone, x: '300', y: '6.4e2' } },
+      ...pictures,
     ]);
     assert.deepEqual(seen.refusals, []);
     assert.match(seen.text, /Call quillmere_devices_list to choose a deviceSerial\./);
     assert.match(seen.text, /resourceId/);
-    assert.match(seen.text, /picture: item 3 of this content, 540 x 1200 pixels, .* from 1080 x 2400: multiply .* by 2 /);
     assert.match(seen.text, /staleStateSignature/);
-    assert.equal(seen.pictures.length, 1);
-    const png = Buffer.from(seen.pictures[0], 'base64');
-    assert.equal(png.subarray(0, 8).toString('latin1'), '\x89PNG\r\n\x1a\n');
-    assert.deepEqual([png.readUInt32BE(16), png.readUInt32BE(20)], [540, 1200]);
+    assert.match(seen.text, /quillmere_input_tap requires argument: deviceSerial or sessionId/);
+    assert.match(seen.text, /visiblePackage: com\.example\.shopping/);
+    const note = /picture: item 2 of this content, 540 x 1200 pixels, .* from 1080 x 2400: multiply .* by 2 /;
+    assert.equal(note.test(seen.text), pictures.length > 0);
+    assert.equal(seen.pictures.length, pictures.length);
+    for (const data of seen.pictures) {
+      const png = Buffer.from(data, 'base64');
+      assert.deepEqual([png.readUInt32BE(16), png.readUInt32BE(20)], [540, 1200]);
+    }
   });
 }
 
