@@ -45,11 +45,12 @@ base_url = "${address}"
 wire_api = "responses"
 [mcp_servers.quillmere]
 command = "${server.command}"
+default_tools_approval_mode = "approve"
 `,
       },
       command: [
         installed('@openai/codex-linux-x64/vendor/x86_64-unknown-linux-musl/bin/codex'),
-        ...['exec', '--skip-git-repo-check', '--dangerously-bypass-approvals-and-sandbox', prompt],
+        ...['exec', '--skip-git-repo-check', prompt],
       ],
     }),
   },
@@ -162,7 +163,7 @@ command = "${server.command}"
       },
       command: [
         installed('@github/copilot-linux-x64/copilot'),
-        ...['-p', prompt, '--allow-all-tools', '--no-auto-update'],
+        ...['-p', prompt, '--allow-tool', 'quillmere', '--no-auto-update'],
       ],
     }),
   },

@@ -90,13 +90,14 @@ export const libraries = {
     },
   },
   mastra: {
-    packages: ['@mastra/mcp', '@mastra/core'],
+    // With version 4 of the maker's package, the model gets no picture.
+    packages: ['@mastra/mcp', '@mastra/core', '@ai-sdk/anthropic-3'],
     node: 22,
     async start({ program, env, address }) {
       process.env.MASTRA_TELEMETRY_DISABLED = '1';
       const { MCPClient } = await import('@mastra/mcp');
       const { Agent } = await import('@mastra/core/agent');
-      const { createAnthropic } = await import('@ai-sdk/anthropic');
+      const { createAnthropic } = await import('@ai-sdk/anthropic-3');
       const mcp = new MCPClient({ servers: { quillmere: { command: program, args: [], env } } });
       const tools = await mcp.listTools();
       const agent = new Agent({

@@ -108,11 +108,13 @@ async function tryTask() {
 
 /**
  * A script that runs the program and records the client's messages in the home's file `said`. `tee` writes to
- * its standard output first, so that is the file: what the program has acted upon is always there.
+ * its standard output first, so that is the file: what the program has acted upon is always there. Ctrl-C does
+ * not end it, because a client may pass that on right after its last message.
  */
 function makeTap(home) {
   const file = `${home}/tap`;
   const script = `#!/bin/sh
+trap '' INT
 pipe=${home}/pipe.$$
 mkfifo "$pipe"
 '${program}' <"$pipe" &
