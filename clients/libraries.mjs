@@ -16,7 +16,7 @@ const aiSdk = (provider, makeModel) => ({
     const chat = makeModel(await import(provider), { baseURL: address, apiKey })(model);
     const mcp = await createClient({ transport: new Transport({ command: program, env }) });
     const tools = await mcp.tools();
-    const options = { model: chat, tools, prompt, stopWhen: stepCountIs(6), maxRetries: 0 };
+    const options = { model: chat, tools, prompt, stopWhen: stepCountIs(9), maxRetries: 0 };
     return {
       work: (abortSignal) => generateText({ ...options, abortSignal }),
       close: () => mcp.close(),
@@ -108,7 +108,7 @@ export const libraries = {
         tools,
       });
       return {
-        work: (abortSignal) => agent.generate(prompt, { maxSteps: 6, abortSignal }),
+        work: (abortSignal) => agent.generate(prompt, { maxSteps: 9, abortSignal }),
         close: () => mcp.disconnect(),
       };
     },

@@ -26,18 +26,34 @@ if (name === '--list') {
 }
 const client = clients[name];
 const phone = { deviceSerial: 'QM7F3A2101' };
+/** The model's calls, and what it then sees if all is well, for a cell of the row. */
 const task = [
   { tool: 'help', args: { topic: 'workflow' } },
   { tool: 'session_start', args: phone },
-  { tool: 'ui_get_state', args: phone },
-  // Without a session or a device. Clients don't notice, so the program refuses it.
-  { tool: 'input_tap', args: { x: 1, y: 1 } },
-  { tool: 'screen_observe', args: { ...phone, includeImage: true } },
+  { tool: 'ui_get_state', args: phone, cell: 'nodes', sees: /resourceId/ },
+  {
+    tool: 'input_tap',
+    args: { x: 1, y: 1 }, // No session or device. Clients don't notice, so the program refuses the call.
+    cell: 'refusal',
+    sees: /requires argument: deviceSerial or sessionId/,
+  },
+  {
+    tool: 'input_tap',
+    args: { ...phone, x: '150', y: '320' },
+    cell: 'texts',
+    sees: /visiblePackage: com\.example\.shopping/,
+  },
+  {
+    tool: 'screen_observe',
+    args: { ...phone, includeImage: true },
+    cell: 'picture',
+    sees: /iVBORw0KGgo/,
+  },
 ];
 const oneCall = [{ tool: 'devices_list', args: {} }];
 /** The cells of the row that are known so far. */
 const row = { connects: 'no' };
-for (const cell of ['tools', 'nodes', 'refusal', 'picture', 'cancel', 'ends']) row[cell] = '–';
+for (const cell of ['tools', ...task.flatMap(({ cell }) => cell ?? []), 'cancel', 'ends']) row[cell] = '–';
 
 /** The processes of one trial, which have this home. `file` limits them to one program. */
 function running(home, file) {
@@ -94,14 +110,11 @@ async function tryTask() {
     else if (!seen.refusals.length) row.tools = 'accepted';
     else row.tools = `${seen.responses ? 'accepted, later ' : ''}refused: ${seen.refusals[0]}`;
     // A cell stays open if the conversation ended before its call had a response.
-    const tell = (cell, tool, what) => {
-      if (seen.responses > task.findIndex((call) => call.tool === tool)) row[cell] = what;
-    };
-    const hasText = (pattern) => (pattern.test(seen.text) ? 'yes' : 'no');
-    tell('nodes', 'ui_get_state', hasText(/resourceId/));
-    tell('refusal', 'input_tap', hasText(/requires argument: deviceSerial or sessionId/));
-    const asText = /iVBORw0KGgo/.test(seen.text) ? 'as text' : 'no';
-    tell('picture', 'screen_observe', seen.pictures.length ? 'yes' : asText);
+    task.slice(0, seen.responses).forEach(({ cell, sees }) => {
+      if (cell) row[cell] = sees.test(seen.text) ? 'yes' : 'no';
+    });
+    if (seen.pictures.length) row.picture = 'yes';
+    else if (row.picture === 'yes') row.picture = 'as text';
     console.error(`${name}: ${seen.names.join(' ')}`);
   });
 }
