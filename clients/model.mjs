@@ -7,7 +7,7 @@ import { json } from 'node:stream/consumers';
 const plainName = /^[a-zA-Z0-9_-]{1,64}$/;
 const longBase64 = /[A-Za-z0-9+/]{10240}/;
 const base64Of = (url) => /^data:image\/[a-z]+;base64,(.+)$/.exec(url?.url ?? url)?.[1];
-/** The keywords of a schema that the last form knows; the other forms take any. */
+/** What a schema in the last form's `parameters` may consist of; `parametersJsonSchema` takes any keyword. */
 const schemaSubset = new Set(
   (
     'type format title description nullable enum maxItems minItems properties required minProperties ' +
@@ -197,7 +197,7 @@ function* objectsIn(value) {
   for (const each of Object.values(value)) yield* objectsIn(each);
 }
 
-/** The keywords of a schema, at any depth. Names of properties are none. */
+/** The keywords of a schema, at any depth, without the names of properties. */
 function keywordsIn(schema) {
   if (schema === null || typeof schema !== 'object') return [];
   const { properties = {}, items, anyOf = [] } = schema;
@@ -234,10 +234,11 @@ function send(response, status, body, events) {
 }
 
 /**
- * Starts a model that makes `calls`, each `{ tool, args }`, one per turn, where `tool` is part of the name of a
- * tool that the request lists. Returns its address and what it has seen: the tools' names, how many calls had
- * a response, the last request as text without its pictures, those pictures, and what it refused. A client makes a request without any tool of
- * `server` for itself, such as for a title; it gets a plain response and does not count.
+ * Starts a model that makes `calls`, each `{ tool, args }`, one per turn, where `tool` is part of the name of
+ * a tool that the request lists. Returns its address and what it has seen: the tools' names, how many calls
+ * had a response, the last request as text without its pictures, those pictures, and what it refused. A
+ * client makes a request without any tool of `server` for itself, such as for a title; it gets a plain
+ * response and does not count.
  */
 export async function startModel(t, server, calls) {
   const seen = { names: [], responses: 0, text: '', pictures: [], refusals: [] };
