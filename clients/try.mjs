@@ -39,7 +39,7 @@ const task = [
   },
   {
     tool: 'input_tap',
-    args: { ...phone, x: '150', y: '320' },
+    args: { ...phone, x: '300', y: '640' },
     cell: 'texts',
     sees: /visiblePackage: com\.example\.shopping/,
   },
