@@ -169,9 +169,9 @@ TEST(FittedPictures, ShareTheLineAndSayWhatToMultiplyBy) {
     EXPECT_NE(std::string::npos, line.find('"' + untouched + '"'));
   }
   EXPECT_NE(std::string::npos,
-            line.find(R"(\"b\":\"picture: item 6 of this content, 540 x 1200 pixels, made smaller )"
+            line.find(R"(\"b\":\"picture: item 5 of this content, 540 x 1200 pixels, made smaller )"
                       R"(from 1080 x 2400: multiply x and y read off it by 2 before you tap or )"
-                      R"(swipe there\",\"c\":\"picture: item 7 of this content\"})"));
+                      R"(swipe there\",\"c\":\"picture: item 6 of this content\"})"));
 }
 
 TEST(FittedPictures, ShowTheSimulatedPhoneWhereATapHits) {

@@ -8,6 +8,7 @@
 
 #include "compat/names.hpp"
 #include "compat/picture_items.hpp"
+#include "compat/tables.hpp"
 #include "json/document.hpp"
 #include "results/tool_result.hpp"
 
@@ -35,35 +36,30 @@ std::vector<JsonText::Replacement> respelledStrings(const GuidedResponse& guided
   return respelled;
 }
 
-/// The text of `value`, with `respelled` and a note in each picture's place.
-JsonText quotedWith(std::vector<JsonText::Replacement> respelled, const JsonValue& value,
-                    const std::vector<PictureItem>& pictures) {
+/// The text item: `value` with `respelled`, and a note in each picture's place.
+JsonText textWith(std::string_view summary, const JsonValue& value,
+                  std::vector<JsonText::Replacement> respelled,
+                  const std::vector<PictureItem>& pictures) {
   for (const PictureItem& picture : pictures) respelled.push_back(picture.note());
-  std::ranges::sort(respelled, {}, [](const auto& each) { return each.string.place(); });
-  return JsonText::quoted(value, respelled);
+  std::ranges::sort(respelled, {}, [](const auto& each) { return each.value.place(); });
+  return textForModel(summary, value, respelled);
 }
 
 }  // namespace
 
 JsonText compatResult(const GuidedResponse& guided) {
-  JsonText content = JsonText::array();
-  content.add(
-      JsonText{{"type", "text"},
-               {"text", summaryLines(guided, compatSpelled) +
-                            "\nThe full result is the next item of this content, as JSON text."}});
-
   // What was added to the response has a place in a document only after it was written and read.
   const auto written = guided.isChanged() ? parseJson(structuredContent(guided).str()) : nullptr;
   const JsonValue value = written == nullptr ? guided.appResponse.asValue() : written->root();
 
+  const std::string summary = summaryLines(guided, compatSpelled);
   const auto respelled = respelledStrings(guided, value.asObject().value());
-  // Items count from 1: the summary and this text are the first two.
-  constexpr std::size_t firstPictureItem = 3;
+  // Items count from 1: the text is the first one.
+  constexpr std::size_t firstPictureItem = 2;
   std::vector<PictureItem> pictures = pictureItems(value, firstPictureItem);
-  JsonText text = quotedWith(respelled, value, pictures);
-  if (fitPictures(pictures, content.size() + text.size())) {
-    text = quotedWith(respelled, value, pictures);
-  }
+  JsonText text = textWith(summary, value, respelled, pictures);
+  if (fitPictures(pictures, text.size())) text = textWith(summary, value, respelled, pictures);
+  JsonText content = JsonText::array();
   content.add(JsonText{{"type", "text"}, {"text", std::move(text)}});
   for (const PictureItem& picture : pictures) content.add(picture.json());
   return JsonText{{"content", std::move(content)}, {"isError", isFailure(guided)}};

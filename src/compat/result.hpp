@@ -6,9 +6,9 @@
 
 namespace quillmere {
 
-/// The `result` of `tools/call`: a summary, the response as JSON text, and each picture in it as an
-/// item of its own, which the text names in the picture's place. It refers to the response's bytes
-/// and keeps their document. Pure; cannot fail.
+/// The `result` of `tools/call`: one text item that holds a summary and the response, with tables
+/// for its lists, then each picture in it as an item of its own, which the text names in the
+/// picture's place. Pictures are scaled down to fit. Throws `std::bad_alloc`.
 [[nodiscard]] JsonText compatResult(const GuidedResponse& guided);
 
 }  // namespace quillmere

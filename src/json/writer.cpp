@@ -52,19 +52,51 @@ void appendEscape(std::string& text, char c) {
   }
 }
 
-/// Appends `json` as part of the content of a JSON string. It has no control characters, so only
-/// quotes and backslashes need an escape. Every few bytes there is a quote, so the loop does not
-/// branch on the bytes.
-void appendQuoted(std::string& text, std::string_view json) {
+/// Appends `string` as part of the content of a JSON string. Throws `JsonError` when it is not
+/// UTF-8.
+void appendEscaped(std::string& text, std::string_view string) {
+  if (!isUtf8(string)) {
+    throw JsonError(JsonError::Kind::notUtf8, "A text to be written as JSON is not valid UTF-8.");
+  }
+  while (!string.empty()) {
+    const std::size_t plain = plainRun(string);
+    text += string.substr(0, plain);
+    string.remove_prefix(plain);
+    if (string.empty()) break;
+    appendEscape(text, string.front());
+    string.remove_prefix(1);
+  }
+}
+
+/// How `appendQuoted` writes a byte: with how many backslashes before which letter.
+struct EscapedByte {
+  char letter;
+  unsigned char backslashes;
+};
+constexpr auto escapedBytes = [] {
+  std::array<EscapedByte, 256> bytes{};
+  for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i].letter = static_cast<char>(i);
+  bytes['"'] = {'"', 1};
+  bytes['\\'] = {'\\', 1};
+  bytes['\n'] = {'n', 1};
+  bytes['\t'] = {'t', 1};
+  return bytes;
+}();
+
+/// Appends `plain` as part of the content of a JSON string. Its only control characters are tabs
+/// and line feeds; JSON text has none at all. Every few bytes one needs an escape, so the loop does
+/// not branch on the bytes.
+void appendQuoted(std::string& text, std::string_view plain) {
   std::array<char, 8'192> block;
-  while (!json.empty()) {
-    const std::string_view part = json.substr(0, block.size() / 2);
-    json.remove_prefix(part.size());
+  while (!plain.empty()) {
+    const std::string_view part = plain.substr(0, block.size() / 2);
+    plain.remove_prefix(part.size());
     char* to = block.data();
     for (const char c : part) {
+      const EscapedByte byte = escapedBytes[static_cast<unsigned char>(c)];
       *to = '\\';
-      to += static_cast<int>(c == '"') | static_cast<int>(c == '\\');
-      *to++ = c;
+      to += byte.backslashes;
+      *to++ = byte.letter;
     }
     text.append(block.data(), to);
   }
@@ -161,20 +193,25 @@ JsonText JsonText::ofJson(const std::shared_ptr<const std::string>& json) {
   return text;
 }
 
-JsonText JsonText::quoted(const JsonValue& value, std::span<const Replacement> replaced) {
+JsonText JsonText::quoted(const JsonValue& value, std::span<const Replacement> replaced,
+                          std::string_view before, std::string_view after) {
   std::string_view left = value.text();
+  std::size_t size = before.size() + left.size() + after.size();
+  for (const auto& [old, by] : replaced) size -= old.text().size() - by.size();
   // Reserve it all at once: a large text would otherwise be copied each time it grows. About every
   // fifth byte of JSON is a quote.
   std::string text;
-  text.reserve(left.size() + left.size() / 4 + 2);
+  text.reserve(size + size / 4 + 2);
   text += '"';
-  for (const auto& [string, by] : replaced) {
-    const std::string_view old = string.text();
+  appendEscaped(text, before);
+  for (const auto& [replacedValue, by] : replaced) {
+    const std::string_view old = replacedValue.text();
     appendQuoted(text, {left.data(), old.data()});
     appendQuoted(text, JsonText(by).str());
     left = {old.data() + old.size(), left.data() + left.size()};
   }
   appendQuoted(text, left);
+  appendQuoted(text, after);
   text += '"';
   JsonText result;
   result.copied = std::move(text);
@@ -264,19 +301,9 @@ void JsonText::append(JsonText value) {
 }
 
 void JsonText::appendString(std::string_view string) {
-  if (!isUtf8(string)) {
-    throw JsonError(JsonError::Kind::notUtf8, "A text to be written as JSON is not valid UTF-8.");
-  }
   copied.reserve(copied.size() + string.size() + 2);
   copied += '"';
-  while (!string.empty()) {
-    const std::size_t plain = plainRun(string);
-    copied += string.substr(0, plain);
-    string.remove_prefix(plain);
-    if (string.empty()) break;
-    appendEscape(copied, string.front());
-    string.remove_prefix(1);
-  }
+  appendEscaped(copied, string);
   copied += '"';
 }
 

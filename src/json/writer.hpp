@@ -57,10 +57,12 @@ class JsonText {
   [[nodiscard]] static JsonText ofJson(const std::shared_ptr<const std::string>& json);
 
   struct Replacement;
-  /// The JSON text of `value`, itself written as a JSON string. `replaced` names strings inside
-  /// `value`, in their order there; each is written as its replacement.
+  /// A JSON string that holds `before`, the JSON text of `value`, and `after`. `replaced` names
+  /// values inside `value`, in their order there and none inside another; each is written as its
+  /// replacement. `after` must be UTF-8, with no control characters but tabs and line feeds.
   [[nodiscard]] static JsonText quoted(const JsonValue& value,
-                                       std::span<const Replacement> replaced = {});
+                                       std::span<const Replacement> replaced,
+                                       std::string_view before, std::string_view after = {});
 
   /// Adds a member to an object that was built here and has none under this key.
   void set(std::string_view key, JsonText value);
@@ -102,7 +104,7 @@ class JsonText {
 };
 
 struct JsonText::Replacement {
-  JsonValue string;
+  JsonValue value;
   std::string by;
 };
 
